@@ -1,0 +1,46 @@
+#include "api/InferenceContextImpl.h"
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "api/ModelScrambling.h"
+#include "inference/InferenceBackend.h"
+
+namespace tonwerk
+{
+
+namespace
+{
+
+/// The order of these names is the order of the stems in every result.
+const std::vector<std::string>& outputNames()
+{
+    static const std::vector<std::string> names{"vocals_output",          "drum_output",
+                                                "piano_output",           "acoustic_guitar_output",
+                                                "electric_guitar_output", "bass_output"};
+    return names;
+}
+
+std::shared_ptr<IInference> loadModel(const ModelData& model)
+{
+    const auto size = static_cast<std::size_t>(model.size);
+    if (model.key.empty())
+        return makeInferenceBackend(model.data, size, {}, outputNames(), "");
+    const ScrambledCopy plain(model.data, size, model.key);
+    return makeInferenceBackend(plain.data(), plain.size(), {}, outputNames(), "");
+}
+
+} // namespace
+
+InferenceContextImpl::InferenceContextImpl(const ModelData& model)
+{
+    backend = loadModel(model);
+}
+
+InferenceContextImpl::~InferenceContextImpl()
+{
+    backend.reset();
+}
+
+} // namespace tonwerk

@@ -1,0 +1,195 @@
+#include "api/TonwerkProcImpl.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <exception>
+#include <stdexcept>
+#include <utility>
+
+#include "api/InferenceContextImpl.h"
+#include "common/Log.h"
+#include "inference/InferenceBackend.h"
+
+namespace tonwerk
+{
+
+namespace
+{
+
+constexpr std::size_t fftSize = 4096;
+constexpr std::size_t hop = 1024;
+constexpr std::size_t segmentFrames = 256;
+constexpr std::size_t stemCount = 6;
+constexpr std::size_t audioChannels = 2; // the sample arrays are stereo whatever the host says
+
+constexpr const char* constructorName = "tonwerk::TonwerkProcImpl::TonwerkProcImpl";
+
+/// Returns the sum of the six stems, added up in their order, and takes it from the mixture.
+std::vector<float> sumAndSubtract(const std::vector<std::vector<float>>& stems, std::vector<float>& mixture)
+{
+    std::array<const float*, stemCount> samples{};
+    for (std::size_t stem = 0; stem < stemCount; ++stem)
+        samples[stem] = stems[stem].data();
+    std::vector<float> sum(mixture.size());
+    for (std::size_t i = 0; i < sum.size(); ++i)
+    {
+        const float total =
+            ((((samples[0][i] + samples[1][i]) + samples[2][i]) + samples[3][i]) + samples[4][i]) +
+            samples[5][i];
+        sum[i] = total;
+        mixture[i] -= total;
+    }
+    return sum;
+}
+
+static_assert(offsetof(TonwerkProcConfig, spareFlag) == 4);
+static_assert(offsetof(TonwerkProcConfig, configExtra) == 8);
+static_assert(offsetof(TonwerkProcConfig, channels) == 16);
+static_assert(offsetof(TonwerkProcConfig, interleaved) == 20);
+static_assert(sizeof(TonwerkProcConfig) == 24);
+static_assert(offsetof(ModelData, size) == 8);
+static_assert(sizeof(InferenceContext) == sizeof(void*) && sizeof(TonwerkProc) == sizeof(void*));
+
+} // namespace
+
+TonwerkProcImpl::TonwerkProcImpl(std::shared_ptr<InferenceContext>&& sharedContext, TonwerkProcConfig config)
+    : interleaved(false), spareFlag(false), channels(audioChannels), context(std::move(sharedContext))
+{
+    if (!context || context->impl == nullptr)
+    {
+        TONWERK_LOG(error) << "Inference context is not provided";
+        throw std::runtime_error("Inference context is not provided");
+    }
+    backend = context->impl->sharedBackend();
+    if (!backend)
+    {
+        TONWERK_LOG(error) << "Inference is not initalized!";
+        throw std::runtime_error("Inference for specified model is not initialized");
+    }
+    selectStems(config);
+    interleaved = config.interleaved;
+    channels = static_cast<std::uint64_t>(static_cast<std::int64_t>(config.channels));
+    spareFlag = config.spareFlag;
+    chunkEngine = std::make_unique<ChunkProcessor>(backend, static_cast<std::size_t>(channels), fftSize, hop,
+                                                   config.configExtra, segmentFrames, stemCount);
+}
+
+// The host's switches list bass last, the model's flags list it third.
+void TonwerkProcImpl::selectStems(const TonwerkProcConfig& config)
+{
+    const StemFlags flags{config.vocals != 0, config.drum != 0,           config.bass != 0,
+                          config.piano != 0,  config.acousticGuitar != 0, config.electricGuitar != 0};
+    TONWERK_LOG_AS(constructorName, info)
+        << "Selected stems: vocals=" << flags.vocals << ", drum=" << flags.drum << ", bass=" << flags.bass
+        << ", piano=" << flags.piano << ", acousticGuitar=" << flags.acousticGuitar
+        << ", electricGuitar=" << flags.electricGuitar;
+    setSelectedStems(backend, flags);
+}
+
+TonwerkProcImpl::~TonwerkProcImpl()
+{
+    try
+    {
+        chunkEngine.reset();
+        backend.reset();
+    }
+    catch (const std::exception& failure)
+    {
+        TONWERK_LOG(error) << "Exception in destructor: " << failure.what();
+    }
+    catch (...)
+    {
+        TONWERK_LOG(error) << "Unknown exception in destructor";
+    }
+}
+
+void TonwerkProcImpl::requirePrepared() const
+{
+    if (!chunkEngine || !backend)
+        throw std::runtime_error("Processor is not prepared");
+}
+
+std::uint64_t TonwerkProcImpl::maxInputSize() const
+{
+    requirePrepared();
+    return chunkEngine->readyThreshold();
+}
+
+std::vector<std::vector<float>> TonwerkProcImpl::process(const std::vector<float>& input, bool eof)
+{
+    requirePrepared();
+    TONWERK_LOG(debug) << "called with data size: " << input.size() << ", eof=" << eof
+                       << ", channels=" << channels;
+    const Array samples = toArray(input);
+    TONWERK_LOG(debug) << "Processing chunk: input size " << frameCount(input) << ", eof=" << eof;
+    const Array& result = chunkEngine->process(samples, eof);
+    if (result.dimension() != 3)
+        return {};
+
+    const std::size_t length = lastExtent(result);
+    const std::size_t sliceSize = result.shape(1) * length;
+    std::vector<std::vector<float>> stems;
+    stems.reserve(stemCount + 2);
+    for (std::size_t stem = 0; stem < stemCount; ++stem)
+        stems.push_back(toVector(result.data() + stem * sliceSize, length));
+    TONWERK_LOG(debug) << "Processed stems: " << stems.size();
+
+    std::vector<float> residual =
+        toVector(result.data() + stemCount * sliceSize, length); // the mixture so far
+    std::vector<float> mix = sumAndSubtract(stems, residual);
+    stems.push_back(std::move(residual));
+    TONWERK_LOG(debug) << "Processed residual stem";
+    stems.push_back(std::move(mix));
+    TONWERK_LOG(debug) << "Processed mix stem";
+    return stems;
+}
+
+// A channel count of 0 has no meaningful answer; it is refused when the block meets the buffer's rows.
+std::size_t TonwerkProcImpl::frameCount(const std::vector<float>& input) const
+{
+    return channels == 0 ? 0 : static_cast<std::size_t>(input.size() / channels);
+}
+
+Array TonwerkProcImpl::toArray(const std::vector<float>& input) const
+{
+    if (interleaved)
+        return deinterleaved(input);
+    const std::size_t frames = input.size() / audioChannels;
+    Array samples = Array::from_shape({audioChannels, frames});
+    std::copy_n(input.data(), audioChannels * frames, samples.data());
+    return samples;
+}
+
+// The stride is 2 whatever the channel count; frames that it places beyond the end of the input are silence.
+Array TonwerkProcImpl::deinterleaved(const std::vector<float>& input) const
+{
+    const std::size_t frames = frameCount(input);
+    Array samples = Array::from_shape({audioChannels, frames});
+    const std::size_t available = std::min(frames, input.size() / audioChannels);
+    float* left = samples.data();
+    float* right = left + frames;
+    for (std::size_t i = 0; i < available; ++i)
+    {
+        left[i] = input[2 * i];
+        right[i] = input[2 * i + 1];
+    }
+    std::fill(left + available, right, 0.0F);
+    std::fill(right + available, right + frames, 0.0F);
+    return samples;
+}
+
+std::vector<float> TonwerkProcImpl::toVector(const float* rows, std::size_t length) const
+{
+    if (!interleaved)
+        return {rows, rows + audioChannels * length};
+    std::vector<float> samples(audioChannels * length);
+    for (std::size_t i = 0; i < length; ++i)
+    {
+        samples[2 * i] = rows[i];
+        samples[2 * i + 1] = rows[length + i];
+    }
+    return samples;
+}
+
+} // namespace tonwerk

@@ -1,0 +1,32 @@
+/// \file InferenceBackend.h
+/// Making and steering the inference backend without knowing what it is built on.
+#ifndef TONWERK_INFERENCE_INFERENCEBACKEND_H
+#define TONWERK_INFERENCE_INFERENCEBACKEND_H
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "inference/IInference.h"
+#include "inference/StemFlags.h"
+
+/// Loads the inference runtime if that has not happened yet, and the model on the best execution provider.
+///
+/// \param model, size   the plain serialized network; read only during the call
+/// \param inputNames, outputNames names of the network's inputs and outputs; empty: the model's own. The
+/// order of
+///                      the output names is the order of the buffers that IInference::run takes
+/// \param providerName  execution provider to try first; empty: the fixed order
+/// \throws std::runtime_error if the runtime cannot be loaded or is too old
+/// \throws Ort::Exception if the runtime refuses the model
+std::shared_ptr<IInference> makeInferenceBackend(const void* model, std::size_t size,
+                                                 const std::vector<std::string>& inputNames,
+                                                 const std::vector<std::string>& outputNames,
+                                                 const std::string& providerName);
+
+/// Selects the stems of every following run of a backend made by makeInferenceBackend. The last call holds
+/// for all users of the backend. Other implementations of IInference are left alone.
+void setSelectedStems(const std::shared_ptr<IInference>& backend, StemFlags flags);
+
+#endif // TONWERK_INFERENCE_INFERENCEBACKEND_H

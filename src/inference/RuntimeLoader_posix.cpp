@@ -1,0 +1,91 @@
+#include <cstdlib>
+#include <filesystem>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+#include <dlfcn.h>
+
+#include "inference/RuntimeLoader.h"
+
+namespace
+{
+
+constexpr const char* fileName = "libonnxruntime_pelagrin.so";
+constexpr const char* entryPoint = "OrtGetApiBase";
+
+std::string ownFolder()
+{
+    Dl_info info{};
+    if (dladdr(reinterpret_cast<const void*>(&openRuntimeLibrary), &info) == 0 || info.dli_fname == nullptr)
+        throw std::runtime_error(std::string("Cannot find the folder from which to load ") + fileName);
+    std::error_code failure;
+    const auto path = std::filesystem::canonical(info.dli_fname, failure);
+    return failure ? std::string() : path.parent_path().string();
+}
+
+/// The loader reads empty and relative entries of this variable as folders below the current directory.
+bool searchPathIsAbsolute()
+{
+    const char* variable = std::getenv("LD_LIBRARY_PATH");
+    if (variable == nullptr || *variable == '\0')
+        return true;
+    std::string entries(variable);
+    for (char& separator : entries)
+        separator = separator == ';' ? ':' : separator;
+    std::istringstream list(entries + ":");
+    for (std::string entry; std::getline(list, entry, ':');)
+        if (entry.empty() || entry.front() != '/')
+            return false;
+    return true;
+}
+
+std::string lastReason()
+{
+    const char* reason = dlerror();
+    return reason != nullptr ? reason : "unknown reason";
+}
+
+void* openLibrary(std::string& location)
+{
+    const std::string folder = ownFolder();
+    location = folder + "/" + fileName;
+    std::string reasons;
+    if (!folder.empty())
+    {
+        if (void* handle = dlopen(location.c_str(), RTLD_NOW | RTLD_LOCAL))
+            return handle;
+        reasons = lastReason();
+    }
+    std::string places = "in " + folder;
+    if (searchPathIsAbsolute())
+    {
+        if (void* handle = dlopen(fileName, RTLD_NOW | RTLD_LOCAL))
+        {
+            location = fileName;
+            return handle;
+        }
+        places += " and in the system's library folders";
+        reasons += "; " + lastReason();
+    }
+    throw std::runtime_error(std::string("Cannot load the inference runtime ") + fileName + ", looked for " +
+                             places + ": " + reasons);
+}
+
+} // namespace
+
+RuntimeLibrary openRuntimeLibrary()
+{
+    std::string location;
+    void* handle = openLibrary(location);
+    using GetApiBase = const OrtApiBase* (*)();
+    const auto getApiBase = reinterpret_cast<GetApiBase>(dlsym(handle, entryPoint));
+    if (getApiBase == nullptr)
+    {
+        const std::string reason = lastReason();
+        dlclose(handle);
+        throw std::runtime_error("The inference runtime " + location + " has no entry point " + entryPoint +
+                                 ": " + reason);
+    }
+    return {getApiBase(), location};
+}

@@ -1,0 +1,105 @@
+#include <stdexcept>
+#include <string>
+
+#include "inference/RuntimeLoader.h"
+
+#include <delayimp.h>
+
+namespace
+{
+
+constexpr const wchar_t* fileName = L"onnxruntime_pelagrin.dll";
+constexpr const char* entryPoint = "OrtGetApiBase";
+
+std::string toUtf8(const std::wstring& text)
+{
+    const int length = static_cast<int>(text.size());
+    const int needed = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
+    std::string utf8(static_cast<std::size_t>(needed), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, text.data(), length, utf8.data(), needed, nullptr, nullptr);
+    return utf8;
+}
+
+std::string reasonText(DWORD code)
+{
+    wchar_t text[512] = {}; // NOLINT(modernize-avoid-c-arrays): what the system call fills
+    const DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                                        code, 0, text, 512, nullptr);
+    std::wstring reason(text, length);
+    while (!reason.empty() && (reason.back() == L'\n' || reason.back() == L'\r' || reason.back() == L'.'))
+        reason.pop_back();
+    return toUtf8(reason) + " (error " + std::to_string(code) + ")";
+}
+
+std::wstring modulePath(HMODULE module)
+{
+    std::wstring path(MAX_PATH, L'\0');
+    for (;;)
+    {
+        const DWORD length = GetModuleFileNameW(module, path.data(), static_cast<DWORD>(path.size()));
+        if (length < path.size())
+        {
+            path.resize(length);
+            return path;
+        }
+        path.resize(2 * path.size());
+    }
+}
+
+std::wstring ownFolder()
+{
+    HMODULE module = nullptr;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                       reinterpret_cast<LPCWSTR>(&openRuntimeLibrary), &module);
+    const std::wstring path = modulePath(module);
+    return path.substr(0, path.find_last_of(L"\\/") + 1);
+}
+
+HMODULE openLibrary()
+{
+    const std::wstring folder = ownFolder();
+    // The runtime's own dependencies are looked for beside it too, before the system's copies.
+    if (HMODULE module = LoadLibraryExW((folder + fileName).c_str(), nullptr,
+                                        LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS))
+        return module;
+    const std::string reason = reasonText(GetLastError());
+    if (HMODULE module = LoadLibraryExW(fileName, nullptr, LOAD_LIBRARY_SEARCH_DEFAULT_DIRS))
+        return module;
+    throw std::runtime_error("Cannot load the inference runtime " + toUtf8(fileName) + ", looked for in " +
+                             toUtf8(folder) + " and in the system's library folders: " + reason + "; " +
+                             reasonText(GetLastError()));
+}
+
+HMODULE runtimeModule = nullptr;
+
+/// Hands the delay-load helper the module that has been loaded already. By name alone it might find another
+/// module of that name in the host's process, and a failure of its own would end the process.
+FARPROC WINAPI useLoadedModule(unsigned notification, PDelayLoadInfo)
+{
+    return notification == dliNotePreLoadLibrary ? reinterpret_cast<FARPROC>(runtimeModule) : nullptr;
+}
+
+} // namespace
+
+extern "C"
+{
+    PfnDliHook __pfnDliNotifyHook2 =
+        useLoadedModule; // NOLINT(bugprone-reserved-identifier): the helper's name for it
+}
+
+RuntimeLibrary openRuntimeLibrary()
+{
+    if (runtimeModule == nullptr)
+        runtimeModule = openLibrary();
+    const std::string location = toUtf8(modulePath(runtimeModule));
+    // The delay-load helper would end the process if the entry point were missing.
+    if (GetProcAddress(runtimeModule, entryPoint) == nullptr)
+    {
+        const std::string reason = reasonText(GetLastError());
+        FreeLibrary(runtimeModule);
+        runtimeModule = nullptr;
+        throw std::runtime_error("The inference runtime " + location + " has no entry point " + entryPoint +
+                                 ": " + reason);
+    }
+    return {OrtGetApiBase(), location};
+}

@@ -1,0 +1,116 @@
+#include "pipeline/BufferAggregator.h"
+
+#include <algorithm>
+#include <array>
+#include <stdexcept>
+#include <string>
+
+#include "common/Log.h"
+
+namespace
+{
+
+/// Where row `row` of entry `entry` begins in an array of rank 2 or 3. Extents of 1 have stride 0, so that
+/// they repeat, as broadcasting wants it.
+const float* sourceRow(const Array& chunk, std::size_t entry, std::size_t row)
+{
+    const auto& strides = chunk.strides();
+    const std::size_t rank = chunk.dimension();
+    std::ptrdiff_t offset = 0;
+    if (rank >= 2)
+        offset += static_cast<std::ptrdiff_t>(row) * strides[rank - 2];
+    if (rank >= 3)
+        offset += static_cast<std::ptrdiff_t>(entry) * strides[rank - 3];
+    return chunk.data() + offset;
+}
+
+/// Raises the array library's own exception if `chunk` cannot be broadcast to `destination`.
+void requireFittingRows(const Array& chunk, const std::array<std::size_t, 3>& destination)
+{
+    auto broadcast = destination;
+    xt::broadcast_shape(chunk.shape(), broadcast);
+    if (broadcast != destination) // a destination extent of 1 would have had to grow
+        xt::throw_broadcast_error(chunk.shape(), destination);
+}
+
+} // namespace
+
+BufferAggregator::BufferAggregator(std::size_t channels, std::size_t size, std::int32_t batch)
+    : buffer(FixedArray<3>::from_shape({static_cast<std::size_t>(batch), channels, size})), length(0),
+      start(0), batch(batch)
+{
+    TONWERK_LOG(debug) << "BufferAggregator constructor - channels: " << channels << ", size: " << size
+                       << ", batch: " << batch;
+    TONWERK_LOG(verbose) << "Buffer shape: [" << buffer.shape(0) << ", " << buffer.shape(1) << ", "
+                         << buffer.shape(2) << "]";
+    TONWERK_LOG(verbose) << "Buffer total size: " << buffer.size() << " elements";
+}
+
+void BufferAggregator::push(const Array& chunk)
+{
+    const std::size_t count = lastExtent(chunk);
+    const std::size_t size = buffer.shape(2);
+    if (size - length < count)
+        throw std::runtime_error("Buffer overflow: cannot accept chunk of size " + std::to_string(count));
+    requireFittingRows(chunk, {buffer.shape(0), buffer.shape(1), count});
+
+    const std::size_t writePosition = (start + length) % size;
+    const std::size_t first = std::min(count, size - writePosition);
+    for (std::size_t entry = 0; entry < buffer.shape(0); ++entry)
+        for (std::size_t row = 0; row < buffer.shape(1); ++row)
+        {
+            const float* source = sourceRow(chunk, entry, row);
+            float* target = &buffer(entry, row, 0);
+            std::copy_n(source, first, target + writePosition);
+            std::copy_n(source + first, count - first, target);
+        }
+    length += count;
+}
+
+Array BufferAggregator::get(std::size_t requested, std::size_t keep)
+{
+    const std::size_t count = requested != 0 ? requested : length;
+    if (length == 0 || length < count)
+    {
+        TONWERK_LOG(warning) << "BufferAggregator::get - cannot return requested size: " << count
+                             << ", current length: " << length;
+        return {};
+    }
+    Array result = oldest(count);
+    const std::size_t consumed = count - std::min(keep, count);
+    start = (start + consumed) % buffer.shape(2);
+    length -= consumed;
+    return result;
+}
+
+Array BufferAggregator::flush()
+{
+    if (length == 0)
+        return emptyResult(batch < 2, 0);
+    Array result = oldest(length);
+    length = 0;
+    start = 0;
+    return result;
+}
+
+Array BufferAggregator::emptyResult(bool flat, std::size_t count) const
+{
+    if (flat)
+        return Array::from_shape({buffer.shape(1), count});
+    return Array::from_shape({buffer.shape(0), buffer.shape(1), count});
+}
+
+Array BufferAggregator::oldest(std::size_t count) const
+{
+    Array result = emptyResult(batch == 1, count);
+    const std::size_t first = std::min(count, buffer.shape(2) - start);
+    float* target = result.data();
+    for (std::size_t entry = 0; entry < buffer.shape(0); ++entry)
+        for (std::size_t row = 0; row < buffer.shape(1); ++row)
+        {
+            const float* source = &buffer(entry, row, 0);
+            target = std::copy_n(source + start, first, target);
+            target = std::copy_n(source, count - first, target);
+        }
+    return result;
+}

@@ -1,0 +1,70 @@
+#ifndef TONWERK_SPECTRAL_PREPROCESSOR_H
+#define TONWERK_SPECTRAL_PREPROCESSOR_H
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "common/Arrays.h"
+#include "inference/IInference.h"
+#include "spectral/PFFFTTransformer.h"
+#include "spectral/StemSpectra.h"
+
+/// From a chunk of audio to the spectra of its stems.
+///
+/// Keeps the spectrogram of the last `frameCount` frames across calls, so that the model always sees a full
+/// segment while each call adds only the frames that its samples complete. One instance serves one stream;
+/// there is no reset.
+class PreProcessor
+{
+public:
+    /// \param channelCount   audio channels
+    /// \param fftSize        frame length N; the model gets N/2 bins, without Nyquist
+    /// \param hopSize        distance between frames, not 0
+    /// \param window         analysis window of N samples
+    /// \param inference      the model
+    /// \param frameCount     T, frames per model segment
+    /// \param keepEdgeFrames hold every call's newest frame back until its right neighbour is known, and
+    /// return it
+    ///                       with the next call
+    /// \param outputCount    S, model outputs
+    PreProcessor(std::size_t channelCount, std::size_t fftSize, std::size_t hopSize,
+                 const std::vector<float>& window, std::shared_ptr<IInference> inference,
+                 std::size_t frameCount, bool keepEdgeFrames, std::size_t outputCount);
+
+    /// Frames and transforms a chunk {channels, length}, runs the model once, and returns the spectra of the
+    /// frames that are complete: one less than the number of new frames on the first call and equal to it
+    /// later, one more in both cases at `eof`. A chunk should carry at least N and at most maxInputLength()
+    /// samples. The first (length - N) modulo hop samples fall into no frame.
+    ///
+    /// A frame with samples that are not finite enters the spectrogram as silence.
+    /// \return the spectra, valid until the next call; an empty object if the model reports failure
+    StemSpectra process(const Array& input, bool eof, std::size_t skip = 0);
+
+    /// The longest chunk whose frames fit into the segment beside those held at its edges.
+    std::size_t maxInputLength() const;
+
+private:
+    void shiftSpectrogram(std::size_t newFrames);
+    void transformFrames(const Array& input, std::size_t skip);
+    void transformFrame(const float* samples, std::size_t channel, std::size_t slot);
+    bool runModel();
+    StemSpectra completedFrames(std::size_t newFrames, bool eof);
+
+    std::size_t channelCount;
+    std::size_t fftSize;
+    std::size_t hopSize;
+    std::size_t outputCount;
+    FixedArray<1> window;
+    std::shared_ptr<IInference> inference;
+    PFFFTTransformer fft;
+    std::size_t frameCount;
+    bool keepEdgeFrames;
+    std::size_t edgeFrames;
+    FixedArray<3> spectrogram;
+    bool firstCall;
+    std::vector<FixedArray<3>> modelOutputs;
+};
+
+#endif // TONWERK_SPECTRAL_PREPROCESSOR_H
