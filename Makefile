@@ -1,0 +1,77 @@
+# Each target sets up what it needs (Debian packages, fetched dependencies) and does only what is left to do.
+#
+#   make build      the library and tonwerk-separate for Linux, in build/linux
+#   make windows    the same for Windows, in build/windows
+#   make demo       split a piece of music into stems, in build/demo
+#   make test       all tests: native, native with sanitizers, and the Windows build under Wine
+#   make lint       formatting and static analysis
+#   make format     format the sources
+#   make bench      measure
+#   make clean      remove what was built (what was fetched stays)
+
+SHELL := bash
+.SHELLFLAGS := -eu -o pipefail -c
+.DEFAULT_GOAL := help
+
+JOBS ?= $(shell nproc)
+PYTHON := /usr/bin/python3
+SOURCES = $(shell find include src apps tests bench examples -name '*.h' -o -name '*.cpp' 2>/dev/null)
+
+# $(call configured,PRESET): CMake runs by itself from then on.
+configured = test -e build/cmake/$(1)/build.ninja || cmake --preset $(1)
+compile = cmake --build --preset $(1) -j $(JOBS)
+check = ctest --preset $(1) -j $(JOBS)
+
+.PHONY: help build windows demo test lint format bench clean
+
+help:
+	@sed -n '3,/^$$/s/^#   //p' Makefile
+
+build:
+	scripts/setup.sh native fetch
+	scripts/fetch-deps.sh
+	@$(call configured,linux-release)
+	$(call compile,linux-release) --target products
+
+windows:
+	scripts/setup.sh native fetch windows
+	scripts/fetch-deps.sh
+	@$(call configured,mingw-release)
+	$(call compile,mingw-release) --target products
+
+demo: build
+	scripts/setup.sh demo
+	$(call compile,linux-release) --target analytic_models
+	scripts/make-demo.sh
+
+test:
+	scripts/setup.sh native fetch windows test
+	scripts/fetch-deps.sh
+	@$(foreach preset,linux-release linux-asan mingw-release,$(call configured,$(preset)) &&) true
+	$(call compile,linux-release)
+	$(call check,linux-release)
+	$(call compile,linux-asan)
+	$(call check,linux-asan)
+	$(call compile,mingw-release)
+	$(call check,mingw-release)
+
+lint:
+	scripts/setup.sh native fetch lint
+	scripts/fetch-deps.sh
+	@$(call configured,linux-release)
+	clang-format --dry-run -Werror $(SOURCES)
+	scripts/tidy.sh build/cmake/linux-release $(JOBS)
+
+format:
+	scripts/setup.sh lint
+	clang-format -i $(SOURCES)
+
+bench:
+	scripts/setup.sh native fetch test
+	scripts/fetch-deps.sh
+	@$(call configured,linux-release)
+	$(call compile,linux-release) --target bench
+	build/linux/bench
+
+clean:
+	rm -rf build

@@ -1,0 +1,39 @@
+# How everything is compiled: warnings for our own code, hardening and sanitizers for all of it.
+
+add_library(tonwerk_warnings INTERFACE)
+if(MSVC)
+    target_compile_options(tonwerk_warnings INTERFACE /W4 /WX /permissive- /utf-8)
+else()
+    target_compile_options(tonwerk_warnings INTERFACE
+        -Werror -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wdouble-promotion -Wold-style-cast
+        -Wcast-qual -Wcast-align -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Wundef -Wimplicit-fallthrough
+        # A constructor's parameter may bear the name of the member that it sets.
+        $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local -Wduplicated-cond -Wduplicated-branches -Wlogical-op>
+        $<$<CXX_COMPILER_ID:Clang>:-Wshadow>)
+endif()
+
+# Stack protector, checked library calls, and images whose tables are read-only and whose addresses are random.
+# lld writes DYNAMIC_BASE, HIGH_ENTROPY_VA and NX_COMPAT into Windows images by itself.
+if(MSVC)
+    add_compile_options(/GS /guard:cf)
+    add_link_options(/guard:cf /DYNAMICBASE /HIGHENTROPYVA /NXCOMPAT)
+else()
+    add_compile_options(-fstack-protector-strong $<$<CONFIG:Release>:-D_FORTIFY_SOURCE=2>)
+endif()
+if(UNIX)
+    include(CheckPIESupported)
+    check_pie_supported(LANGUAGES CXX)
+    add_link_options(-Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+endif()
+
+add_compile_definitions($<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)
+
+if(TONWERK_SANITIZE)
+    add_compile_options(-O1 -fno-omit-frame-pointer -fsanitize=address,undefined -fno-sanitize-recover=all)
+    add_link_options(-fsanitize=address,undefined)
+elseif(UNIX)
+    add_link_options(-Wl,-z,defs)
+endif()
+if(TONWERK_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

@@ -1,0 +1,77 @@
+#!/usr/bin/python3
+"""Checks that the sources include each other in one direction, and other libraries only where they belong.
+
+usage: check_includes.py ROOT        (ROOT holds include/ and src/)
+
+Data flows from the api to the pipeline, the spectral part and the inference interface, and so do the includes.
+"""
+import re
+import sys
+from pathlib import Path
+
+# For each module, what it may include of our own: a folder of src, or one file.
+ALLOWED = {
+    "include": [],
+    "src/common": ["common/"],
+    "src/inference": ["common/", "inference/"],
+    "src/spectral": ["common/", "spectral/", "inference/IInference.h"],
+    "src/pipeline": ["common/", "pipeline/", "spectral/", "inference/IInference.h"],
+    "src/api": [
+        "common/", "api/", "pipeline/", "tonwerk/",
+        "inference/IInference.h", "inference/StemFlags.h", "inference/InferenceBackend.h",
+    ],
+}
+
+# Other libraries' headers (a pattern of the included name), and the only files that may include them.
+CONFINED = {
+    r"(.*/)?pffft\.h": ["src/spectral/PFFFTTransformer.cpp"],
+    r"(.*/)?onnxruntime.*|.*provider_(factory|options)\.h": ["src/inference/OrtApi.h"],
+    r"dxgi.*|d3d.*|DirectML\.h": ["src/inference/"],
+    r"windows\.h|delayimp\.h": ["src/inference/"],
+    r"dlfcn\.h": ["src/inference/"],
+    # The set-up of the one logger needs plog's appender and formatter.
+    r"plog/.*": ["src/common/Log.h", "src/api/LogSetup."],
+}
+
+INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*[<"]([^>"]+)[>"]', re.MULTILINE)
+
+
+def starts_with_one_of(text, beginnings):
+    return any(text.startswith(beginning) for beginning in beginnings)
+
+
+def problems_of(path, root):
+    """One sentence for each include of the file that is out of place."""
+    name = path.relative_to(root).as_posix()
+    module = "include" if name.startswith("include/") else "/".join(name.split("/")[:2])
+    if module not in ALLOWED:
+        yield f"{name}: the folder {module} has no include rules yet"
+        return
+    included = INCLUDE.findall(path.read_text(encoding="utf-8"))
+    for header in included:
+        ours = (root / "src" / header).exists() or (root / "include" / header).exists()
+        if ours and not starts_with_one_of(header, ALLOWED[module]):
+            yield f"{name} includes {header}, which {module} must not see"
+        if not ours and (path.parent / header).exists():
+            yield f"{name} includes {header}, which should be written with its folder"
+        for pattern, places in CONFINED.items():
+            if re.fullmatch(pattern, header, re.IGNORECASE) and not starts_with_one_of(name, places):
+                yield f"{name} includes {header}, which belongs to {' and '.join(places)} alone"
+    own = name.removeprefix("src/").removesuffix(".cpp") + ".h"
+    if path.suffix == ".cpp" and (root / "src" / own).exists() and included[:1] != [own]:
+        yield f"{name} does not include its own header {own} first"
+
+
+def main():
+    if len(sys.argv) != 2:
+        sys.exit(__doc__)
+    root = Path(sys.argv[1])
+    files = [path for top in ("include", "src") for path in sorted((root / top).rglob("*.*"))
+             if path.suffix in (".h", ".cpp")]
+    problems = [problem for path in files for problem in problems_of(path, root)]
+    print(*problems, f"{len(files)} files checked, {len(problems)} problems", sep="\n")
+    return 1 if problems or not files else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

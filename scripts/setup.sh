@@ -1,0 +1,54 @@
+#!/usr/bin/env bash
+# Installs the Debian 12 packages that the named groups need. Installs only what is missing: when everything is
+# there, nothing is run as root and the network is not touched.
+#
+#   scripts/setup.sh GROUP...      groups: native fetch windows test lint fuzz demo, or all
+set -euo pipefail
+
+declare -A packages=(
+    [native]="g++ cmake ninja-build googletest libbenchmark-dev python3-minimal"
+    [fetch]="ca-certificates debian-archive-keyring"
+    # clang, lld and llvm link the DLL (delayed loading needs lld); wine runs the Windows tests.
+    [windows]="g++-mingw-w64-x86-64-posix clang lld llvm wine wine64"
+    [test]="binutils python3 python3-numpy python3-onnx"
+    [lint]="clang-format clang-tidy"
+    [fuzz]="clang libclang-rt-14-dev llvm"
+    [demo]="python3 python3-numpy python3-onnx"
+)
+
+fail() {
+    echo "setup.sh: $*" >&2
+    exit 1
+}
+
+[ $# -gt 0 ] || { sed -n '2,5s/^# \{0,1\}//p' "$0" >&2; exit 2; }
+[ "$*" != all ] || set -- "${!packages[@]}"
+
+missing=()
+for group in "$@"; do
+    [ -n "${packages[$group]:-}" ] || fail "there is no group '$group' (known: ${!packages[*]})."
+    for package in ${packages[$group]}; do
+        state=$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null || true)
+        [ "$state" = installed ] || missing+=("$package")
+    done
+    # npm also comes with other packagings of Node.js, so the program counts and not the package.
+    [ "$group" != fetch ] || command -v npm >/dev/null || missing+=(npm)
+done
+[ ${#missing[@]} -gt 0 ] || exit 0
+
+asRoot=()
+if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || fail "these packages are missing, run as root: apt-get install ${missing[*]}"
+    asRoot=(sudo)
+fi
+
+mapfile -t missing < <(printf '%s\n' "${missing[@]}" | sort -u)
+echo "Installing Debian packages: ${missing[*]}"
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+apt() {
+    "${asRoot[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -o Acquire::Retries=3 -o Dpkg::Use-Pty=0 "$@" \
+        >"$log" 2>&1 </dev/null || { cat "$log" >&2; fail "apt-get $1 failed (its output stands above)."; }
+}
+apt update
+apt install -y --no-install-recommends "${missing[@]}"
