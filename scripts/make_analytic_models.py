@@ -1,0 +1,248 @@
+#!/usr/bin/python3
+"""Writes tiny networks with the model interface of tonwerk and with known answers into a folder.
+
+Usage: make_analytic_models.py OUTDIR
+
+Nothing in them is trained, so what the library must return can be worked out by hand: docs/analytic-models.md
+has the table. The same bytes are written on every run. Models that break the interface go to OUTDIR/wrong.
+"""
+
+import os
+import sys
+from pathlib import Path
+
+import numpy as np
+import onnx
+from onnx import TensorProto, helper, numpy_helper
+
+FRAMES = 256
+BINS = 2048
+SHAPE = (1, 4, FRAMES, BINS)  # planes: real and imaginary of the left channel, then of the right one
+SAMPLE_RATE = 44100
+OPSET = 17
+IR_VERSION = 8  # the one that belongs to this opset; ONNX Runtime 1.21 reads it
+
+INPUT = "unified_input"
+FLAG_ORDER = ("vocals", "drum", "bass", "piano", "acoustic_guitar", "electric_guitar")
+OUTPUT_ORDER = ("vocals", "drum", "piano", "acoustic_guitar", "electric_guitar", "bass")
+
+# All different, so that exchanged stems show; fractions of a power of two, so that they sum to exactly 1.
+GAINS = {stem: parts / 32 for stem, parts in
+         zip(OUTPUT_ORDER, (10, 8, 4, 3, 1, 6))}
+
+# Weights of the frames before, at and after each frame, in 32nds. Over the stems they sum to 0, 32 and 0, so that
+# the mix is the input; none is symmetric, so that a reversed time axis shows.
+TAPS = {
+    "vocals": (4, 10, -2),
+    "drum": (-3, 8, 1),
+    "piano": (2, 4, 3),
+    "acoustic_guitar": (-1, 3, -4),
+    "electric_guitar": (-4, 1, 1),
+    "bass": (2, 6, 1),
+}
+
+# A run fails when the magnitude of any real or imaginary part exceeds this. Samples of magnitude 1 reach at most
+# the sum of the window, 1720.3, so a signal below 58 times full scale never does.
+FAILURE_LEVEL = 1e5
+
+# Upper edge of each stem's band in Hz, lowest band first. What lies above the last edge stays for the residual.
+BANDS = (("bass", 120), ("electric_guitar", 400), ("piano", 1000), ("vocals", 3000),
+         ("acoustic_guitar", 7000), ("drum", 16000))
+CROSSFADE_OCTAVES = 0.5
+
+
+class Network:
+    """A graph in the making. It has the interface's inputs; operators and outputs are added one by one."""
+
+    def __init__(self, shape=SHAPE, element=TensorProto.FLOAT, flags=FLAG_ORDER):
+        self.shape = shape
+        self.element = element
+        self.kind = np.float64 if element == TensorProto.DOUBLE else np.float32
+        self.inputs = [helper.make_tensor_value_info(INPUT, element, shape)]
+        self.inputs += [helper.make_tensor_value_info(f"{stem}_flag", TensorProto.BOOL, [1]) for stem in flags]
+        self.outputs = []
+        self.nodes = []
+        self.constants = []
+
+    def constant(self, name, values, kind=None):
+        self.constants.append(numpy_helper.from_array(np.asarray(values, dtype=kind or self.kind), name))
+        return name
+
+    def add(self, operator, inputs, result, **attributes):
+        self.nodes.append(helper.make_node(operator, inputs, [result], name=f"make_{result}", **attributes))
+        return result
+
+    def add_output(self, operator, inputs, stem, **attributes):
+        name = self.add(operator, inputs, f"{stem}_output", **attributes)
+        self.outputs.append(helper.make_tensor_value_info(name, self.element, self.shape))
+
+    def model(self):
+        graph = helper.make_graph(self.nodes, "analytic", self.inputs, self.outputs, self.constants)
+        model = helper.make_model(graph, producer_name="tonwerk", ir_version=IR_VERSION,
+                                  opset_imports=[helper.make_opsetid("", OPSET)])
+        onnx.checker.check_model(model, full_check=True)
+        return model
+
+
+def scale(network, factors, source=INPUT, order=OUTPUT_ORDER):
+    """Adds outputs in the given order, each the source times its stem's factor (a number or a mask)."""
+    for stem in order:
+        factor = network.constant(f"{stem}_factor", factors[stem])
+        network.add_output("Mul", [source, factor], stem)
+    return network
+
+
+def phase_shifted_masks(length, axis):
+    """One raised cosine per stem over the length of an axis, a sixth of a period apart: they sum to 1."""
+    position = np.arange(length) / length
+    shape = [1, 1, 1, 1]
+    shape[axis] = length
+    return {stem: ((1 + np.cos(2 * np.pi * (position + index / 6))) / 6).reshape(shape)
+            for index, stem in enumerate(OUTPUT_ORDER)}
+
+
+# --- models that keep the interface -------------------------------------------------------------------------------
+
+
+def gains():
+    return scale(Network(), GAINS)
+
+
+def identity_vocals():
+    return scale(Network(), {stem: float(stem == "vocals") for stem in OUTPUT_ORDER})
+
+
+def bin_mask():
+    return scale(Network(), phase_shifted_masks(BINS, axis=3))
+
+
+def frame_mask():
+    return scale(Network(), phase_shifted_masks(FRAMES, axis=2))
+
+
+def neighbours():
+    network = Network()
+    for stem in OUTPUT_ORDER:
+        kernel = np.tile(np.reshape(TAPS[stem], (1, 1, 3, 1)) / 32, (4, 1, 1, 1))
+        taps = network.constant(f"{stem}_taps", kernel)
+        network.add_output("Conv", [INPUT, taps], stem, group=4, kernel_shape=[3, 1], pads=[1, 0, 1, 0])
+    return network
+
+
+def fail_on_request():
+    """Loud input asks for a reshape to one bin more than there is, which every execution provider refuses."""
+    network = Network()
+    network.add("Abs", [INPUT], "magnitude")
+    network.add("ReduceMax", ["magnitude"], "peak", keepdims=0)
+    network.add("Greater", ["peak", network.constant("failure_level", FAILURE_LEVEL)], "is_loud")
+    network.add("Cast", ["is_loud"], "excess", to=TensorProto.INT64)
+    network.add("Mul", ["excess", network.constant("last_axis", [0, 0, 0, 1], np.int64)], "excess_bins")
+    network.add("Add", ["excess_bins", network.constant("true_shape", SHAPE, np.int64)], "asked_shape")
+    network.add("Reshape", [INPUT, "asked_shape"], "checked_input")
+    return scale(network, GAINS, source="checked_input")
+
+
+def reordered():
+    return scale(Network(), GAINS, order=FLAG_ORDER)
+
+
+def band_split():
+    """Masks that are 1 within a stem's band and cross-fade with the next one over half an octave."""
+    frequency = np.maximum(np.arange(BINS), 0.5) * SAMPLE_RATE / (2 * BINS)
+
+    def share_below(edge):
+        fade = np.clip(np.log2(edge / frequency) / CROSSFADE_OCTAVES + 0.5, 0, 1)
+        return np.sin(fade * np.pi / 2) ** 2
+
+    masks = {}
+    below_lower_edge = np.zeros(BINS)
+    for stem, edge in BANDS:
+        masks[stem] = share_below(edge) - below_lower_edge
+        below_lower_edge = share_below(edge)
+    return scale(Network(), masks)
+
+
+# --- models that break the interface ------------------------------------------------------------------------------
+
+
+def missing_output():
+    return scale(Network(), GAINS, order=[stem for stem in OUTPUT_ORDER if stem != "bass"])
+
+
+def missing_flag():
+    return scale(Network(flags=[stem for stem in FLAG_ORDER if stem != "piano"]), GAINS)
+
+
+def dynamic_output_shape():
+    """Any number of frames, as exporters write it on request: the outputs' declared shape has a gap."""
+    return scale(Network(shape=(1, 4, "frames", BINS)), GAINS)
+
+
+def small_segment():
+    return scale(Network(shape=(1, 4, FRAMES // 2, BINS)), GAINS)
+
+
+def sequence_output():
+    """The first output, vocals, is a list of one tensor."""
+    network = scale(Network(), GAINS, order=OUTPUT_ORDER[1:])
+    network.add("SequenceConstruct", [INPUT], "vocals_output")
+    network.outputs.insert(0, helper.make_tensor_sequence_value_info("vocals_output", TensorProto.FLOAT, SHAPE))
+    return network
+
+
+def extra_input():
+    network = Network()
+    network.inputs.append(helper.make_tensor_value_info("temperature", TensorProto.FLOAT, [1]))
+    network.add("Mul", [INPUT, "temperature"], "warmed_input")
+    return scale(network, GAINS, source="warmed_input")
+
+
+def wrong_type():
+    return scale(Network(element=TensorProto.DOUBLE), GAINS)
+
+
+def mono():
+    return scale(Network(shape=(1, 2, FRAMES, BINS)), GAINS)
+
+
+MODELS = {
+    "gains.onnx": gains,
+    "identity_vocals.onnx": identity_vocals,
+    "bin_mask.onnx": bin_mask,
+    "frame_mask.onnx": frame_mask,
+    "neighbours.onnx": neighbours,
+    "fail_on_request.onnx": fail_on_request,
+    "reordered.onnx": reordered,
+    "band_split.onnx": band_split,
+    "wrong/missing_output.onnx": missing_output,
+    "wrong/missing_flag.onnx": missing_flag,
+    "wrong/dynamic_output_shape.onnx": dynamic_output_shape,
+    "wrong/small_segment.onnx": small_segment,
+    "wrong/sequence_output.onnx": sequence_output,
+    "wrong/extra_input.onnx": extra_input,
+    "wrong/wrong_type.onnx": wrong_type,
+    "wrong/mono.onnx": mono,
+}
+
+
+def write_whole(path, data):
+    """A test that runs meanwhile reads the former file or the new one, never half of one."""
+    partial = path.with_suffix(f".{os.getpid()}.part")
+    partial.write_bytes(data)
+    partial.replace(path)
+
+
+def main(arguments):
+    if len(arguments) != 1:
+        sys.exit("usage: make_analytic_models.py OUTDIR")
+    folder = Path(arguments[0])
+    try:
+        (folder / "wrong").mkdir(parents=True, exist_ok=True)
+        for name, kind in MODELS.items():
+            write_whole(folder / name, kind().model().SerializeToString())
+    except OSError as failure:
+        sys.exit(f"make_analytic_models.py: cannot write {failure.filename}: {failure.strerror}.")
+
+
+if __name__ == "__main__":
+    main(sys.argv[1:])

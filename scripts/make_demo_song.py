@@ -1,0 +1,118 @@
+#!/usr/bin/python3
+"""Makes the piece of music that `make demo` separates: 36 seconds of a rock ballad, from a Debian package.
+
+Usage: make_demo_song.py OUT.wav
+
+The package is downloaded once into .deps and not installed. Nothing is done when OUT.wav exists.
+"""
+
+import hashlib
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+from pathlib import Path
+
+PACKAGE = "fretsonfire-songs-sectoid"
+FOLDER = "usr/share/games/fretsonfire/data/songs/sectoid/Feelings"
+CREDITS = (f"Demo song: \"Feelings\", composed and performed by Sectoid, (c) 2006/2007 Carlos Viola Iborra.\n"
+           f"From Debian's package {PACKAGE}, under the MIT licence: see .deps/demo-music/copyright.")
+
+# The band recorded its lead guitar apart from all the rest; together they are the song.
+TRACKS = {
+    "song.ogg": "8f3b11be42b4caf1b277c62a46436f015a0bcc559ca53871899ada23c6837bf5",
+    "guitar.ogg": "77089d9bfa71890a9b731d22512a0388914b17295992c3f3a1534dcf60a6894a",
+}
+START = 163  # seconds: the end of a guitar solo, a quiet break without drums, then the whole band
+LENGTH = 36
+
+MUSIC = Path(__file__).resolve().parent.parent / ".deps" / "demo-music"
+
+
+class Failure(Exception):
+    """What went wrong, as one sentence."""
+
+
+def run(command, **options):
+    """Runs a program; if it fails, its last words are the reason."""
+    if not shutil.which(command[0]):
+        raise Failure(f"{command[0]} is missing (run scripts/setup.sh demo).")
+    result = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, errors="replace",
+                            **options)
+    if result.returncode != 0:
+        reason = (result.stderr.strip() or result.stdout.strip() or "no reason given").splitlines()[-1]
+        raise Failure(f"{command[0]} failed: {reason}")
+
+
+def download_package(folder):
+    """Leaves the .deb in the folder. The package lists are read into the folder too, so this works without root
+    and whatever lists the machine holds; the mirror and the keys are the machine's own."""
+    (folder / "lists" / "partial").mkdir(parents=True)
+    (folder / "cache" / "archives" / "partial").mkdir(parents=True)
+    settings = folder / "apt.conf"
+    settings.write_text(f'Dir::State::lists "{folder}/lists";\n'
+                        f'Dir::Cache "{folder}/cache";\n'
+                        f'Acquire::Languages "none";\n'
+                        f'Acquire::Retries "3";\n'
+                        f'APT::Sandbox::User "#{os.getuid()}";\n'
+                        "#clear APT::Update::Pre-Invoke;\n"
+                        "#clear APT::Update::Post-Invoke;\n"
+                        "#clear APT::Update::Post-Invoke-Success;\n")
+    run(["apt-get", "-c", settings, "-q", "update"])
+    run(["apt-get", "-c", settings, "-q", "download", PACKAGE], cwd=folder)
+    return next(folder.glob("*.deb"))
+
+
+def check_track(path):
+    if not path.is_file() or hashlib.sha256(path.read_bytes()).hexdigest() != TRACKS[path.name]:
+        raise Failure(f"Debian's package {PACKAGE} no longer has the {path.name} pinned in make_demo_song.py.")
+
+
+def fetch_tracks():
+    if all((MUSIC / name).is_file() for name in TRACKS):
+        return
+    print(f"Fetching Debian's package {PACKAGE} (29 MB)", flush=True)
+    MUSIC.mkdir(parents=True, exist_ok=True)
+    with tempfile.TemporaryDirectory(dir=MUSIC) as work:
+        package = download_package(Path(work))
+        run(["dpkg-deb", "-x", package, Path(work) / "content"])
+        tracks = [Path(work) / "content" / FOLDER / name for name in TRACKS]
+        for track in tracks:
+            check_track(track)
+        (Path(work) / "content" / "usr/share/doc" / PACKAGE / "copyright").replace(MUSIC / "copyright")
+        for track in tracks:
+            track.replace(MUSIC / track.name)
+
+
+def render(target):
+    """Both tracks at the level they were made for, brought to just below full scale, with soft ends."""
+    target.parent.mkdir(parents=True, exist_ok=True)
+    partial = target.with_suffix(f".{os.getpid()}.part")
+    try:
+        run(["sox", "-D", "-m", *(word for name in TRACKS for word in ("-v", "0.5", MUSIC / name)),
+             "-t", "wav", "-b", "16", partial,
+             "trim", str(START), str(LENGTH), "fade", "t", "0.05", str(LENGTH), "0.5", "norm", "-1"])
+        partial.replace(target)
+    finally:
+        partial.unlink(missing_ok=True)
+
+
+def main(arguments):
+    if len(arguments) != 1:
+        sys.exit("usage: make_demo_song.py OUT.wav")
+    target = Path(arguments[0])
+    if target.exists():
+        return
+    try:
+        fetch_tracks()
+        render(target)
+    except Failure as failure:
+        sys.exit(f"make_demo_song.py: {failure}")
+    except OSError as failure:
+        sys.exit(f"make_demo_song.py: cannot write {failure.filename}: {failure.strerror}.")
+    print(CREDITS)
+
+
+if __name__ == "__main__":
+    main(sys.argv[1:])
