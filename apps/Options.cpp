@@ -1,0 +1,84 @@
+#include "Options.h"
+
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "Failure.h"
+#include "Text.h"
+
+namespace tonwerk::app
+{
+
+namespace
+{
+
+constexpr const char* description =
+    "Separates a song into stems: vocals, drum, piano, acoustic_guitar, electric_guitar and bass, the residual that\n"
+    "they miss of the song, and the mix that they add up to.\n";
+
+constexpr const char* details =
+    "Songs are WAV, FLAC, MP3 or OGG (Vorbis) files of 44100 Hz, stereo or mono. A mono song is given to the model on\n"
+    "both channels and comes back mono, as the mean of both. The stems are WAV files of 32-bit float samples, exactly\n"
+    "as long as the song: DIR/SONG/vocals.wav and so on, where SONG is the song's file name without its extension.\n"
+    "Older files of these names are replaced. While they are being written their names end in .part.\n"
+    "\n"
+    "The last line tells the real-time factor (time taken / length of the song) and the null test: the largest\n"
+    "absolute value of six stems + residual - song, which is rounding noise.\n"
+    "\n"
+    "Exit codes: 0 done, 1 failed, 2 wrong usage, 130 interrupted.";
+
+/// The options as CLI11 fills them in.
+struct RawOptions
+{
+    std::string song;
+    std::string outputFolder;
+    std::string model;
+    std::string key;
+    std::vector<std::string> stems{stemNames.begin(), stemNames.end()};
+};
+
+void declareOptions(CLI::App& app, RawOptions& raw)
+{
+    app.footer(details);
+    app.set_version_flag("--version", "tonwerk-separate " TONWERK_VERSION, "Print the version and exit");
+    app.set_help_flag("-h,--help", "Print this text and exit");
+    app.allow_windows_style_options(false); // a path may begin with a slash
+    app.option_defaults()->take_last();
+    app.add_option("SONG", raw.song, "The song to separate")->required()->type_name("");
+    app.add_option("-o,--output", raw.outputFolder, "Folder in which the song's folder is made")
+        ->required()
+        ->type_name("DIR");
+    app.add_option("--model", raw.model, "The separation model, an ONNX file")->required()->type_name("FILE");
+    app.add_option("--key", raw.key, "Scrambling key of the model")->type_name("KEY");
+    app.add_option("--stems", raw.stems, "Write only these stems, and ask the model for no others")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->take_all()
+        ->type_name("LIST");
+}
+
+} // namespace
+
+std::optional<Options> readOptions(int argc, char** argv)
+{
+    CLI::App app(description, "tonwerk-separate");
+    RawOptions raw;
+    declareOptions(app, raw);
+    try
+    {
+        app.parse(argc, app.ensure_utf8(argv));
+    }
+    catch (const CLI::Success& request)
+    {
+        app.exit(request);
+        return std::nullopt;
+    }
+    catch (const CLI::ParseError& error)
+    {
+        throw UsageError(asReason(error.what()) + " (--help tells more).");
+    }
+    return Options{toPath(raw.song), toPath(raw.outputFolder), toPath(raw.model), raw.key, stemsNamed(raw.stems)};
+}
+
+} // namespace tonwerk::app

@@ -1,0 +1,89 @@
+#include "Separation.h"
+
+#include <chrono>
+#include <cstddef>
+#include <exception>
+#include <new>
+#include <string>
+#include <utility>
+
+#include "Failure.h"
+#include "Platform.h"
+#include "Text.h"
+
+namespace tonwerk::app
+{
+
+Separation::Separation(std::shared_ptr<InferenceContext> model, SongReader& song, StemFolder& stems,
+                       const StemSet& wanted)
+    : processor(std::move(model), processorConfig(wanted)), reader(song), folder(stems)
+{
+}
+
+SeparationResult Separation::run(const Progress& progress)
+{
+    using Clock = std::chrono::steady_clock;
+    const auto start = Clock::now();
+    if (reader.statedFrames() > StemWriter::maxFrames(reader.channels()))
+        throw Failure("The song is too long: its stems would exceed the 4 GB that a WAV file can hold.");
+    bool atEnd = false;
+    while (!atEnd)
+    {
+        if (platform::interruptRequested())
+            throw Interrupted();
+        atEnd = processBlock();
+        progress(atEnd ? 1.0 : reader.fractionRead(), seconds(reader.framesRead()));
+    }
+    checkLength();
+    if (platform::interruptRequested())
+        throw Interrupted();
+    folder.keep();
+    const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
+    return {seconds(reader.framesRead()), elapsed, nullTest.peak(), nullTest.nonFiniteSamples()};
+}
+
+bool Separation::processBlock()
+{
+    const auto frames = static_cast<std::size_t>(processor.maxInputSize());
+    reader.read(frames, block);
+    const bool atEnd = block.size() < 2 * frames;
+    nullTest.feed(block);
+    const auto stems = separate(atEnd);
+    if (!stems.empty())
+    {
+        nullTest.compare(stems);
+        folder.write(stems);
+        framesReturned += stems.front().size() / 2;
+    }
+    return atEnd;
+}
+
+std::vector<std::vector<float>> Separation::separate(bool atEnd)
+{
+    try
+    {
+        return processor.process(block, atEnd);
+    }
+    catch (const std::bad_alloc&)
+    {
+        throw;
+    }
+    catch (const std::exception& failure)
+    {
+        throw Failure("The song cannot be separated: " + asReason(failure.what()) + ".");
+    }
+}
+
+void Separation::checkLength() const
+{
+    if (framesReturned != reader.framesRead())
+        throw Failure("The library returned " + std::to_string(framesReturned) + " samples per channel for the " +
+                      std::to_string(reader.framesRead()) + " that it was given.");
+}
+
+double Separation::seconds(std::uint64_t frames) const
+{
+    return static_cast<double>(frames) / static_cast<double>(reader.sampleRate());
+}
+
+} // namespace tonwerk::app
