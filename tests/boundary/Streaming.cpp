@@ -1,0 +1,158 @@
+#include "boundary/Streaming.h"
+
+#include <algorithm>
+#include <cmath>
+#include <iostream>
+#include <limits>
+#include <numeric>
+#include <random>
+#include <utility>
+
+#include "support/ModelFile.h"
+
+std::uint32_t testSeed()
+{
+    static const std::uint32_t seed = []
+    {
+        const auto wanted = static_cast<std::uint32_t>(GTEST_FLAG_GET(random_seed));
+        const std::uint32_t chosen = wanted != 0 ? wanted : std::random_device{}() % 99999 + 1;
+        std::cerr << "This run is repeated by --gtest_random_seed=" << chosen << '\n';
+        return chosen;
+    }();
+    return seed;
+}
+
+Stereo noise(std::size_t length, std::uint32_t seed)
+{
+    std::mt19937 generator(seed);
+    std::uniform_real_distribution<float> uniform(-0.5F, 0.5F);
+    // (1 + 1/z)^4 / 16 has a fourfold zero at half the sample rate and a gain of at most 1.
+    constexpr std::array<float, 5> weights{1.0F / 16, 4.0F / 16, 6.0F / 16, 4.0F / 16, 1.0F / 16};
+    Stereo signal = silence(length);
+    std::vector<float> white(length + 4);
+    for (auto* channel : {&signal.left, &signal.right})
+    {
+        std::generate(white.begin(), white.end(), [&] { return uniform(generator); });
+        for (std::size_t i = 0; i < length; ++i)
+            (*channel)[i] = std::inner_product(weights.begin(), weights.end(), &white[i], 0.0F);
+    }
+    return signal;
+}
+
+Stereo silence(std::size_t length)
+{
+    return {std::vector<float>(length), std::vector<float>(length)};
+}
+
+Stereo slice(const Stereo& signal, std::size_t first, std::size_t count)
+{
+    const float* left = signal.left.data() + first;
+    const float* right = signal.right.data() + first;
+    return {{left, left + count}, {right, right + count}};
+}
+
+std::vector<float> packed(const Stereo& signal, bool interleaved)
+{
+    std::vector<float> samples(2 * signal.size());
+    for (std::size_t i = 0; i < signal.size(); ++i)
+    {
+        samples[interleaved ? 2 * i : i] = signal.left[i];
+        samples[interleaved ? 2 * i + 1 : signal.size() + i] = signal.right[i];
+    }
+    return samples;
+}
+
+Stereo unpacked(const std::vector<float>& samples, bool interleaved)
+{
+    Stereo signal = silence(samples.size() / 2);
+    for (std::size_t i = 0; i < signal.size(); ++i)
+    {
+        signal.left[i] = samples[interleaved ? 2 * i : i];
+        signal.right[i] = samples[interleaved ? 2 * i + 1 : signal.size() + i];
+    }
+    return signal;
+}
+
+float largestDifference(const Stereo& one, const Stereo& other, std::size_t first, std::size_t last)
+{
+    if (one.size() != other.size())
+        return std::numeric_limits<float>::infinity();
+    float largest = 0;
+    for (std::size_t i = first; i < std::min(last, one.size()); ++i)
+        for (const float difference : {one.left[i] - other.left[i], one.right[i] - other.right[i]})
+            if (!std::isfinite(difference))
+                return std::numeric_limits<float>::infinity();
+            else
+                largest = std::max(largest, std::abs(difference));
+    return largest;
+}
+
+float differenceToScaled(const Stereo& signal, float gain, const Stereo& other)
+{
+    Stereo scaled = other;
+    for (auto* channel : {&scaled.left, &scaled.right})
+        for (float& sample : *channel)
+            sample *= gain;
+    return largestDifference(signal, scaled);
+}
+
+tonwerk::TonwerkProcConfig allStems(bool interleaved)
+{
+    tonwerk::TonwerkProcConfig config{};
+    config.vocals = config.drum = config.piano = 1;
+    config.acousticGuitar = config.electricGuitar = config.bass = 1;
+    config.interleaved = interleaved;
+    return config;
+}
+
+std::shared_ptr<tonwerk::InferenceContext> loadContext(const std::string& model, const std::string& key)
+{
+    std::vector<char> bytes = readModel(model);
+    for (std::size_t i = 0; i < bytes.size() && !key.empty(); ++i)
+        bytes[i] = static_cast<char>(bytes[i] ^ key[i % key.size()]);
+    auto context = std::make_shared<tonwerk::InferenceContext>(tonwerk::ModelData{bytes.data(), bytes.size(), key});
+    std::fill(bytes.begin(), bytes.end(), '\0'); // whoever still reads them afterwards shall notice
+    return context;
+}
+
+Stream::Stream(std::shared_ptr<tonwerk::InferenceContext> context, tonwerk::TonwerkProcConfig config)
+    : handle(std::move(context), config), interleaved(config.interleaved)
+{
+}
+
+std::size_t Stream::feed(const Stereo& block, bool eof)
+{
+    const auto stems = handle.process(packed(block, interleaved), eof);
+    EXPECT_TRUE(stems.empty() || stems.size() == stemCount) << stems.size() << " vectors";
+    const std::size_t length = stems.empty() ? 0 : stems[0].size() / 2;
+    for (std::size_t i = 0; i < stems.size(); ++i)
+    {
+        EXPECT_EQ(stems[i].size(), 2 * length) << "stem " << i;
+        const Stereo piece = unpacked(stems[i], interleaved);
+        Stereo& whole = collected.stems.at(i);
+        whole.left.insert(whole.left.end(), piece.left.begin(), piece.left.end());
+        whole.right.insert(whole.right.end(), piece.right.begin(), piece.right.end());
+    }
+    collected.lengths.push_back(length);
+    return length;
+}
+
+void Stream::feedAll(const Stereo& signal)
+{
+    std::size_t position = 0;
+    do
+    {
+        const auto wanted = static_cast<std::size_t>(handle.maxInputSize());
+        const std::size_t count = std::min(wanted, signal.size() - position);
+        feed(slice(signal, position, count), position + count == signal.size());
+        position += count;
+    } while (position < signal.size());
+}
+
+StreamResult separate(std::shared_ptr<tonwerk::InferenceContext> context, const Stereo& signal,
+                      tonwerk::TonwerkProcConfig config)
+{
+    Stream stream(std::move(context), config);
+    stream.feedAll(signal);
+    return stream.result();
+}

@@ -1,0 +1,106 @@
+/// \file Streaming.h
+/// Driving the built library as a host does: signals, configurations, whole streams.
+#ifndef TONWERK_TESTS_BOUNDARY_STREAMING_H
+#define TONWERK_TESTS_BOUNDARY_STREAMING_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <tonwerk/TonwerkProc.h>
+
+/// Places of the stems in a result.
+enum Stem : std::size_t
+{
+    vocals,
+    drum,
+    piano,
+    acousticGuitar,
+    electricGuitar,
+    bass,
+    residual,
+    mix,
+    stemCount
+};
+
+/// What the model gains.onnx multiplies its input with, in the order of the stems.
+inline constexpr std::array<float, 6> modelGains{10.0F / 32, 8.0F / 32, 4.0F / 32, 3.0F / 32, 1.0F / 32, 6.0F / 32};
+
+/// Left and right, equally long.
+struct Stereo
+{
+    std::vector<float> left;
+    std::vector<float> right;
+
+    std::size_t size() const { return left.size(); }
+};
+
+/// Another seed on every run of the program, printed, or the one given with --gtest_random_seed.
+std::uint32_t testSeed();
+
+/// Noise of at most 0.5, different in both channels and without content near half the sample rate: the transform
+/// drops the bin at half the sample rate, so that only such signals come back unchanged.
+Stereo noise(std::size_t length, std::uint32_t seed = testSeed());
+
+Stereo silence(std::size_t length);
+
+Stereo slice(const Stereo& signal, std::size_t first, std::size_t count);
+
+/// As `process` takes it.
+std::vector<float> packed(const Stereo& signal, bool interleaved);
+
+/// The inverse.
+Stereo unpacked(const std::vector<float>& samples, bool interleaved);
+
+/// The largest difference of two signals between the samples `first` (included) and `last` (excluded); infinity if
+/// they are not equally long or a value is not finite.
+float largestDifference(const Stereo& one, const Stereo& other, std::size_t first = 0, std::size_t last = SIZE_MAX);
+
+/// The largest difference of `signal` to `gain` times the other.
+float differenceToScaled(const Stereo& signal, float gain, const Stereo& other);
+
+/// All stems wanted.
+tonwerk::TonwerkProcConfig allStems(bool interleaved = true);
+
+/// A context with an analytic model, whose bytes are gone afterwards.
+std::shared_ptr<tonwerk::InferenceContext> loadContext(const std::string& model, const std::string& key = "");
+
+/// What a stream returned.
+struct StreamResult
+{
+    std::array<Stereo, stemCount> stems;
+    std::vector<std::size_t> lengths; ///< frames that each call returned; 0: no vectors
+};
+
+/// A processor that collects what it returns.
+class Stream
+{
+public:
+    explicit Stream(std::shared_ptr<tonwerk::InferenceContext> context,
+                    tonwerk::TonwerkProcConfig config = allStems());
+
+    /// One call. \return the frames that it returned
+    std::size_t feed(const Stereo& block, bool eof = false);
+
+    /// The whole signal in blocks of maxInputSize(), the last one with `eof`.
+    void feedAll(const Stereo& signal);
+
+    tonwerk::TonwerkProc& processor() { return handle; }
+    const StreamResult& result() const { return collected; }
+    const Stereo& stem(std::size_t index) const { return collected.stems.at(index); }
+
+private:
+    tonwerk::TonwerkProc handle;
+    bool interleaved;
+    StreamResult collected;
+};
+
+/// A whole signal through a processor of its own.
+StreamResult separate(std::shared_ptr<tonwerk::InferenceContext> context, const Stereo& signal,
+                      tonwerk::TonwerkProcConfig config = allStems());
+
+#endif // TONWERK_TESTS_BOUNDARY_STREAMING_H

@@ -1,0 +1,57 @@
+#include "inference/ModelCache.h"
+
+#include <filesystem>
+#include <fstream>
+
+#include <gtest/gtest.h>
+
+#include "support/LogCapture.h"
+#include "support/ScratchFolder.h"
+
+namespace
+{
+
+namespace fs = std::filesystem;
+
+TEST(ModelCache, IsRemovedWithEverythingInItAndNothingElse)
+{
+    const ScratchFolder scratch;
+    const LogCapture log;
+    const fs::path cache = scratch.path() / "cache";
+    fs::create_directories(cache / "deep" / "er");
+    std::ofstream(cache / "deep" / "model.bin") << "compiled";
+    std::ofstream(scratch.path() / "neighbour") << "stays";
+
+    removeModelCache(cache);
+    EXPECT_FALSE(fs::exists(cache));
+    EXPECT_TRUE(fs::exists(scratch.path() / "neighbour"));
+
+    removeModelCache(cache);
+    EXPECT_TRUE(log.lines().empty()) << "a cache that does not exist is fine";
+}
+
+// An empty path must never be taken for the current directory.
+TEST(ModelCache, NoPathRemovesNothing)
+{
+    const ScratchFolder scratch;
+    const LogCapture log;
+    const fs::path before = fs::current_path();
+    fs::current_path(scratch.path());
+    std::ofstream("file") << "stays";
+    removeModelCache({});
+    EXPECT_TRUE(fs::exists(scratch.path() / "file"));
+    fs::current_path(before);
+    EXPECT_TRUE(log.lines().empty());
+}
+
+TEST(ModelCache, TroubleIsLoggedAndIgnored)
+{
+    const LogCapture log;
+    removeModelCache(fs::path(std::string(5000, 'x'))); // longer than any system's names
+    ASSERT_EQ(log.lines().size(), 1U);
+    EXPECT_TRUE(log.lines()[0].starts_with("ERROR [InferenceONNXImplMultiStem::InferenceONNXImplMultiStem] "
+                                           "[INFERENCE_onnx] Failed to remove CoreML model cache directory: "))
+        << log.lines()[0];
+}
+
+} // namespace

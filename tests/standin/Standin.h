@@ -1,0 +1,58 @@
+/// \file Standin.h
+/// A runtime library that stands in for the real one: it has the real one's file name and hands every call on, but
+/// plays a script (which providers there are, what fails) and keeps a record of what happened.
+///
+/// A program finds it by lying in one folder with it; the real runtime lies one folder above.
+#ifndef TONWERK_TESTS_STANDIN_STANDIN_H
+#define TONWERK_TESTS_STANDIN_STANDIN_H
+
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "inference/OrtApi.h"
+
+/// Script and record of the stand-in runtime of this process. Assign `Standin{}` to start afresh.
+struct Standin
+{
+    /// What GetExecutionProviderApi gives for DirectML.
+    enum class DirectMLTable
+    {
+        own,     ///< a table whose append does nothing, or fails if "AppendDML" is in `failing`
+        missing, ///< success, but no table
+        real     ///< the real runtime's answer, as it is
+    };
+
+    // The script.
+
+    std::vector<std::string> providers{"CPUExecutionProvider"};
+    DirectMLTable directML = DirectMLTable::own;
+    /// Functions that return a failing status with the text "stand-in: NAME fails". The appends are called
+    /// "AppendDML", "AppendCUDA" and "AppendROCM".
+    std::set<std::string> failing;
+    /// Session creations that fail likewise, counted from 1.
+    std::set<int> failingSessions;
+    /// A runtime of version 1.20.0, which does not know the function table of version 1.21.
+    bool tooOld = false;
+
+    // The record.
+
+    /// The calls that make and configure sessions and run them, in order, with what was asked for. Sessions are
+    /// called by the number of the attempt that made them. A run lists its tensors with their shapes, flags with their
+    /// values.
+    std::vector<std::string> calls;
+    /// Objects handed out, by kind ("session", "status" ...), and those of them that were not given back yet.
+    std::map<std::string, int> created;
+    std::map<std::string, int> alive;
+    int sessionAttempts = 0;
+};
+
+/// What the stand-in's OrtGetApiBase returns the head of: that is how a test gets hold of script and record.
+struct StandinBase
+{
+    OrtApiBase base;
+    Standin* standin;
+};
+
+#endif // TONWERK_TESTS_STANDIN_STANDIN_H

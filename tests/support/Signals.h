@@ -1,0 +1,47 @@
+/// \file Signals.h
+/// Test signals, and comparing what comes back.
+#ifndef TONWERK_TESTS_SUPPORT_SIGNALS_H
+#define TONWERK_TESTS_SUPPORT_SIGNALS_H
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "common/Arrays.h"
+
+/// Another seed on every run of the test program, or the one given with --gtest_random_seed.
+std::uint32_t randomSeed();
+
+/// What to print beside a failure of a random test.
+std::string seedText(std::uint32_t seed);
+
+/// Noise of at most 0.5, {channels, length}, different in every channel. It has no content near half the
+/// sample rate: the transform drops the Nyquist bin of each frame, so that only such signals come back
+/// unchanged.
+Array smoothNoise(std::size_t channels, std::size_t length, std::uint32_t seed);
+
+/// {channels, samples} that count 1, 2, 3 ... through the whole array, so that every sample tells where it
+/// was.
+Array countingSamples(std::size_t channels, std::size_t length);
+
+/// The samples [first, first + count) of every row of a rank-2 array.
+Array timeSlice(const Array& samples, std::size_t first, std::size_t count);
+
+/// One row of a rank-2 array.
+std::span<const float> row(const Array& samples, std::size_t channel);
+
+/// One row of a rank-3 array.
+std::span<const float> row(const Array& stems, std::size_t stem, std::size_t channel);
+
+/// The extents of an array, for comparisons.
+std::vector<std::size_t> shapeOf(const Array& array);
+
+/// Same length, and no two values further apart than the tolerance (0: equal). NaN is never near.
+::testing::AssertionResult samplesNear(std::span<const float> actual, std::span<const float> expected,
+                                       double tolerance);
+
+#endif // TONWERK_TESTS_SUPPORT_SIGNALS_H
