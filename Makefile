@@ -42,7 +42,10 @@ windows:
 demo: build
 	scripts/setup.sh demo
 	$(call compile,linux-release) --target analytic_models
-	scripts/make-demo.sh
+	@mkdir -p build/demo
+	$(PYTHON) scripts/make_demo_song.py build/demo/song.wav
+	build/linux/tonwerk-separate build/demo/song.wav -o build/demo --model build/models/band_split.onnx
+	@printf '\nThe stems of build/demo/song.wav:\n'; ls build/demo/song/*.wav
 
 test:
 	scripts/setup.sh native fetch windows test
@@ -70,8 +73,10 @@ bench:
 	scripts/setup.sh native fetch test
 	scripts/fetch-deps.sh
 	@$(call configured,linux-release)
-	$(call compile,linux-release) --target bench
+	$(call compile,linux-release) --target bench stream_memory analytic_models
 	build/linux/bench
+	build/linux/stream_memory build/models/gains.onnx 1
+	build/linux/stream_memory build/models/gains.onnx 60
 
 clean:
 	rm -rf build

@@ -13,7 +13,7 @@ declare -A packages=(
     [test]="binutils python3 python3-numpy python3-onnx"
     [lint]="clang-format clang-tidy"
     [fuzz]="clang libclang-rt-14-dev llvm"
-    [demo]="python3 python3-numpy python3-onnx"
+    [demo]="python3 python3-numpy python3-onnx sox libsox-fmt-base"
 )
 
 fail() {

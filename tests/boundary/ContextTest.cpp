@@ -5,7 +5,6 @@
 #include <exception>
 #include <memory>
 #include <new>
-#include <regex>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -45,13 +44,26 @@ std::string printedBy(Action action)
     return ::testing::internal::GetCapturedStdout();
 }
 
-/// The line that a missing context makes, whole but for time, thread and source line.
-bool isMissingContextLine(const std::string& text)
+/// Every digit as 0, and from `first` on every run of digits as one 0.
+std::string masked(const std::string& text, std::size_t first)
 {
-    static const std::regex line("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} ERROR \\[\\d+\\] "
-                                 "\\[tonwerk::TonwerkProcImpl::TonwerkProcImpl@\\d+\\] "
-                                 "Inference context is not provided\\r?\\n");
-    return std::regex_match(text, line);
+    std::string result;
+    for (std::size_t i = 0; i < text.size(); ++i)
+    {
+        const bool digit = text[i] >= '0' && text[i] <= '9';
+        if (!digit || i <= first || result.back() != '0')
+            result += digit ? '0' : text[i];
+    }
+    return result;
+}
+
+/// The line that a missing context makes, whole but for time, thread and source line.
+bool isMissingContextLine(std::string text)
+{
+    const std::string time = "0000-00-00 00:00:00.000 ";
+    std::erase(text, '\r');
+    return masked(text, time.size()) == time + "ERROR [0] [tonwerk::TonwerkProcImpl::TonwerkProcImpl@0] "
+                                               "Inference context is not provided\n";
 }
 
 TEST(Context, MissingOrMovedFromIsRefusedByTheProcessor)

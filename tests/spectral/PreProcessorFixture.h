@@ -38,9 +38,9 @@ protected:
 
     /// Runs one chunk and packs the spectra that come back as {outputs, channels, frames * fftSize}; an array
     /// without dimensions if the model reported failure.
-    static Array process(PreProcessor& preProcessor, const Array& input, bool eof)
+    static Array process(PreProcessor& preProcessor, const Array& input, bool eof, std::size_t skip = 0)
     {
-        const StemSpectra spectra = preProcessor.process(input, eof);
+        const StemSpectra spectra = preProcessor.process(input, eof, skip);
         if (!spectra)
             return {};
         Array packed = Array::from_shape({outputs, channels, spectra.frameCount() * fftSize});

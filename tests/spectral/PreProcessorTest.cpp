@@ -102,6 +102,24 @@ TEST_F(PreProcessorFrames, TheNewestFrameIsHeldBackAndReturnedByTheNextCall)
     }
 }
 
+TEST_F(PreProcessorFrames, SkippedSamplesCountAsIfTheyWereNotThere)
+{
+    const auto preProcessor = make(true);
+    const Array input = smoothNoise(channels, lengthOf(4) + 3, 1);
+    const Array result = process(*preProcessor, input, true, hop + 3);
+    ASSERT_EQ(shapeOf(result), (std::vector<std::size_t>{outputs, channels, 3 * fftSize}));
+    for (std::size_t channel = 0; channel < channels; ++channel)
+    {
+        EXPECT_TRUE(samplesNear(seenInSlot(channel, frames - 4), silence, 0.0));
+        for (std::size_t i = 0; i < 3; ++i)
+            EXPECT_TRUE(samplesNear(returnedFrame(result, 0, channel, i),
+                                    spectrumAt(input, channel, 3 + (1 + i) * hop), tolerance))
+                << "channel " << channel << ", frame " << i;
+    }
+    process(*preProcessor, input, false, input.shape(1) + 1); // more than there is: no new frame
+    EXPECT_TRUE(samplesNear(seenInSlot(0, frames - 1), spectrumAt(input, 0, 3 + 3 * hop), tolerance));
+}
+
 TEST_F(PreProcessorFrames, OneFrameGivesNothingYetUnlessTheStreamEnds)
 {
     const Array input = smoothNoise(channels, fftSize, 1);
