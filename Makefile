@@ -6,7 +6,8 @@
 #   make test       all tests: native, native with sanitizers, and the Windows build under Wine
 #   make lint       formatting and static analysis
 #   make format     format the sources
-#   make bench      measure
+#   make bench      measure the pipeline against the cost of its transforms, and the memory of a stream
+#   make bench-peers  the same job in NumPy/SciPy and PyTorch, against ours
 #   make clean      remove what was built (what was fetched stays)
 
 SHELL := bash
@@ -22,7 +23,7 @@ configured = test -e build/cmake/$(1)/build.ninja || cmake --preset $(1)
 compile = cmake --build --preset $(1) -j $(JOBS)
 check = ctest --preset $(1) -j $(JOBS)
 
-.PHONY: help build windows demo test lint format bench clean
+.PHONY: help build windows demo test lint format bench bench-peers clean
 
 help:
 	@sed -n '3,/^$$/s/^#   //p' Makefile
@@ -77,6 +78,13 @@ bench:
 	build/linux/bench
 	build/linux/stream_memory build/models/gains.onnx 1
 	build/linux/stream_memory build/models/gains.onnx 60
+
+bench-peers:
+	scripts/setup.sh native fetch test peers
+	scripts/fetch-deps.sh
+	@$(call configured,linux-release)
+	$(call compile,linux-release) --target bench
+	$(PYTHON) bench/peers/compare.py
 
 clean:
 	rm -rf build

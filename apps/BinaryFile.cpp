@@ -45,7 +45,8 @@ std::size_t BinaryFile::write(const void* bytes, std::size_t size)
 bool BinaryFile::seek(std::int64_t offset, int origin)
 {
     const bool good = platform::seekFile(stream.get(), offset, origin);
-    // Decoders seek by what a file says, so a wrong position is the file's fault and no failure of the system.
+    // Decoders seek by what a file says, so a wrong position is the file's fault and no failure of the
+    // system.
     if (fileMode == platform::FileMode::write)
         note(good);
     return good;

@@ -12,8 +12,8 @@
 namespace tonwerk::app
 {
 
-/// An open file of bytes, closed with the object. Reading and writing report failures by their results, for use in
-/// the call-backs of C libraries; the first failure is remembered.
+/// An open file of bytes, closed with the object. Reading and writing report failures by their results, for
+/// use in the call-backs of C libraries; the first failure is remembered.
 class BinaryFile
 {
 public:

@@ -8,8 +8,8 @@
 namespace tonwerk::app
 {
 
-/// Checks that the stems add up to the song: six model stems plus residual minus input, sample by sample. Keeps the
-/// input only until its stems are back, so it takes as much memory for an hour as for a minute.
+/// Checks that the stems add up to the song: six model stems plus residual minus input, sample by sample.
+/// Keeps the input only until its stems are back, so it takes as much memory for an hour as for a minute.
 class NullTest
 {
 public:
@@ -19,7 +19,8 @@ public:
     /// Compares the next result of TonwerkProc::process with the input that it belongs to.
     void compare(const std::vector<std::vector<float>>& stems);
 
-    /// Largest absolute difference so far, 1 being full scale; infinite if a stem is not finite where the input is.
+    /// Largest absolute difference so far, 1 being full scale; infinite if a stem is not finite where the
+    /// input is.
     double peak() const { return largest; }
 
     /// Input samples that were NaN or infinite, which have no meaningful difference and are left out.

@@ -14,17 +14,18 @@ namespace
 {
 
 constexpr const char* description =
-    "Separates a song into stems: vocals, drum, piano, acoustic_guitar, electric_guitar and bass, the residual that\n"
-    "they miss of the song, and the mix that they add up to.\n";
+    "Separates a song into stems: vocals, drum, piano, acoustic_guitar, electric_guitar and bass,\n"
+    "the residual that they miss of the song, and the mix that they add up to.\n";
 
 constexpr const char* details =
-    "Songs are WAV, FLAC, MP3 or OGG (Vorbis) files of 44100 Hz, stereo or mono. A mono song is given to the model on\n"
-    "both channels and comes back mono, as the mean of both. The stems are WAV files of 32-bit float samples, exactly\n"
-    "as long as the song: DIR/SONG/vocals.wav and so on, where SONG is the song's file name without its extension.\n"
-    "Older files of these names are replaced. While they are being written their names end in .part.\n"
+    "Songs are WAV, FLAC, MP3 or OGG (Vorbis) files of 44100 Hz, stereo or mono. A mono song is given\n"
+    "to the model on both channels and comes back mono, as the mean of both. The stems are WAV files\n"
+    "of 32-bit float samples, exactly as long as the song: DIR/SONG/vocals.wav and so on, where SONG\n"
+    "is the song's file name without its extension. Older files of these names are replaced. While\n"
+    "they are being written their names end in .part.\n"
     "\n"
-    "The last line tells the real-time factor (time taken / length of the song) and the null test: the largest\n"
-    "absolute value of six stems + residual - song, which is rounding noise.\n"
+    "The last line tells the real-time factor (time taken / length of the song) and the null test:\n"
+    "the largest absolute value of six stems + residual - song, which is rounding noise.\n"
     "\n"
     "Exit codes: 0 done, 1 failed, 2 wrong usage, 130 interrupted.";
 
@@ -78,7 +79,8 @@ std::optional<Options> readOptions(int argc, char** argv)
     {
         throw UsageError(asReason(error.what()) + " (--help tells more).");
     }
-    return Options{toPath(raw.song), toPath(raw.outputFolder), toPath(raw.model), raw.key, stemsNamed(raw.stems)};
+    return Options{toPath(raw.song), toPath(raw.outputFolder), toPath(raw.model), raw.key,
+                   stemsNamed(raw.stems)};
 }
 
 } // namespace tonwerk::app

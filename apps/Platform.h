@@ -28,8 +28,8 @@ void setUpConsole();
 /// Whether standard error is seen by a person and not kept in a file or pipe.
 bool standardErrorIsTerminal();
 
-/// From here on, a request to stop (Ctrl-C, end of session) only sets a flag, so that the program can tidy up; a
-/// second request ends the program at once.
+/// From here on, a request to stop (Ctrl-C, end of session) only sets a flag, so that the program can tidy
+/// up; a second request ends the program at once.
 void watchInterrupts();
 
 /// Whether a request to stop has come.

@@ -12,8 +12,8 @@ namespace
 
 std::atomic<bool> stopRequested{false};
 
-// Runs on a thread of the system's. After a closed console or the end of a session the process ends as soon as this
-// returns, so then the thread waits for the main one, within the few seconds that the system grants.
+// Runs on a thread of the system's. After a closed console or the end of a session the process ends as soon
+// as this returns, so then the thread waits for the main one, within the few seconds that the system grants.
 BOOL WINAPI requestStop(DWORD event)
 {
     const bool again = stopRequested.exchange(true);

@@ -63,8 +63,8 @@ void ProgressDisplay::printStep(double fraction, double secondsLeft, double spee
     if (step == lastStep)
         return;
     lastStep = step;
-    std::fprintf(stderr, "%d %%, %s left, %.1f x real time\n", step * stepPercent, asClock(secondsLeft).c_str(),
-                 speed);
+    std::fprintf(stderr, "%d %%, %s left, %.1f x real time\n", step * stepPercent,
+                 asClock(secondsLeft).c_str(), speed);
 }
 
 } // namespace tonwerk::app

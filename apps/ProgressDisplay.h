@@ -6,8 +6,8 @@
 namespace tonwerk::app
 {
 
-/// Shows on standard error how far the work is: on a terminal a bar with the time left and the speed, elsewhere a
-/// line per 10 %.
+/// Shows on standard error how far the work is: on a terminal a bar with the time left and the speed,
+/// elsewhere a line per 10 %.
 class ProgressDisplay
 {
 public:

@@ -77,8 +77,9 @@ std::vector<std::vector<float>> Separation::separate(bool atEnd)
 void Separation::checkLength() const
 {
     if (framesReturned != reader.framesRead())
-        throw Failure("The library returned " + std::to_string(framesReturned) + " samples per channel for the " +
-                      std::to_string(reader.framesRead()) + " that it was given.");
+        throw Failure("The library returned " + std::to_string(framesReturned) +
+                      " samples per channel for the " + std::to_string(reader.framesRead()) +
+                      " that it was given.");
 }
 
 double Separation::seconds(std::uint64_t frames) const

@@ -29,15 +29,18 @@ struct SeparationResult
     std::uint64_t nonFiniteSamples;
 };
 
-/// Streams one song through the library and into its files. Takes as much memory for a long song as for a short one.
+/// Streams one song through the library and into its files. Takes as much memory for a long song as for a
+/// short one.
 class Separation
 {
 public:
     /// All references must outlive this object.
     /// \param wanted the stems to ask of the model
-    Separation(std::shared_ptr<InferenceContext> model, SongReader& song, StemFolder& stems, const StemSet& wanted);
+    Separation(std::shared_ptr<InferenceContext> model, SongReader& song, StemFolder& stems,
+               const StemSet& wanted);
 
-    /// Called after every block with the fraction that is done and the seconds of sound that have been worked on.
+    /// Called after every block with the fraction that is done and the seconds of sound that have been worked
+    /// on.
     using Progress = std::function<void(double fraction, double audioSeconds)>;
 
     /// Separates the whole song and keeps its files.

@@ -4,12 +4,14 @@
 #include <array>
 #include <cstdio>
 #include <string>
+#include <string_view>
 #include <system_error>
 
 #include <miniaudio.h>
 
 #include "BinaryFile.h"
 #include "Failure.h"
+#include "OggPages.h"
 #include "Text.h"
 
 namespace tonwerk::app
@@ -21,7 +23,8 @@ namespace
 constexpr unsigned separableRate = 44100;
 
 /// The formats in the order in which they are tried. MP3 stands last because it has no signature: its decoder
-/// searches the whole file for something that looks like a frame, and finds it in many a large file of other kind.
+/// searches the whole file for something that looks like a frame, and finds it in many a large file of other
+/// kind.
 constexpr std::array formats{ma_encoding_format_wav, ma_encoding_format_flac, ma_encoding_format_vorbis,
                              ma_encoding_format_mp3};
 
@@ -59,11 +62,11 @@ struct SongReader::Source
         position = 0;
     }
 
-    /// Whether an ID3 tag stands in front, which can be long: it may hold a picture.
-    bool hasTagInFront()
+    bool beginsWith(std::string_view mark)
     {
-        std::array<char, 3> start{};
-        return file.read(start.data(), start.size()) == start.size() && start == std::array{'I', 'D', '3'};
+        std::string start(mark.size(), '\0');
+        rewind();
+        return file.read(start.data(), start.size()) == mark.size() && start == mark;
     }
 
     static ma_result read(ma_decoder* open, void* bytes, size_t size, size_t* bytesRead)
@@ -103,7 +106,10 @@ SongReader::~SongReader() = default;
 
 void SongReader::openDecoder()
 {
-    const bool tagged = source->hasTagInFront();
+    if (source->beginsWith("OggS") && !oggPagesAreIntact(source->file))
+        throw Failure("The song " + quoted(location) +
+                      " is damaged or cut off: not all of its Ogg pages are whole.");
+    const bool tagged = source->beginsWith("ID3"); // a tag can be long: it may hold a picture
     // Channels and rate as they are in the file, but float samples.
     ma_decoder_config config = ma_decoder_config_init(ma_format_f32, 0, 0);
     for (const ma_encoding_format format : formats)
@@ -162,8 +168,8 @@ std::size_t SongReader::decode(float* interleaved, std::size_t frames)
     while (total < frames)
     {
         ma_uint64 count = 0;
-        const ma_result result =
-            ma_decoder_read_pcm_frames(decoder.get(), interleaved + total * channelCount, frames - total, &count);
+        const ma_result result = ma_decoder_read_pcm_frames(decoder.get(), interleaved + total * channelCount,
+                                                            frames - total, &count);
         total += static_cast<std::size_t>(count);
         if (result != MA_SUCCESS || count == 0)
             break;
@@ -176,15 +182,16 @@ void SongReader::checkEnd() const
     source->file.requireGood();
     if (framesSoFar < stated)
         throw Failure("The song " + quoted(location) + " is damaged or cut off: its header states " +
-                      std::to_string(stated) + " samples per channel, but only " + std::to_string(framesSoFar) +
-                      " can be read.");
+                      std::to_string(stated) + " samples per channel, but only " +
+                      std::to_string(framesSoFar) + " can be read.");
     if (framesSoFar == 0)
         throw Failure("The song " + quoted(location) + " holds no sound.");
 }
 
 double SongReader::fractionRead() const
 {
-    const auto done = static_cast<double>(stated > 0 ? framesSoFar : static_cast<std::uint64_t>(source->position));
+    const auto done =
+        static_cast<double>(stated > 0 ? framesSoFar : static_cast<std::uint64_t>(source->position));
     const auto whole = static_cast<double>(stated > 0 ? stated : source->size);
     return std::min(1.0, done / whole);
 }

@@ -16,7 +16,8 @@ namespace tonwerk::app
 class SongReader
 {
 public:
-    /// \throws Failure if there is no such file, it cannot be decoded, or it has more than two channels or a sample
+    /// \throws Failure if there is no such file, it cannot be decoded, or it has more than two channels or a
+    /// sample
     ///         rate that cannot be separated
     explicit SongReader(const std::filesystem::path& path);
     ~SongReader();
@@ -27,7 +28,8 @@ public:
     /// Decodes the next block as interleaved stereo; a mono song has the same samples on both sides.
     /// \param frames samples per channel that are wanted
     /// \param stereo replaced by the block, which is shorter than wanted only at the end of the song
-    /// \throws Failure if the file cannot be read, ends before the length that its header states, or has no sound
+    /// \throws Failure if the file cannot be read, ends before the length that its header states, or has no
+    /// sound
     void read(std::size_t frames, std::vector<float>& stereo);
 
     /// 1 or 2.

@@ -26,7 +26,8 @@ std::filesystem::path folderName(const std::filesystem::path& song)
 StemFolder::MadeFolders::MadeFolders(const std::filesystem::path& wanted) : MadeFolders()
 {
     std::error_code failure;
-    for (auto path = wanted; !path.empty() && !std::filesystem::exists(path, failure); path = path.parent_path())
+    for (auto path = wanted; !path.empty() && !std::filesystem::exists(path, failure);
+         path = path.parent_path())
         innermostFirst.push_back(path);
     std::filesystem::create_directories(wanted, failure);
     std::error_code ignored;

@@ -13,8 +13,8 @@
 namespace tonwerk::app
 {
 
-/// The stems of one song on disk: a folder named after the song with one WAV file per wanted stem. Nothing is left
-/// of files and folders that were made here, unless they are kept.
+/// The stems of one song on disk: a folder named after the song with one WAV file per wanted stem. Nothing is
+/// left of files and folders that were made here, unless they are kept.
 class StemFolder
 {
 public:
@@ -22,8 +22,8 @@ public:
     /// \param outputFolder DIR
     /// \param song path of the song; its name without extension becomes SONG
     /// \throws Failure if a folder or file cannot be made
-    StemFolder(const std::filesystem::path& outputFolder, const std::filesystem::path& song, const StemSet& wanted,
-               unsigned channels, unsigned sampleRate);
+    StemFolder(const std::filesystem::path& outputFolder, const std::filesystem::path& song,
+               const StemSet& wanted, unsigned channels, unsigned sampleRate);
     ~StemFolder();
 
     StemFolder(const StemFolder&) = delete;

@@ -14,8 +14,8 @@ struct ma_encoder;
 namespace tonwerk::app
 {
 
-/// Writes one stem to a WAV file of 32-bit float samples. Until it is kept, the file bears a temporary name (its
-/// final name and ".part"), and it goes with the object if it never is.
+/// Writes one stem to a WAV file of 32-bit float samples. Until it is kept, the file bears a temporary name
+/// (its final name and ".part"), and it goes with the object if it never is.
 class StemWriter
 {
 public:

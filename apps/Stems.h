@@ -13,8 +13,8 @@
 namespace tonwerk::app
 {
 
-/// Names of the stems, which are also their file names, in the order of TonwerkProc::process's result. The first
-/// six come from the model, the last two are made of them.
+/// Names of the stems, which are also their file names, in the order of TonwerkProc::process's result. The
+/// first six come from the model, the last two are made of them.
 inline constexpr std::array<std::string_view, 8> stemNames{
     "vocals", "drum", "piano", "acoustic_guitar", "electric_guitar", "bass", "residual", "mix"};
 
@@ -30,8 +30,8 @@ StemSet stemsNamed(const std::vector<std::string>& names);
 /// The stem names for people: "vocals, drum, ...".
 std::string listOfStems();
 
-/// What to ask of the library so that these stems can be written: the model stems among them, and all six if there
-/// is the residual or the mix, which are made of all six. Samples are interleaved stereo.
+/// What to ask of the library so that these stems can be written: the model stems among them, and all six if
+/// there is the residual or the mix, which are made of all six. Samples are interleaved stereo.
 TonwerkProcConfig processorConfig(const StemSet& wanted);
 
 } // namespace tonwerk::app

@@ -33,7 +33,8 @@ SeparationResult separateSong(const Options& options)
     StemFolder folder(options.outputFolder, options.song, options.stems, song.channels(), song.sampleRate());
     Separation separation(loadModel(options.model, options.key), song, folder, options.stems);
     ProgressDisplay display(platform::standardErrorIsTerminal());
-    return separation.run([&display](double fraction, double audioSeconds) { display.update(fraction, audioSeconds); });
+    return separation.run([&display](double fraction, double audioSeconds)
+                          { display.update(fraction, audioSeconds); });
 }
 
 // The library logs to standard output, so this comes after its end: it is the last line there.
@@ -42,9 +43,10 @@ void report(const Options& options, const SeparationResult& result)
     if (result.nonFiniteSamples > 0)
         std::fprintf(stderr, "Warning: %llu samples of the song are not finite numbers.\n",
                      static_cast<unsigned long long>(result.nonFiniteSamples));
-    std::printf("%s (%s): real-time factor %.3f, null test %.1f dBFS (%.3g)\n", toText(options.song.filename()).c_str(),
-                asClock(result.audioSeconds).c_str(), result.processingSeconds / result.audioSeconds,
-                20.0 * std::log10(result.nullPeak), result.nullPeak);
+    std::printf("%s (%s): real-time factor %.3f, null test %.1f dBFS (%.3g)\n",
+                toText(options.song.filename()).c_str(), asClock(result.audioSeconds).c_str(),
+                result.processingSeconds / result.audioSeconds, 20.0 * std::log10(result.nullPeak),
+                result.nullPeak);
 }
 
 int runProgram(int argc, char** argv)

@@ -49,16 +49,16 @@ def problems_of(path, root):
         return
     included = INCLUDE.findall(path.read_text(encoding="utf-8"))
     for header in included:
-        ours = (root / "src" / header).exists() or (root / "include" / header).exists()
+        ours = (root / "src" / header).is_file() or (root / "include" / header).is_file()
         if ours and not starts_with_one_of(header, ALLOWED[module]):
             yield f"{name} includes {header}, which {module} must not see"
-        if not ours and (path.parent / header).exists():
+        if not ours and (path.parent / header).is_file():
             yield f"{name} includes {header}, which should be written with its folder"
         for pattern, places in CONFINED.items():
             if re.fullmatch(pattern, header, re.IGNORECASE) and not starts_with_one_of(name, places):
                 yield f"{name} includes {header}, which belongs to {' and '.join(places)} alone"
     own = name.removeprefix("src/").removesuffix(".cpp") + ".h"
-    if path.suffix == ".cpp" and (root / "src" / own).exists() and included[:1] != [own]:
+    if path.suffix == ".cpp" and (root / "src" / own).is_file() and included[:1] != [own]:
         yield f"{name} does not include its own header {own} first"
 
 

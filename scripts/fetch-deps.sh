@@ -106,7 +106,7 @@ fetchPack() {
     command -v npm >/dev/null || fail "npm is missing (run scripts/setup.sh fetch)."
     echo "Fetching $pack"
     rm -rf "$work/npm" && mkdir -p "$work/npm"
-    (cd "$work/npm" && quietly npm pack --silent "$pack")
+    (cd "$work/npm" && quietly npm pack --loglevel=error "$pack")
     tarball=$(echo "$work"/npm/*.tgz)
     [ "$(sha512sum "$tarball" | cut -d' ' -f1)" = "$(echo "$hash" | base64 -d | od -An -v -tx1 | tr -d ' \n')" ] ||
         fail "$pack does not have the SHA-512 pinned in scripts/fetch-deps.sh."

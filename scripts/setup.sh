@@ -2,7 +2,7 @@
 # Installs the Debian 12 packages that the named groups need. Installs only what is missing: when everything is
 # there, nothing is run as root and the network is not touched.
 #
-#   scripts/setup.sh GROUP...      groups: native fetch windows test lint fuzz demo, or all
+#   scripts/setup.sh GROUP...      groups: native fetch windows test lint fuzz demo peers, or all
 set -euo pipefail
 
 declare -A packages=(
@@ -13,6 +13,7 @@ declare -A packages=(
     [test]="binutils python3 python3-numpy python3-onnx"
     [lint]="clang-format clang-tidy"
     [fuzz]="clang libclang-rt-14-dev llvm"
+    [peers]="python3 python3-numpy python3-scipy python3-torch"
     [demo]="python3 python3-numpy python3-onnx sox libsox-fmt-base"
 )
 

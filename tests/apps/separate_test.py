@@ -3,8 +3,7 @@
 
 Usage: separate_test.py MODELDIR [RUNNER] PROGRAM
 
-RUNNER starts a Windows program. data/tone.* hold 20,000 frames of two sines (see `tone`), encoded by flac, oggenc
-and lame.
+RUNNER starts a Windows program. data/tone.* hold 20,000 frames of two sines (see `tone`).
 """
 
 import os
@@ -22,11 +21,12 @@ import numpy as np
 
 RATE = 44100
 DATA = Path(__file__).resolve().parent / "data"
-# Of the model gains.onnx, which multiplies the song by them. They sum to 1.
-GAINS = {"vocals": 10 / 32, "drum": 8 / 32, "piano": 4 / 32, "acoustic_guitar": 3 / 32, "electric_guitar": 1 / 32,
-         "bass": 6 / 32}
-MADE_GAINS = {"residual": 0.0, "mix": 1.0}
-SUMMARY = re.compile(r"(.+) \(\d+:\d\d\): real-time factor \d+\.\d+, null test (-?[\d.]+|-inf) dBFS \(([\d.e+-]+)\)")
+# What the model gains.onnx makes of a song. The first six sum to 1.
+GAINS = {"vocals": 10 / 32, "drum": 8 / 32, "piano": 4 / 32, "acoustic_guitar": 3 / 32,
+         "electric_guitar": 1 / 32, "bass": 6 / 32, "residual": 0.0, "mix": 1.0}
+SUMMARY = re.compile(r"(.+) \(\d+:\d\d\): real-time factor \d+\.\d+, "
+                     r"null test (-?[\d.]+|-inf) dBFS \(([\d.e+-]+)\)")
+INTERRUPTED = "tonwerk-separate: Interrupted, no stems were kept."
 PROGRESS = re.compile(r"\d+ %, \d+:\d\d left, [\d.]+ x real time")
 # Mostly what the edges of a song have in the Nyquist bin; elsewhere rounding, about 1e-7.
 TOLERANCE = 1e-4
@@ -68,14 +68,16 @@ class SeparateTest(unittest.TestCase):
         (self.folder / name).write_bytes(content)
         return name
 
-    def run_program(self, *arguments):
-        done = subprocess.run([*command, *arguments], cwd=self.folder, capture_output=True, encoding="utf-8",
-                              stdin=subprocess.DEVNULL, timeout=120)
+    def arguments(self, song, model="gains.onnx"):
+        return [*command, song, "-o", "out", "--model", str(models / model)]
+
+    def run_program(self, arguments):
+        done = subprocess.run(arguments, cwd=self.folder, capture_output=True, encoding="utf-8")
         done.complaints = [line for line in done.stderr.splitlines() if not PROGRESS.fullmatch(line)]
         return done
 
     def separate(self, song, *arguments, model="gains.onnx"):
-        return self.run_program(song, "-o", "out", "--model", str(models / model), *arguments)
+        return self.run_program([*self.arguments(song, model), *arguments])
 
     def files(self):
         """All files below the output folder, as paths relative to it."""
@@ -96,53 +98,45 @@ class SeparateTest(unittest.TestCase):
         self.assertLess(float(summary[2]), -120.0)
         return summary
 
-    def assert_stems(self, song, expected, wanted=None):
-        for name, gain in (wanted or {**GAINS, **MADE_GAINS}).items():
+    def assert_stems(self, song, expected, names=tuple(GAINS)):
+        for name in names:
             samples = self.stem(song, name)
             self.assertEqual(samples.shape, expected.shape, name)
-            np.testing.assert_allclose(samples, gain * expected, rtol=0, atol=TOLERANCE, err_msg=name)
+            np.testing.assert_allclose(samples, GAINS[name] * expected, rtol=0, atol=TOLERANCE, err_msg=name)
 
     def assert_failed(self, done, words, code=1):
         """One sentence on standard error with these words, and no files."""
         self.assertEqual((done.returncode, len(done.complaints)), (code, 1), done.stderr)
-        self.assertRegex(done.complaints[0], r"^tonwerk-separate: [^.].*\.$")
-        self.assertIn(words, done.complaints[0])
+        self.assertRegex(done.complaints[0], f"^tonwerk-separate: .*{re.escape(words)}.*\\.$")
         self.assertFalse((self.folder / "out").exists(), "files or folders are left behind")
 
-    def test_stems_are_as_long_as_the_song_and_in_step_with_it(self):
+    def test_stems_are_as_long_as_the_song_in_step_with_it_and_mono_if_it_is(self):
         # One sample; exactly one block; a block and a rest; four blocks that leave nothing for a fifth.
-        for frames in (1, 257024, 300000, 257024 + 3 * 254976):
-            with self.subTest(frames=frames):
-                song = noise(frames)
-                done = self.separate(self.put(f"song{frames}.wav", wav_bytes(song)))
-                self.assertEqual(self.assert_done(done)[1], f"song{frames}.wav")
-                self.assert_stems(f"song{frames}", song)
-        self.assertFalse([name for name in self.files() if not name.endswith(".wav")])
-
-    def test_a_mono_song_comes_back_mono(self):
-        song = noise(300000, channels=1)
-        self.assert_done(self.separate(self.put("mono.wav", wav_bytes(song))))
-        self.assert_stems("mono", song)
+        for frames, channels in ((1, 2), (257024, 2), (300000, 2), (300000, 1), (257024 + 3 * 254976, 2)):
+            with self.subTest(frames=frames, channels=channels):
+                song = noise(frames, channels)
+                self.assert_done(self.separate(self.put("song.wav", wav_bytes(song))))
+                self.assert_stems("song", song)
+                self.assertEqual(self.files(), {f"song/{name}.wav" for name in GAINS})
 
     def test_silence_comes_back_as_exact_zeros(self):
         summary = self.assert_done(self.separate(self.put("still.wav", wav_bytes(np.zeros((70000, 2))))))
         self.assertEqual((summary[2], summary[3]), ("-inf", "0"))
-        for name in {**GAINS, **MADE_GAINS}:
-            self.assertFalse(self.stem("still", name).any(), name)
+        self.assertFalse([name for name in GAINS if self.stem("still", name).any()])
 
     def test_only_the_listed_stems_are_written(self):
         song = noise(30000)
         self.put("song.wav", wav_bytes(song))
         self.assert_done(self.separate("song.wav", "--stems", "bass,vocals"))
         self.assertEqual(self.files(), {"song/bass.wav", "song/vocals.wav"})
-        self.assert_stems("song", song, {"bass": GAINS["bass"], "vocals": GAINS["vocals"]})
+        self.assert_stems("song", song, ["bass", "vocals"])
         # All six are asked of the model for the residual: it would hold the whole song otherwise.
         self.assert_done(self.separate("song.wav", "--stems=residual"))
-        self.assert_stems("song", song, {"residual": 0.0})
+        self.assert_stems("song", song, ["residual"])
 
     def test_other_formats_are_read(self):
         expected = tone(20000)
-        # What the lossy formats may change; the MP3 encoder puts 1105 frames in front and fills its last block.
+        # What lossy formats may change; the MP3 encoder puts 1105 frames in front and fills its last block.
         for ending, tolerance, delay in (("flac", 1e-4, 0), ("ogg", 0.02, 0), ("mp3", 0.02, 1105)):
             with self.subTest(format=ending):
                 self.assert_done(self.separate(str(DATA / f"tone.{ending}")))
@@ -153,10 +147,9 @@ class SeparateTest(unittest.TestCase):
 
     def test_names_in_any_script_work(self):
         song = noise(5000)
-        name = "Größe 歌 песня 🎵"
-        done = self.separate(self.put(f"{name}.wav", wav_bytes(song)))
-        self.assertEqual(self.assert_done(done)[1], f"{name}.wav")
-        self.assert_stems(name, song)
+        done = self.separate(self.put("Größe 歌 песня 🎵.wav", wav_bytes(song)))
+        self.assertEqual(self.assert_done(done)[1], "Größe 歌 песня 🎵.wav")
+        self.assert_stems("Größe 歌 песня 🎵", song)
 
     def test_a_scrambled_model_needs_its_key(self):
         key = b"correct horse"
@@ -170,6 +163,7 @@ class SeparateTest(unittest.TestCase):
     def test_a_song_that_cannot_be_separated_is_refused_in_one_sentence(self):
         whole = wav_bytes(noise(300000))
         flac = (DATA / "tone.flac").read_bytes()
+        ogg = (DATA / "tone.ogg").read_bytes()
         for name, content, words in (
                 ("rate.wav", wav_bytes(noise(100), rate=48000), "48000 Hz"),
                 ("six.wav", wav_bytes(noise(100, channels=6)), "6 channels"),
@@ -179,7 +173,9 @@ class SeparateTest(unittest.TestCase):
                 ("text.ogg", b"This is no music. " * 1000, "not a readable"),
                 ("head.wav", whole[:30], "not a readable"),
                 ("cut.wav", whole[:-1000], "cut off"),
-                ("cut.flac", flac[:len(flac) // 2], "cut off")):
+                ("cut.flac", flac[:len(flac) // 2], "cut off"),
+                ("cut.ogg", ogg[:-100], "cut off"),
+                ("damaged.ogg", ogg[:500] + b"!" + ogg[501:], "damaged")):
             with self.subTest(song=name):
                 self.assert_failed(self.separate(self.put(name, content)), words)
         self.assert_failed(self.separate("missing.wav"), "does not exist")
@@ -187,26 +183,24 @@ class SeparateTest(unittest.TestCase):
 
     def test_a_model_that_cannot_be_used_is_refused_in_one_sentence(self):
         self.put("song.wav", wav_bytes(noise(5000)))
-        self.assert_failed(self.separate("song.wav", model="missing.onnx"), "does not exist")
-        self.assert_failed(self.separate("song.wav", model=self.folder / "song.wav"), "cannot be used: ")
-        self.assert_failed(self.separate("song.wav", model=self.folder / self.put("empty", b"")), "empty")
+        self.put("empty.onnx", b"")
+        for model, words in (("missing.onnx", "does not exist"), ("song.wav", "cannot be used: "),
+                             ("empty.onnx", "empty")):
+            self.assert_failed(self.separate("song.wav", model=self.folder / model), words)
 
     def test_wrong_usage_is_told_apart(self):
         self.put("song.wav", wav_bytes(noise(100)))
         self.assert_failed(self.separate("song.wav", "--stems", "vocals,trumpet"), "\"trumpet\"", code=2)
         self.assert_failed(self.separate("song.wav", "--loud"), "--loud", code=2)
-        self.assert_failed(self.run_program("song.wav"), "required", code=2)
+        self.assert_failed(self.run_program([*command, "song.wav"]), "required", code=2)
 
     def test_older_stems_stay_when_a_run_fails_and_go_when_one_succeeds(self):
-        self.put("song.wav", wav_bytes(noise(3000)))
-        self.assert_done(self.separate("song.wav"))
+        self.assert_done(self.separate(self.put("song.wav", wav_bytes(noise(3000)))))
         before = self.stem("song", "vocals").copy()
-        self.put("song.wav", wav_bytes(noise(300000))[:-8])
-        self.assertEqual(self.separate("song.wav").returncode, 1)
+        self.assertEqual(self.separate(self.put("song.wav", wav_bytes(noise(300000))[:-8])).returncode, 1)
         np.testing.assert_array_equal(self.stem("song", "vocals"), before)
         self.assertEqual(len(self.files()), 8)
-        self.put("song.wav", wav_bytes(noise(4000)))
-        self.assert_done(self.separate("song.wav"))
+        self.assert_done(self.separate(self.put("song.wav", wav_bytes(noise(4000)))))
         self.assertEqual(len(self.stem("song", "vocals")), 4000)
 
     def test_an_interrupted_run_leaves_nothing(self):
@@ -214,14 +208,15 @@ class SeparateTest(unittest.TestCase):
         with open(self.folder / "long.wav", "wb") as song:
             song.write(wav_header(frames))
             song.truncate(44 + frames * 8)
-        arguments = [*command, "long.wav", "-o", "out", "--model", str(models / "gains.onnx")]
-        with subprocess.Popen(arguments, cwd=self.folder, stderr=subprocess.PIPE, stdout=subprocess.DEVNULL,
-                              encoding="utf-8") as program:
+        # A shell's background jobs, and so perhaps we, ignore the signal.
+        with subprocess.Popen(self.arguments("long.wav"), cwd=self.folder, stderr=subprocess.PIPE,
+                              stdout=subprocess.DEVNULL, encoding="utf-8",
+                              preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL)) as program:
             self.assertRegex(program.stderr.readline(), PROGRESS)
             self.assertIn("long/vocals.wav.part", self.files())
             program.send_signal(signal.SIGINT)
             last = program.stderr.read().splitlines()[-1]
-        self.assertEqual((program.returncode, last), (130, "tonwerk-separate: Interrupted, no stems were kept."))
+        self.assertEqual((last, program.returncode), (INTERRUPTED, 130))
         self.assertFalse((self.folder / "out").exists())
 
     def test_a_full_disk_is_told(self):
@@ -230,8 +225,8 @@ class SeparateTest(unittest.TestCase):
         (self.folder / "out/song").mkdir(parents=True)
         (self.folder / "out/song/drum.wav.part").symlink_to("/dev/full")
         done = self.separate(self.put("song.wav", wav_bytes(noise(3000))))
-        self.assertEqual((done.returncode, len(done.complaints)), (1, 1), done.stderr)
-        self.assertIn("No space left", done.complaints[0])
+        self.assertEqual(done.returncode, 1)
+        self.assertRegex(done.stderr, r"^tonwerk-separate: Cannot write .*: No space left on device\.\n$")
         self.assertEqual(self.files(), set())
 
     def test_a_terminal_shows_a_bar(self):
@@ -239,12 +234,12 @@ class SeparateTest(unittest.TestCase):
             self.skipTest("needs a console")
         self.put("song.wav", wav_bytes(noise(300000)))
         ours, theirs = pty.openpty()
-        self.addCleanup(os.close, ours)
-        arguments = [*command, "song.wav", "-o", "out", "--model", str(models / "gains.onnx")]
-        subprocess.run(arguments, cwd=self.folder, stderr=theirs, stdout=subprocess.DEVNULL, check=True)
+        subprocess.run(self.arguments("song.wav"), cwd=self.folder, stderr=theirs, stdout=subprocess.DEVNULL)
         os.close(theirs)
         shown = os.read(ours, 10000).decode()
-        self.assertRegex(shown, r"\r\[#{25} +\]  85 %, \d+:\d\d left, [\d.]+ x real time *\r\[#{30}\] 100 %.*\r?\n$")
+        os.close(ours)
+        self.assertRegex(shown, r"\r\[#{25} {5}\]  85 %, \d+:\d\d left, [\d.]+ x real time *"
+                                r"\r\[#{30}\] 100 %.*\r?\n$")
 
 
 if __name__ == "__main__":

@@ -125,10 +125,12 @@ struct Bytes
 TEST(Context, BytesThatAreNoModelAreRefusedAcrossTheBoundary)
 {
     const std::vector<char> model = readModel("gains.onnx");
-    const std::vector<char> half(model.begin(), model.begin() + static_cast<std::ptrdiff_t>(model.size() / 2));
-    for (const Bytes& wrong : {Bytes{"text", {'n', 'o', ' ', 'm', 'o', 'd', 'e', 'l'}, ""}, Bytes{"nothing", {}, ""},
-                               Bytes{"nothing, with a key", {}, "key"}, Bytes{"zeros", std::vector<char>(1000), ""},
-                               Bytes{"half a model", half, ""}, Bytes{"a wrong key", model, "wrong"}})
+    const std::vector<char> half(model.begin(),
+                                 model.begin() + static_cast<std::ptrdiff_t>(model.size() / 2));
+    for (const Bytes& wrong :
+         {Bytes{"text", {'n', 'o', ' ', 'm', 'o', 'd', 'e', 'l'}, ""}, Bytes{"nothing", {}, ""},
+          Bytes{"nothing, with a key", {}, "key"}, Bytes{"zeros", std::vector<char>(1000), ""},
+          Bytes{"half a model", half, ""}, Bytes{"a wrong key", model, "wrong"}})
         try
         {
             const InferenceContext context(ModelData{wrong.bytes.data(), wrong.bytes.size(), wrong.key});
@@ -142,8 +144,8 @@ TEST(Context, BytesThatAreNoModelAreRefusedAcrossTheBoundary)
     EXPECT_EQ(constructionFailure(loadContext("gains.onnx")), "no exception") << "the process is well";
 }
 
-// Both handles then point to one processor and the former one is leaked. Here the test keeps the former pointer, a
-// handle's only content, and puts it back, so that everything is destroyed exactly once.
+// Both handles then point to one processor and the former one is leaked. Here the test keeps the former
+// pointer, a handle's only content, and puts it back, so that everything is destroyed exactly once.
 TEST(Handle, CopyAssignmentIsShallow)
 {
     using Pointer = std::array<unsigned char, sizeof(void*)>;
@@ -156,7 +158,8 @@ TEST(Handle, CopyAssignmentIsShallow)
 
     EXPECT_EQ(&(two = one), &two);
     EXPECT_TRUE(one.process(std::vector<float>(2 * 200000, 0.1F), false).empty());
-    EXPECT_EQ(two.process(std::vector<float>(2 * 57024, 0.1F), false).size(), stemCount) << "both feed one stream";
+    EXPECT_EQ(two.process(std::vector<float>(2 * 57024, 0.1F), false).size(), stemCount)
+        << "both feed one stream";
     EXPECT_EQ(one.maxInputSize(), 254976U);
     EXPECT_EQ(two.maxInputSize(), 254976U);
 
@@ -203,9 +206,12 @@ TEST(Log, GoesWithTheModelAndNotWithTheHandle)
 // A context that could not be built owns nothing.
 TEST(Log, IsSetUpForAFailingContextAndEndsWithIt)
 {
-    const std::string printed =
-        printedBy([] { EXPECT_THROW(InferenceContext(ModelData{"garbage", 7, ""}), std::exception); });
-    EXPECT_NE(printed.find("[INFERENCE_onnx] Failed to initialize ONNX session: "), std::string::npos) << printed;
+    const std::string printed = printedBy(
+        [] {
+            EXPECT_THROW(InferenceContext(ModelData{"garbage", 7, ""}), std::exception);
+        });
+    EXPECT_NE(printed.find("[INFERENCE_onnx] Failed to initialize ONNX session: "), std::string::npos)
+        << printed;
     EXPECT_EQ(printedBy([] { constructionFailure(nullptr); }), "");
 }
 

@@ -38,8 +38,10 @@ TEST(FailedRun, SilencesItsChunkAndTheStreamGoesOn)
         ASSERT_EQ(stem.size(), length);
         // The frames at the joins overlap their neighbours' chunks by less than a frame length.
         EXPECT_EQ(largestDifference(stem, silence(length), firstEnd + frame, secondEnd), 0) << "stem " << i;
-        for (const auto& [first, last] : {std::pair{frame, firstEnd}, std::pair{secondEnd + frame, length - frame}})
-            EXPECT_LE(differenceToScaled(slice(stem, first, last - first), modelGains[i], slice(input, first, last - first)),
+        for (const auto& [first, last] :
+             {std::pair{frame, firstEnd}, std::pair{secondEnd + frame, length - frame}})
+            EXPECT_LE(differenceToScaled(slice(stem, first, last - first), modelGains[i],
+                                         slice(input, first, last - first)),
                       1e-6F)
                 << "stem " << i << " from " << first; // rounding only
         EXPECT_LE(largestDifference(stem, silence(length)), 1.0F) << "nothing loud at the joins";
@@ -55,8 +57,8 @@ TEST(FailedRun, SilencesItsChunkAndTheStreamGoesOn)
 TEST(WrongInterface, GivesSilenceOrAnExceptionButNoDamage)
 {
     const Stereo input = noise(260000);
-    for (const std::string model : {"missing_output", "missing_flag", "extra_input", "wrong_type", "small_segment",
-                                    "mono", "sequence_output"})
+    for (const std::string model : {"missing_output", "missing_flag", "extra_input", "wrong_type",
+                                    "small_segment", "mono", "sequence_output"})
     {
         const StreamResult result = separate(loadContext("wrong/" + model + ".onnx"), input);
         EXPECT_EQ(largestDifference(result.stems[mix], silence(input.size())), 0) << model;
@@ -95,8 +97,9 @@ TEST(UnusualSamples, StayWithinTheFramesThatTouchThem)
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const float infinity = std::numeric_limits<float>::infinity();
     for (const auto& [position, value] :
-         {std::pair{std::size_t{0}, nan}, std::pair{std::size_t{2000}, -infinity}, std::pair{std::size_t{100000}, infinity},
-          std::pair{firstEnd - 1, nan}, std::pair{firstEnd + 10, infinity}, std::pair{length - 1, nan}})
+         {std::pair{std::size_t{0}, nan}, std::pair{std::size_t{2000}, -infinity},
+          std::pair{std::size_t{100000}, infinity}, std::pair{firstEnd - 1, nan},
+          std::pair{firstEnd + 10, infinity}, std::pair{length - 1, nan}})
     {
         Stereo damaged = input;
         damaged.left[position] = value;
@@ -108,7 +111,8 @@ TEST(UnusualSamples, StayWithinTheFramesThatTouchThem)
             EXPECT_EQ(result.stems[i].right, clean.stems[i].right) << "stem " << i << ", " << position;
             EXPECT_EQ(isFinite(result.stems[i]), i != residual) << "stem " << i << ", " << position;
             for (const auto& [from, to] : {std::pair{std::size_t{0}, first}, std::pair{last, length}})
-                EXPECT_EQ(largestDifference(result.stems[i], clean.stems[i], from, to), 0) << "stem " << i << ", " << position;
+                EXPECT_EQ(largestDifference(result.stems[i], clean.stems[i], from, to), 0)
+                    << "stem " << i << ", " << position;
         }
         EXPECT_FALSE(std::isfinite(result.stems[residual].left[position]));
         Stereo rest = result.stems[residual];
@@ -122,7 +126,8 @@ TEST(UnusualSamples, ABlockFullOfThemIsSilence)
     const Stereo input = noise(600000);
     Stereo damaged = input;
     for (auto* channel : {&damaged.left, &damaged.right})
-        std::fill(channel->begin() + 300000, channel->begin() + 400000, std::numeric_limits<float>::quiet_NaN());
+        std::fill(channel->begin() + 300000, channel->begin() + 400000,
+                  std::numeric_limits<float>::quiet_NaN());
     const StreamResult result = separate(loadContext("neighbours.onnx"), damaged);
     for (std::size_t i = 0; i < stemCount; ++i)
         EXPECT_EQ(isFinite(result.stems[i]), i != residual) << "stem " << i;
@@ -156,12 +161,13 @@ TEST(UnusualSamples, SamplesBeyondFullScaleAreSeparatedLikeOthers)
         for (float& sample : *channel)
             sample *= 1000.0F;
     const StreamResult result = separate(loadContext("gains.onnx"), input);
-    EXPECT_LE(largestDifference(result.stems[mix], input, frame, 20000 - frame), 1e-3F); // 1e-6 of the amplitude
+    EXPECT_LE(largestDifference(result.stems[mix], input, frame, 20000 - frame),
+              1e-3F); // 1e-6 of the amplitude
 }
 
 /// Whether a processor with that many channels is refused, by its constructor or by its first call.
-::testing::AssertionResult isRefused(std::shared_ptr<tonwerk::InferenceContext> context, std::int32_t channels,
-                                     bool interleaved, std::size_t floats)
+::testing::AssertionResult isRefused(std::shared_ptr<tonwerk::InferenceContext> context,
+                                     std::int32_t channels, bool interleaved, std::size_t floats)
 {
     tonwerk::TonwerkProcConfig config = allStems(interleaved);
     config.channels = channels;
@@ -182,9 +188,11 @@ TEST(ChannelCount, OtherThanTwoIsRefused)
     const auto context = loadContext("gains.onnx");
     for (const std::int32_t channels : {0, 1, 3, 4})
         for (const bool interleaved : {true, false})
-            for (const std::size_t floats : {std::size_t{0}, std::size_t{1}, std::size_t{7}, std::size_t{8}, std::size_t{30000}})
+            for (const std::size_t floats :
+                 {std::size_t{0}, std::size_t{1}, std::size_t{7}, std::size_t{8}, std::size_t{30000}})
                 EXPECT_TRUE(isRefused(context, channels, interleaved, floats))
-                    << channels << " channels, " << (interleaved ? "interleaved, " : "planar, ") << floats << " floats";
+                    << channels << " channels, " << (interleaved ? "interleaved, " : "planar, ") << floats
+                    << " floats";
 }
 
 TEST(ChannelCount, NegativeOrHugeIsRefused)
@@ -193,8 +201,8 @@ TEST(ChannelCount, NegativeOrHugeIsRefused)
     GTEST_SKIP() << "the sanitizer ends the process where the system's allocator throws std::bad_alloc";
 #else
     const auto context = loadContext("gains.onnx");
-    for (const std::int32_t channels : {-1, -2, -4096, std::numeric_limits<std::int32_t>::min(),
-                                        std::numeric_limits<std::int32_t>::max()})
+    for (const std::int32_t channels :
+         {-1, -2, -4096, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()})
         for (const bool interleaved : {true, false})
             EXPECT_TRUE(isRefused(context, channels, interleaved, 1000)) << channels;
 #endif

@@ -6,8 +6,8 @@
 
 bool isRuntimeLoaded()
 {
-    return GetModuleHandleW(L"onnxruntime_pelagrin.dll") != nullptr || GetModuleHandleW(L"onnxruntime.dll") != nullptr ||
-           GetModuleHandleW(L"DirectML.dll") != nullptr;
+    return GetModuleHandleW(L"onnxruntime_pelagrin.dll") != nullptr ||
+           GetModuleHandleW(L"onnxruntime.dll") != nullptr || GetModuleHandleW(L"DirectML.dll") != nullptr;
 }
 
 std::string missingFileReason()

@@ -36,7 +36,8 @@ protected:
         fs::create_directory(current);
         for (const std::string name : {TONWERK_TEST_LIBRARY_FILE, TONWERK_TEST_PROBE_FILE})
             fs::copy_file(products / name, app / name);
-        for (const auto& entry : fs::directory_iterator(products)) // the compiler's libraries, where they are DLLs
+        for (const auto& entry :
+             fs::directory_iterator(products)) // the compiler's libraries, where they are DLLs
             if (entry.path().filename().string().starts_with("lib") && entry.path().extension() == ".dll")
                 fs::copy_file(entry.path(), app / entry.path().filename());
     }
@@ -47,14 +48,18 @@ protected:
         setLibrarySearchPath("");
     }
 
-    static void place(const fs::path& source, const fs::path& folder) { fs::copy_file(source, folder / runtimeFile); }
+    static void place(const fs::path& source, const fs::path& folder)
+    {
+        fs::copy_file(source, folder / runtimeFile);
+    }
 
     /// Runs the probe and returns the lines that it printed.
     std::vector<std::string> probe(const std::string& arguments = "") const
     {
         fs::current_path(current);
         const fs::path program = fs::path("..") / "app" / TONWERK_TEST_PROBE_FILE;
-        const std::string command = fs::path(program).make_preferred().string() + " " + arguments + " > printed.txt";
+        const std::string command =
+            fs::path(program).make_preferred().string() + " " + arguments + " > printed.txt";
         EXPECT_EQ(std::system(command.c_str()), 0) << command;
         std::ifstream printed("printed.txt");
         std::vector<std::string> lines;
@@ -133,22 +138,34 @@ TEST_F(RuntimeLoading, PrefersTheLibrarysOwnFolderToTheSearchPath)
     EXPECT_FALSE(fs::exists(current / "decoy-was-loaded"));
 }
 
+struct SearchPath
+{
+    const char* name;
+    const char* path;
+};
+
 // Not even when the search path says so.
-class RuntimeSearchPath : public RuntimeLoading, public ::testing::WithParamInterface<const char*>
+class RuntimeSearchPath : public RuntimeLoading, public ::testing::WithParamInterface<SearchPath>
 {
 };
 
 TEST_P(RuntimeSearchPath, ThatMeansTheCurrentDirectoryIsIgnored)
 {
     place(products / "standin-no-entry-point" / runtimeFile, current);
-    setLibrarySearchPath(GetParam());
+    setLibrarySearchPath(GetParam().path);
     const auto lines = probe();
     ASSERT_EQ(lines.size(), 4U) << ::testing::PrintToString(lines);
-    EXPECT_TRUE(lines[1].starts_with("std::runtime_error: Cannot load the inference runtime " + runtimeFile)) << lines[1];
+    EXPECT_TRUE(lines[1].starts_with("std::runtime_error: Cannot load the inference runtime " + runtimeFile))
+        << lines[1];
     EXPECT_FALSE(fs::exists(current / "decoy-was-loaded"));
 }
 
-INSTANTIATE_TEST_SUITE_P(RuntimeLoading, RuntimeSearchPath, ::testing::Values("", ":", ".", "/usr/lib:", "../current"));
+INSTANTIATE_TEST_SUITE_P(RuntimeLoading, RuntimeSearchPath,
+                         ::testing::Values(SearchPath{"Empty", ""}, SearchPath{"TwoEmptyEntries", ":"},
+                                           SearchPath{"Dot", "."},
+                                           SearchPath{"TrailingSeparator", "/usr/lib:"},
+                                           SearchPath{"Relative", "../current"}),
+                         [](const auto& test) { return std::string(test.param.name); });
 
 TEST_F(RuntimeLoading, OfAFileThatIsNoLibraryFailsWithTheReason)
 {
@@ -184,7 +201,8 @@ TEST_F(RuntimeLoading, OfATooOldRuntimeFailsWithItsPlaceAndVersion)
 TEST_F(RuntimeLoading, SucceedsOnceTheMissingRuntimeIsThere)
 {
     fs::copy_file(products / runtimeFile, current / "replacement");
-    const auto lines = probe("replacement " + (fs::path("..") / "app" / runtimeFile).make_preferred().string());
+    const auto lines =
+        probe("replacement " + (fs::path("..") / "app" / runtimeFile).make_preferred().string());
     ASSERT_GE(lines.size(), 5U) << ::testing::PrintToString(lines);
     EXPECT_TRUE(lines[1].starts_with("std::runtime_error: Cannot load the inference runtime ")) << lines[1];
     EXPECT_TRUE(lines[lines.size() - 3].starts_with("refused by the runtime: ")) << lines[lines.size() - 3];

@@ -37,11 +37,14 @@ void expectStems(const StreamResult& result, unsigned switches, const Stereo& in
     {
         const bool selected = (switches >> i & 1U) != 0;
         sum += selected ? modelGains[i] : 0.0F;
-        EXPECT_LE(differenceToScaled(result.stems[i], selected ? modelGains[i] : 0.0F, input), selected ? tolerance : 0.0F)
+        EXPECT_LE(differenceToScaled(result.stems[i], selected ? modelGains[i] : 0.0F, input),
+                  selected ? tolerance : 0.0F)
             << "stem " << i << " of switches " << switches;
     }
-    EXPECT_LE(differenceToScaled(result.stems[mix], sum, input), switches == 0 ? 0.0F : tolerance) << switches;
-    EXPECT_LE(differenceToScaled(result.stems[residual], 1.0F - sum, input), switches == 0 ? 0.0F : tolerance) << switches;
+    EXPECT_LE(differenceToScaled(result.stems[mix], sum, input), switches == 0 ? 0.0F : tolerance)
+        << switches;
+    EXPECT_LE(differenceToScaled(result.stems[residual], 1.0F - sum, input), switches == 0 ? 0.0F : tolerance)
+        << switches;
 }
 
 // The gains differ from stem to stem, so that exchanged stems show.
@@ -51,7 +54,8 @@ TEST(StemSwitches, SilenceExactlyTheStemsThatAreOff)
     for (const std::string model : {"gains.onnx", "reordered.onnx"})
     {
         const auto context = loadContext(model);
-        for (const unsigned switches : {0U, 1U, 2U, 4U, 8U, 16U, 32U, allSwitches - 32U, allSwitches - 1U, allSwitches})
+        for (const unsigned switches :
+             {0U, 1U, 2U, 4U, 8U, 16U, 32U, allSwitches - 32U, allSwitches - 1U, allSwitches})
             expectStems(separate(context, input, configWith(switches)), switches, input);
     }
 }
@@ -88,7 +92,8 @@ TEST(Stream, TwoOfThemInTurnsDoNotDisturbEachOther)
     {
         Stream alone(context);
         for (std::size_t position = 0; position < one.size(); position += 120000)
-            alone.feed(slice(stream == &first ? one : two, position, 120000), position + 120000 == one.size());
+            alone.feed(slice(stream == &first ? one : two, position, 120000),
+                       position + 120000 == one.size());
         for (std::size_t i = 0; i < stemCount; ++i)
             EXPECT_EQ(largestDifference(stream->stem(i), alone.stem(i)), 0) << "stem " << i;
     }
@@ -143,7 +148,8 @@ TEST(ScrambledModel, WorksLikeThePlainOne)
     {
         const StreamResult result = separate(loadContext("gains.onnx", key), input);
         for (std::size_t i = 0; i < stemCount; ++i)
-            EXPECT_EQ(largestDifference(result.stems[i], plain.stems[i]), 0) << "stem " << i << ", key of " << key.size();
+            EXPECT_EQ(largestDifference(result.stems[i], plain.stems[i]), 0)
+                << "stem " << i << ", key of " << key.size();
     }
 }
 

@@ -106,8 +106,8 @@ TEST_F(StreamLengths, EofReturnsAllThatIsHeldHoweverMuch)
     }
 }
 
-// Audio moves on in hops of 1024 frames. A chunk taken from a total that is no whole number of hops loses the rest of
-// the division: hosts have to keep to the block-size rule.
+// Audio moves on in hops of 1024 frames. A chunk taken from a total that is no whole number of hops loses the
+// rest of the division: hosts have to keep to the block-size rule.
 TEST_F(StreamLengths, BlocksAgainstTheBlockSizeRuleLoseUpToAHopPerChunk)
 {
     std::size_t fed = 0;
@@ -115,7 +115,8 @@ TEST_F(StreamLengths, BlocksAgainstTheBlockSizeRuleLoseUpToAHopPerChunk)
         fed += 1000;
     fed += 1000;
     EXPECT_EQ(fed, 258000U);
-    // 258,000 = 251 * 1024 + 976: the chunk gives 251 hops less the 4096 that stay, and takes 976 frames more.
+    // 258,000 = 251 * 1024 + 976: the chunk gives 251 hops less the 4096 that stay, and takes 976 frames
+    // more.
     EXPECT_EQ(stream.result().lengths.back(), 252928U);
     EXPECT_EQ(feed(0, true), 4096U);
     EXPECT_EQ(stream.stem(mix).size(), fed - 976);

@@ -110,7 +110,8 @@ std::shared_ptr<tonwerk::InferenceContext> loadContext(const std::string& model,
     std::vector<char> bytes = readModel(model);
     for (std::size_t i = 0; i < bytes.size() && !key.empty(); ++i)
         bytes[i] = static_cast<char>(bytes[i] ^ key[i % key.size()]);
-    auto context = std::make_shared<tonwerk::InferenceContext>(tonwerk::ModelData{bytes.data(), bytes.size(), key});
+    auto context =
+        std::make_shared<tonwerk::InferenceContext>(tonwerk::ModelData{bytes.data(), bytes.size(), key});
     std::fill(bytes.begin(), bytes.end(), '\0'); // whoever still reads them afterwards shall notice
     return context;
 }

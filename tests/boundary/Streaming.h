@@ -28,7 +28,8 @@ enum Stem : std::size_t
 };
 
 /// What the model gains.onnx multiplies its input with, in the order of the stems.
-inline constexpr std::array<float, 6> modelGains{10.0F / 32, 8.0F / 32, 4.0F / 32, 3.0F / 32, 1.0F / 32, 6.0F / 32};
+inline constexpr std::array<float, 6> modelGains{10.0F / 32, 8.0F / 32, 4.0F / 32,
+                                                 3.0F / 32,  1.0F / 32, 6.0F / 32};
 
 /// Left and right, equally long.
 struct Stereo
@@ -42,8 +43,8 @@ struct Stereo
 /// Another seed on every run of the program, printed, or the one given with --gtest_random_seed.
 std::uint32_t testSeed();
 
-/// Noise of at most 0.5, different in both channels and without content near half the sample rate: the transform
-/// drops the bin at half the sample rate, so that only such signals come back unchanged.
+/// Noise of at most 0.5, different in both channels and without content near half the sample rate: the
+/// transform drops the bin at half the sample rate, so that only such signals come back unchanged.
 Stereo noise(std::size_t length, std::uint32_t seed = testSeed());
 
 Stereo silence(std::size_t length);
@@ -56,9 +57,10 @@ std::vector<float> packed(const Stereo& signal, bool interleaved);
 /// The inverse.
 Stereo unpacked(const std::vector<float>& samples, bool interleaved);
 
-/// The largest difference of two signals between the samples `first` (included) and `last` (excluded); infinity if
-/// they are not equally long or a value is not finite.
-float largestDifference(const Stereo& one, const Stereo& other, std::size_t first = 0, std::size_t last = SIZE_MAX);
+/// The largest difference of two signals between the samples `first` (included) and `last` (excluded);
+/// infinity if they are not equally long or a value is not finite.
+float largestDifference(const Stereo& one, const Stereo& other, std::size_t first = 0,
+                        std::size_t last = SIZE_MAX);
 
 /// The largest difference of `signal` to `gain` times the other.
 float differenceToScaled(const Stereo& signal, float gain, const Stereo& other);

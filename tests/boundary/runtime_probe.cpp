@@ -1,5 +1,5 @@
-// Loads a model that is none, and tells what the library and the inference runtime said to that. The tests put it
-// beside the library into folders with and without a runtime.
+// Loads a model that is none, and tells what the library and the inference runtime said to that. The tests
+// put it beside the library into folders with and without a runtime.
 //
 // usage: runtime_probe [REPLACEMENT RUNTIME]     copies the one file over the other and tries a second time
 

@@ -30,7 +30,8 @@ BackendFixture::~BackendFixture()
         EXPECT_EQ(count, 0) << "of " << standin.created[kind] << " times " << kind;
 }
 
-std::shared_ptr<IInference> BackendFixture::load(const std::string& model, const std::string& preferredProvider)
+std::shared_ptr<IInference> BackendFixture::load(const std::string& model,
+                                                 const std::string& preferredProvider)
 {
     const std::vector<char> bytes = readModel(model);
     return makeInferenceBackend(bytes.data(), bytes.size(), {}, outputNames, preferredProvider);

@@ -14,14 +14,16 @@
 #include "support/LogCapture.h"
 #include "support/ModelFile.h"
 
-/// Starts with a fresh script and record, and ends with the check that everything the runtime handed out was given back.
+/// Starts with a fresh script and record, and ends with the check that everything the runtime handed out was
+/// given back.
 class BackendFixture : public ::testing::Test
 {
 protected:
     BackendFixture();
     ~BackendFixture() override;
 
-    /// Loads a model as the library does: the model's own input names and the six outputs in the host's order.
+    /// Loads a model as the library does: the model's own input names and the six outputs in the host's
+    /// order.
     std::shared_ptr<IInference> load(const std::string& model, const std::string& preferredProvider = "");
 
     /// The constructor's lines, in order.

@@ -33,7 +33,8 @@ struct Entry
 class FakeAdapters : public IAdapterList
 {
 public:
-    explicit FakeAdapters(std::vector<Entry> entries, std::uint32_t opened = 0) : entries(std::move(entries)), opened(opened)
+    explicit FakeAdapters(std::vector<Entry> entries, std::uint32_t opened = 0)
+        : entries(std::move(entries)), opened(opened)
     {
     }
 
@@ -76,7 +77,8 @@ protected:
     }
 
     LogCapture log;
-    const std::string fallback = line("INFO", "No NVIDIA or AMD DML adapter found, fallback to adapter index 0");
+    const std::string fallback =
+        line("INFO", "No NVIDIA or AMD DML adapter found, fallback to adapter index 0");
 };
 
 using Lines = std::vector<std::string>;
@@ -95,7 +97,8 @@ TEST_F(DmlAdapterChoice, FallsBackToAdapterZero)
 
 TEST_F(DmlAdapterChoice, PrefersNvidiaToAmdWhereverItStands)
 {
-    EXPECT_EQ(choose({{u"Radeon", ati}, {u"Iris", intel}, {u"GeForce", nvidia}, {u"GeForce Two", nvidia}}), 2);
+    EXPECT_EQ(choose({{u"Radeon", ati}, {u"Iris", intel}, {u"GeForce", nvidia}, {u"GeForce Two", nvidia}}),
+              2);
     EXPECT_EQ(log.lines().back(), line("INFO", "Prefer NVIDIA DML adapter index 2 (GeForce)"));
     EXPECT_EQ(log.lines()[2], line("INFO", "DML adapter 2: vendorId=4318, software=false, name=GeForce"));
 }
@@ -113,7 +116,8 @@ TEST_F(DmlAdapterChoice, KnowsBothIdentifiersOfAmdAndNoneBetween)
 
 TEST_F(DmlAdapterChoice, SoftwareAdaptersAreNeverPreferred)
 {
-    EXPECT_EQ(choose({{u"Remote", nvidia, software}, {u"Remote", amd, software | 1}, {u"Radeon", amd, 1}}), 2);
+    EXPECT_EQ(choose({{u"Remote", nvidia, software}, {u"Remote", amd, software | 1}, {u"Radeon", amd, 1}}),
+              2);
     EXPECT_EQ(log.lines()[0], line("INFO", "DML adapter 0: vendorId=4318, software=true, name=Remote"));
     EXPECT_EQ(choose({{u"Iris", intel}, {u"Remote", nvidia, software}}), 0);
 }
@@ -132,10 +136,11 @@ TEST_F(DmlAdapterChoice, AFailingEnumerationKeepsTheAdaptersFoundSoFar)
     FakeAdapters adapters({{u"Radeon", ati}, {u"Lost", nvidia, 0, 0x80004005}, {u"GeForce", nvidia}});
     EXPECT_EQ(selectDmlAdapterIndex(adapters), 0);
     EXPECT_EQ(adapters.selections, 2);
-    EXPECT_EQ(log.lines(),
-              (Lines{line("INFO", "DML adapter 0: vendorId=4098, software=false, name=Radeon"),
-                     line("WARN", "Failed to enumerate DXGI adapter 1, fallback search stops. HRESULT=2147500037"),
-                     line("INFO", "Prefer AMD DML adapter index 0 (Radeon)")}));
+    EXPECT_EQ(
+        log.lines(),
+        (Lines{line("INFO", "DML adapter 0: vendorId=4098, software=false, name=Radeon"),
+               line("WARN", "Failed to enumerate DXGI adapter 1, fallback search stops. HRESULT=2147500037"),
+               line("INFO", "Prefer AMD DML adapter index 0 (Radeon)")}));
 }
 
 TEST_F(DmlAdapterChoice, WithoutAListNothingElseIsAsked)
@@ -150,7 +155,8 @@ TEST_F(DmlAdapterChoice, WithoutAListNothingElseIsAsked)
 TEST_F(DmlAdapterChoice, NamesBeyondAsciiAreShownWithQuestionMarksPerCodeUnit)
 {
     choose({{u"Grafik \u00E9\u20AC\U0001F600 X", intel}});
-    EXPECT_EQ(log.lines()[0], line("INFO", "DML adapter 0: vendorId=32902, software=false, name=Grafik ???? X"));
+    EXPECT_EQ(log.lines()[0],
+              line("INFO", "DML adapter 0: vendorId=32902, software=false, name=Grafik ???? X"));
 }
 
 // Whatever adapters this machine has, the answer fits what was logged about them.

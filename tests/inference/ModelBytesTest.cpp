@@ -28,12 +28,12 @@ TEST_F(ModelBytes, WhatIsNoModelIsRefusedWithTheRuntimesExceptionAndOneLine)
     for (std::size_t i = 0; i < damaged.size(); ++i)
         damaged[i] = static_cast<char>(damaged[i] ^ 0x5A);
 
-    for (const Bytes& bytes : {Bytes{"text", text.data(), text.size()}, Bytes{"zeros", zeros.data(), zeros.size()},
-                               Bytes{"nothing", model.data(), 0}, Bytes{"null", nullptr, 0},
-                               Bytes{"half a model", model.data(), model.size() / 2},
-                               Bytes{"all but one byte", model.data(), model.size() - 1},
-                               Bytes{"one byte", model.data(), 1},
-                               Bytes{"wrong key", damaged.data(), damaged.size()}})
+    for (const Bytes& bytes :
+         {Bytes{"text", text.data(), text.size()}, Bytes{"zeros", zeros.data(), zeros.size()},
+          Bytes{"nothing", model.data(), 0}, Bytes{"null", nullptr, 0},
+          Bytes{"half a model", model.data(), model.size() / 2},
+          Bytes{"all but one byte", model.data(), model.size() - 1}, Bytes{"one byte", model.data(), 1},
+          Bytes{"wrong key", damaged.data(), damaged.size()}})
     {
         log.clear();
         std::string reason;
@@ -47,11 +47,12 @@ TEST_F(ModelBytes, WhatIsNoModelIsRefusedWithTheRuntimesExceptionAndOneLine)
             reason = failure.what();
         }
         EXPECT_FALSE(reason.empty()) << bytes.name;
-        EXPECT_EQ(log.lines(plog::error),
-                  std::vector<std::string>{constructorLine("ERROR", "Failed to initialize ONNX session: " + reason)})
+        EXPECT_EQ(log.lines(plog::error), std::vector<std::string>{constructorLine(
+                                              "ERROR", "Failed to initialize ONNX session: " + reason)})
             << bytes.name;
     }
-    EXPECT_NE(makeInferenceBackend(model.data(), model.size(), {}, {}, ""), nullptr) << "the runtime is still well";
+    EXPECT_NE(makeInferenceBackend(model.data(), model.size(), {}, {}, ""), nullptr)
+        << "the runtime is still well";
 }
 
 } // namespace

@@ -56,8 +56,9 @@ TEST(ModelCache, TroubleIsLoggedAndIgnored)
     removeModelCache(fs::path(std::string(5000, 'x')));
     removeModelCache(cache);
     ASSERT_EQ(log.lines().size(), 1U);
-    const std::string start = "ERROR [InferenceONNXImplMultiStem::InferenceONNXImplMultiStem] [INFERENCE_onnx] Failed to "
-                              "remove CoreML model cache directory: ";
+    const std::string start =
+        "ERROR [InferenceONNXImplMultiStem::InferenceONNXImplMultiStem] [INFERENCE_onnx] Failed to "
+        "remove CoreML model cache directory: ";
     EXPECT_TRUE(log.lines()[0].starts_with(start)) << log.lines()[0];
     EXPECT_GT(log.lines()[0].size(), start.size());
 }

@@ -19,8 +19,9 @@ constexpr StemFlags allStems{true, true, true, true, true, true};
 
 /// Of the model gains.onnx, by output name.
 const std::map<std::string, float> gains{
-    {"vocals_output", 10.0F / 32},         {"drum_output", 8.0F / 32},            {"piano_output", 4.0F / 32},
-    {"acoustic_guitar_output", 3.0F / 32}, {"electric_guitar_output", 1.0F / 32}, {"bass_output", 6.0F / 32}};
+    {"vocals_output", 10.0F / 32},         {"drum_output", 8.0F / 32},
+    {"piano_output", 4.0F / 32},           {"acoustic_guitar_output", 3.0F / 32},
+    {"electric_guitar_output", 1.0F / 32}, {"bass_output", 6.0F / 32}};
 
 /// Small integers, so that products with the gains are exact.
 std::vector<float> testInput(std::size_t count)
@@ -55,7 +56,8 @@ protected:
 
     bool isSilent(std::size_t output) const
     {
-        return std::all_of(buffers[output].begin(), buffers[output].end(), [](float value) { return value == 0.0F; });
+        return std::all_of(buffers[output].begin(), buffers[output].end(),
+                           [](float value) { return value == 0.0F; });
     }
 
     bool allSilent() const
@@ -80,11 +82,13 @@ TEST_F(ModelRun, EveryStemIsWrittenStraightIntoItsBuffer)
 
     for (std::size_t i = 0; i < outputNames.size(); ++i)
         EXPECT_TRUE(isScaled(i, gains.at(outputNames[i]))) << outputNames[i];
-    EXPECT_NE(std::find(standin.calls.begin(), standin.calls.end(), "CreateCpuMemoryInfo 0 -1"), standin.calls.end());
-    EXPECT_EQ(lastCall(), "Run 1: unified_input[1x4x256x2048] vocals_flag=1 drum_flag=1 bass_flag=1 piano_flag=1 "
-                          "acoustic_guitar_flag=1 electric_guitar_flag=1 -> vocals_output[1x4x256x2048] "
-                          "drum_output[1x4x256x2048] piano_output[1x4x256x2048] acoustic_guitar_output[1x4x256x2048] "
-                          "electric_guitar_output[1x4x256x2048] bass_output[1x4x256x2048]");
+    EXPECT_NE(std::find(standin.calls.begin(), standin.calls.end(), "CreateCpuMemoryInfo 0 -1"),
+              standin.calls.end());
+    EXPECT_EQ(lastCall(),
+              "Run 1: unified_input[1x4x256x2048] vocals_flag=1 drum_flag=1 bass_flag=1 piano_flag=1 "
+              "acoustic_guitar_flag=1 electric_guitar_flag=1 -> vocals_output[1x4x256x2048] "
+              "drum_output[1x4x256x2048] piano_output[1x4x256x2048] acoustic_guitar_output[1x4x256x2048] "
+              "electric_guitar_output[1x4x256x2048] bass_output[1x4x256x2048]");
     EXPECT_EQ(standin.created["value"], 13);
     EXPECT_EQ(standin.alive["value"], 0);
     EXPECT_EQ(standin.alive["run options"], 0);
@@ -106,12 +110,14 @@ TEST_F(ModelRun, EachFlagReachesTheModelAndSparesItsOwnStem)
         setSelectedStems(backend, flags);
         EXPECT_TRUE(run(*backend));
         const std::string call = lastCall();
-        EXPECT_EQ(call.find("_flag=1"), call.find(" " + std::string(stem) + "_flag=1") + 1 + std::string(stem).size());
+        EXPECT_EQ(call.find("_flag=1"),
+                  call.find(" " + std::string(stem) + "_flag=1") + 1 + std::string(stem).size());
         EXPECT_EQ(call.find("_flag=1"), call.rfind("_flag=1"));
         for (std::size_t i = 0; i < outputNames.size(); ++i)
         {
             const bool own = outputNames[i] == std::string(stem) + "_output";
-            EXPECT_TRUE(own ? isScaled(i, gains.at(outputNames[i])) : isSilent(i)) << outputNames[i] << " of " << stem;
+            EXPECT_TRUE(own ? isScaled(i, gains.at(outputNames[i])) : isSilent(i))
+                << outputNames[i] << " of " << stem;
         }
     }
 }
@@ -150,8 +156,8 @@ TEST_F(ModelRun, WithoutGivenNamesTheModelsOwnOnesAreUsed)
     const std::vector<char> model = readModel("reordered.onnx");
     const auto backend = makeInferenceBackend(model.data(), model.size(), {}, {}, "");
     setSelectedStems(backend, allStems);
-    const Lines flagOrder{"vocals_output", "drum_output",            "bass_output",
-                          "piano_output",  "acoustic_guitar_output", "electric_guitar_output"};
+    const Lines flagOrder{"vocals_output",          "drum_output",           "bass_output", "piano_output",
+                          "acoustic_guitar_output", "electric_guitar_output"};
     EXPECT_TRUE(run(*backend, flagOrder));
     for (std::size_t i = 0; i < flagOrder.size(); ++i)
         EXPECT_TRUE(isScaled(i, gains.at(flagOrder[i]))) << flagOrder[i];
@@ -163,7 +169,8 @@ TEST_F(ModelRun, AnOutputThatNoFlagSpeaksForIsAlwaysSilent)
     const std::string known = "drum_output";
     const std::string unknown = "horn_output"; // of the same length, so that the file stays well-formed
     int renamed = 0;
-    for (auto at = model.begin(); (at = std::search(at, model.end(), known.begin(), known.end())) != model.end(); ++renamed)
+    for (auto at = model.begin();
+         (at = std::search(at, model.end(), known.begin(), known.end())) != model.end(); ++renamed)
         std::copy(unknown.begin(), unknown.end(), at);
     ASSERT_GT(renamed, 1);
 
@@ -182,8 +189,9 @@ TEST_F(ModelRun, AFailedRunIsLoggedCountsAsDoneAndLeavesSilence)
     log.clear();
     standin.failing = {"Run"};
     EXPECT_TRUE(run(*backend));
-    EXPECT_EQ(log.lines(), Lines{"ERROR [InferenceONNXImplMultiStem::run] [INFERENCE_onnx] Exception during inference: "
-                                 "stand-in: Run fails"});
+    EXPECT_EQ(log.lines(),
+              Lines{"ERROR [InferenceONNXImplMultiStem::run] [INFERENCE_onnx] Exception during inference: "
+                    "stand-in: Run fails"});
     EXPECT_TRUE(allSilent());
     EXPECT_EQ(standin.created["status"], 1);
 
@@ -209,8 +217,8 @@ TEST_F(ModelRun, ARunThatFailsInsideTheNetworkLeavesSilence)
 // The runtime finds out during the run; nothing distinguishes that from other failing runs.
 TEST_F(ModelRun, ModelsWithAWrongInterfaceGiveSilenceAndALine)
 {
-    for (const std::string model : {"missing_output", "missing_flag", "extra_input", "wrong_type", "small_segment",
-                                    "mono", "sequence_output"})
+    for (const std::string model : {"missing_output", "missing_flag", "extra_input", "wrong_type",
+                                    "small_segment", "mono", "sequence_output"})
     {
         const auto backend = load("wrong/" + model + ".onnx");
         setSelectedStems(backend, allStems);
@@ -218,8 +226,9 @@ TEST_F(ModelRun, ModelsWithAWrongInterfaceGiveSilenceAndALine)
         EXPECT_TRUE(run(*backend)) << model;
         const Lines lines = log.lines();
         ASSERT_EQ(lines.size(), 1U) << model;
-        EXPECT_TRUE(lines[0].starts_with("ERROR [InferenceONNXImplMultiStem::run] [INFERENCE_onnx] Exception during "
-                                         "inference: "))
+        EXPECT_TRUE(
+            lines[0].starts_with("ERROR [InferenceONNXImplMultiStem::run] [INFERENCE_onnx] Exception during "
+                                 "inference: "))
             << lines[0];
         EXPECT_TRUE(allSilent()) << model;
     }
@@ -232,7 +241,8 @@ TEST_F(ModelRun, OutputsThatCannotBeBoundAreTheCallersFailure)
 
     const auto backend = load("gains.onnx");
     std::vector<float> small(count / 2);
-    EXPECT_THROW(backend->run(input.data(), std::vector<float*>(6, small.data()), {1, 4, 128, 2048}), Ort::Exception);
+    EXPECT_THROW(backend->run(input.data(), std::vector<float*>(6, small.data()), {1, 4, 128, 2048}),
+                 Ort::Exception);
 
     for (const std::string call : {"CreateCpuMemoryInfo", "CreateRunOptions"})
     {

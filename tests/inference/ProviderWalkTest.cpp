@@ -13,7 +13,8 @@ namespace
 
 using Lines = std::vector<std::string>;
 
-const std::string cudaCall = "AppendCUDA device=0 search=exhaustive limit=none arena=0 copy=1 stream=0 config=none tunable=00";
+const std::string cudaCall =
+    "AppendCUDA device=0 search=exhaustive limit=none arena=0 copy=1 stream=0 config=none tunable=00";
 const std::string rocmCall =
     "AppendROCM device=0 search=0 limit=none arena=0 copy=1 stream=0 config=none graph=0 tunable=00";
 
@@ -31,9 +32,12 @@ protected:
     Lines walkLog() const
     {
         Lines lines = constructorLog();
-        std::erase_if(lines, [](const std::string& line)
-                      { return line.find("Create Inference") != std::string::npos ||
-                               line.find("Available Provider") != std::string::npos; });
+        std::erase_if(lines,
+                      [](const std::string& line)
+                      {
+                          return line.find("Create Inference") != std::string::npos ||
+                                 line.find("Available Provider") != std::string::npos;
+                      });
         return lines;
     }
 
@@ -68,8 +72,8 @@ TEST_F(ProviderWalk, CpuAloneGetsOnePlainSessionAndNoAppendLine)
 
     EXPECT_EQ(log.lines(), (Lines{constructorLine("INFO", "Create Inference ONNX"),
                                   constructorLine("INFO", "Available Provider: CPUExecutionProvider")}));
-    EXPECT_EQ(sessionCalls(),
-              (Lines{"CreateEnv 2 \"\"", "CreateSessionOptions", "CreateSession 1", "ReleaseSessionOptions"}));
+    EXPECT_EQ(sessionCalls(), (Lines{"CreateEnv 2 \"\"", "CreateSessionOptions", "CreateSession 1",
+                                     "ReleaseSessionOptions"}));
 
     std::erase_if(standin.alive, [](const auto& entry) { return entry.second == 0; });
     EXPECT_EQ(standin.alive, (std::map<std::string, int>{{"environment", 1}, {"session", 1}}));
@@ -88,10 +92,10 @@ TEST_F(ProviderWalk, EveryWorkingProviderBuildsASessionAndTheLastOneStays)
                                        constructorLine("INFO", "Available Provider: CPUExecutionProvider"),
                                        append("DmlExecutionProvider"), append("CUDAExecutionProvider")}));
     EXPECT_EQ(sessionCalls(),
-              (Lines{"CreateEnv 2 \"\"", "CreateSessionOptions", "SetSessionExecutionMode 0", "DisableMemPattern",
-                     "GetExecutionProviderApi DML 21", "AppendDML " + device, "CreateSession 1",
-                     "ReleaseSessionOptions", "CreateSessionOptions", cudaCall, "CreateSession 2", "ReleaseSession 1",
-                     "ReleaseSessionOptions"}));
+              (Lines{"CreateEnv 2 \"\"", "CreateSessionOptions", "SetSessionExecutionMode 0",
+                     "DisableMemPattern", "GetExecutionProviderApi DML 21", "AppendDML " + device,
+                     "CreateSession 1", "ReleaseSessionOptions", "CreateSessionOptions", cudaCall,
+                     "CreateSession 2", "ReleaseSession 1", "ReleaseSessionOptions"}));
     EXPECT_EQ(keptSession(), 2);
 }
 
@@ -128,8 +132,8 @@ TEST_F(ProviderWalk, RocmIsFoundUnderTheRuntimesSpellingAfterCudaFailed)
                                        append("CUDAExecutionProvider"), failed("stand-in: session 1 fails"),
                                        append("ROCmExecutionProvider")}));
     EXPECT_EQ(sessionCalls(), (Lines{"CreateEnv 2 \"\"", "CreateSessionOptions", cudaCall, "CreateSession 1",
-                                     "ReleaseSessionOptions", "CreateSessionOptions", rocmCall, "CreateSession 2",
-                                     "ReleaseSessionOptions"}));
+                                     "ReleaseSessionOptions", "CreateSessionOptions", rocmCall,
+                                     "CreateSession 2", "ReleaseSessionOptions"}));
 }
 
 TEST_F(ProviderWalk, CpuTakesOverOnlyWhenEveryProviderFailed)
@@ -151,7 +155,8 @@ TEST_F(ProviderWalk, ProvidersWithoutAnAppendRuleAreNamedAndLeftOut)
     offer({"QNNExecutionProvider", "CoreMLExecutionProvider", "TensorrtExecutionProvider"});
     const auto backend = load("gains.onnx");
 
-    EXPECT_EQ(walkLog(), (Lines{append("QNNExecutionProvider"), constructorLine("WARN", "Unknown EP: QNNExecutionProvider"),
+    EXPECT_EQ(walkLog(), (Lines{append("QNNExecutionProvider"),
+                                constructorLine("WARN", "Unknown EP: QNNExecutionProvider"),
                                 append("CoreMLExecutionProvider"),
                                 constructorLine("WARN", "Unknown EP: CoreMLExecutionProvider")}));
     EXPECT_EQ(standin.sessionAttempts, 1);
@@ -192,9 +197,11 @@ TEST_P(DirectMLRefused, LeavesAPlainSessionWithoutAnErrorOrALeakedStatus)
 
 INSTANTIATE_TEST_SUITE_P(
     ProviderWalk, DirectMLRefused,
-    ::testing::Values(DirectMLRefusal{"ByTheAppend", Standin::DirectMLTable::own, {"AppendDML"}, 1, true},
-                      DirectMLRefusal{"ByTheTableQuery", Standin::DirectMLTable::own, {"GetExecutionProviderApi"}, 1, false},
-                      DirectMLRefusal{"ByAMissingTable", Standin::DirectMLTable::missing, {}, 0, false}),
+    ::testing::Values(
+        DirectMLRefusal{"ByTheAppend", Standin::DirectMLTable::own, {"AppendDML"}, 1, true},
+        DirectMLRefusal{
+            "ByTheTableQuery", Standin::DirectMLTable::own, {"GetExecutionProviderApi"}, 1, false},
+        DirectMLRefusal{"ByAMissingTable", Standin::DirectMLTable::missing, {}, 0, false}),
     [](const auto& test) { return std::string(test.param.name); });
 
 TEST_F(ProviderWalk, RealDirectMLEndsInASessionWhateverTheAppendSays)
@@ -251,8 +258,8 @@ TEST_F(ProviderWalk, PreferringTheCpuEndsTheWalkAtOnce)
     const auto backend = load("gains.onnx", "CPUExecutionProvider");
 
     EXPECT_EQ(walkLog(), Lines{});
-    EXPECT_EQ(sessionCalls(),
-              (Lines{"CreateEnv 2 \"\"", "CreateSessionOptions", "CreateSession 1", "ReleaseSessionOptions"}));
+    EXPECT_EQ(sessionCalls(), (Lines{"CreateEnv 2 \"\"", "CreateSessionOptions", "CreateSession 1",
+                                     "ReleaseSessionOptions"}));
 }
 
 TEST_F(ProviderWalk, AFailingProviderQueryOrCpuSessionIsLoggedAndReachesTheCaller)
@@ -268,14 +275,16 @@ TEST_F(ProviderWalk, AFailingProviderQueryOrCpuSessionIsLoggedAndReachesTheCalle
     offer({"CUDAExecutionProvider"});
     log.clear();
     EXPECT_EQ(loadFailure(), "stand-in: session 2 fails");
-    EXPECT_EQ(walkLog(),
-              (Lines{append("CUDAExecutionProvider"), failed("stand-in: session 1 fails"),
-                     constructorLine("ERROR", "Failed to initialize ONNX session: stand-in: session 2 fails")}));
+    EXPECT_EQ(
+        walkLog(),
+        (Lines{append("CUDAExecutionProvider"), failed("stand-in: session 1 fails"),
+               constructorLine("ERROR", "Failed to initialize ONNX session: stand-in: session 2 fails")}));
 }
 
 TEST_F(ProviderWalk, FailuresBeforeAndAfterTheWalkReachTheCallerWithoutALine)
 {
-    for (const std::string call : {"SessionGetInputCount", "SessionGetInputTypeInfo", "SessionGetOutputTypeInfo"})
+    for (const std::string call :
+         {"SessionGetInputCount", "SessionGetInputTypeInfo", "SessionGetOutputTypeInfo"})
     {
         standin.failing = {call};
         EXPECT_EQ(loadFailure(), "stand-in: " + call + " fails");

@@ -14,7 +14,8 @@ TEST(RuntimeLoader, TheRuntimeComesFromTheFolderOfTheCodeThatLoadsIt)
 {
     const RuntimeLibrary library = openRuntimeLibrary();
     ASSERT_NE(library.apiBase, nullptr);
-    EXPECT_TRUE(fs::equivalent(fs::path(library.location).parent_path(), TONWERK_TEST_BIN_DIR)) << library.location;
+    EXPECT_TRUE(fs::equivalent(fs::path(library.location).parent_path(), TONWERK_TEST_BIN_DIR))
+        << library.location;
     EXPECT_EQ(openRuntimeLibrary().apiBase, library.apiBase);
     EXPECT_NE(loadRuntimeApi(), nullptr);
 }

@@ -116,7 +116,9 @@ TEST_F(PreProcessorFrames, SkippedSamplesCountAsIfTheyWereNotThere)
                                     spectrumAt(input, channel, 3 + (1 + i) * hop), tolerance))
                 << "channel " << channel << ", frame " << i;
     }
-    process(*preProcessor, input, false, input.shape(1) + 1); // more than there is: no new frame
+    // More than there is: no new frame, and none that could be returned.
+    const Array none = process(*preProcessor, input, false, input.shape(1) + 1);
+    EXPECT_EQ(shapeOf(none), (std::vector<std::size_t>{outputs, channels, 0}));
     EXPECT_TRUE(samplesNear(seenInSlot(0, frames - 1), spectrumAt(input, 0, 3 + 3 * hop), tolerance));
 }
 

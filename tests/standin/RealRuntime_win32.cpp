@@ -16,7 +16,7 @@ const OrtApiBase* openRealRuntime()
     if (runtime == nullptr)
         return nullptr;
     // Through void*: the two function types have nothing in common.
-    const auto getApiBase =
-        reinterpret_cast<const OrtApiBase* (*)()>(reinterpret_cast<void*>(GetProcAddress(runtime, "OrtGetApiBase")));
+    const auto getApiBase = reinterpret_cast<const OrtApiBase* (*)()>(
+        reinterpret_cast<void*>(GetProcAddress(runtime, "OrtGetApiBase")));
     return getApiBase == nullptr ? nullptr : getApiBase();
 }

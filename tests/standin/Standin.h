@@ -1,6 +1,6 @@
 /// \file Standin.h
-/// A runtime library that stands in for the real one: it has the real one's file name and hands every call on, but
-/// plays a script (which providers there are, what fails) and keeps a record of what happened.
+/// A runtime library that stands in for the real one: it has the real one's file name and hands every call
+/// on, but plays a script (which providers there are, what fails) and keeps a record of what happened.
 ///
 /// A program finds it by lying in one folder with it; the real runtime lies one folder above.
 #ifndef TONWERK_TESTS_STANDIN_STANDIN_H
@@ -38,9 +38,9 @@ struct Standin
 
     // The record.
 
-    /// The calls that make and configure sessions and run them, in order, with what was asked for. Sessions are
-    /// called by the number of the attempt that made them. A run lists its tensors with their shapes, flags with their
-    /// values.
+    /// The calls that make and configure sessions and run them, in order, with what was asked for. Sessions
+    /// are called by the number of the attempt that made them. A run lists its tensors with their shapes,
+    /// flags with their values.
     std::vector<std::string> calls;
     /// Objects handed out, by kind ("session", "status" ...), and those of them that were not given back yet.
     std::map<std::string, int> created;

@@ -84,7 +84,8 @@ OrtStatus* ORT_API_CALL appendRealDirectML(OrtSessionOptions* options, int devic
     return counted(status);
 }
 
-OrtStatus* ORT_API_CALL getExecutionProviderApi(const char* name, std::uint32_t version, const void** table) noexcept
+OrtStatus* ORT_API_CALL getExecutionProviderApi(const char* name, std::uint32_t version,
+                                                const void** table) noexcept
 {
     static constexpr DirectMLTable ownTable{appendDirectML};
     static constexpr DirectMLTable realTable{appendRealDirectML};
@@ -98,25 +99,29 @@ OrtStatus* ORT_API_CALL getExecutionProviderApi(const char* name, std::uint32_t 
     return nullptr;
 }
 
-OrtStatus* ORT_API_CALL appendCuda(OrtSessionOptions* /*options*/, const OrtCUDAProviderOptions* cuda) noexcept
+OrtStatus* ORT_API_CALL appendCuda(OrtSessionOptions* /*options*/,
+                                   const OrtCUDAProviderOptions* cuda) noexcept
 {
     std::ostringstream text;
     text << "AppendCUDA device=" << cuda->device_id << " search="
          << (cuda->cudnn_conv_algo_search == OrtCudnnConvAlgoSearchExhaustive ? "exhaustive" : "other")
-         << " limit=" << (cuda->gpu_mem_limit == SIZE_MAX ? "none" : "some") << " arena=" << cuda->arena_extend_strategy
-         << " copy=" << cuda->do_copy_in_default_stream << " stream=" << cuda->has_user_compute_stream
+         << " limit=" << (cuda->gpu_mem_limit == SIZE_MAX ? "none" : "some")
+         << " arena=" << cuda->arena_extend_strategy << " copy=" << cuda->do_copy_in_default_stream
+         << " stream=" << cuda->has_user_compute_stream
          << " config=" << (cuda->default_memory_arena_cfg == nullptr ? "none" : "some")
          << " tunable=" << cuda->tunable_op_enable << cuda->tunable_op_tuning_enable;
     record(text.str());
     return scripted("AppendCUDA");
 }
 
-OrtStatus* ORT_API_CALL appendRocm(OrtSessionOptions* /*options*/, const OrtROCMProviderOptions* rocm) noexcept
+OrtStatus* ORT_API_CALL appendRocm(OrtSessionOptions* /*options*/,
+                                   const OrtROCMProviderOptions* rocm) noexcept
 {
     std::ostringstream text;
     text << "AppendROCM device=" << rocm->device_id << " search=" << rocm->miopen_conv_exhaustive_search
-         << " limit=" << (rocm->gpu_mem_limit == SIZE_MAX ? "none" : "some") << " arena=" << rocm->arena_extend_strategy
-         << " copy=" << rocm->do_copy_in_default_stream << " stream=" << rocm->has_user_compute_stream
+         << " limit=" << (rocm->gpu_mem_limit == SIZE_MAX ? "none" : "some")
+         << " arena=" << rocm->arena_extend_strategy << " copy=" << rocm->do_copy_in_default_stream
+         << " stream=" << rocm->has_user_compute_stream
          << " config=" << (rocm->default_memory_arena_cfg == nullptr ? "none" : "some")
          << " graph=" << rocm->enable_hip_graph << " tunable=" << rocm->tunable_op_enable
          << rocm->tunable_op_tuning_enable;

@@ -57,7 +57,8 @@ OrtStatus* ORT_API_CALL sessionGetInputCount(const OrtSession* asked, std::size_
     return counted(realApi().SessionGetInputCount(asked, count));
 }
 
-OrtStatus* ORT_API_CALL sessionGetInputTypeInfo(const OrtSession* asked, std::size_t index, OrtTypeInfo** info) noexcept
+OrtStatus* ORT_API_CALL sessionGetInputTypeInfo(const OrtSession* asked, std::size_t index,
+                                                OrtTypeInfo** info) noexcept
 {
     record("GetInputTypeInfo " + sessionName(asked) + " " + std::to_string(index));
     if (OrtStatus* status = scripted("SessionGetInputTypeInfo"))
@@ -65,7 +66,8 @@ OrtStatus* ORT_API_CALL sessionGetInputTypeInfo(const OrtSession* asked, std::si
     return made("type info", realApi().SessionGetInputTypeInfo(asked, index, info));
 }
 
-OrtStatus* ORT_API_CALL sessionGetOutputTypeInfo(const OrtSession* asked, std::size_t index, OrtTypeInfo** info) noexcept
+OrtStatus* ORT_API_CALL sessionGetOutputTypeInfo(const OrtSession* asked, std::size_t index,
+                                                 OrtTypeInfo** info) noexcept
 {
     record("GetOutputTypeInfo " + sessionName(asked) + " " + std::to_string(index));
     if (OrtStatus* status = scripted("SessionGetOutputTypeInfo"))
@@ -106,7 +108,8 @@ OrtStatus* ORT_API_CALL getAllocator(OrtAllocator** allocator) noexcept
     return counted(realApi().GetAllocatorWithDefaultOptions(&realAllocator));
 }
 
-OrtStatus* ORT_API_CALL createCpuMemoryInfo(OrtAllocatorType allocator, OrtMemType memory, OrtMemoryInfo** out) noexcept
+OrtStatus* ORT_API_CALL createCpuMemoryInfo(OrtAllocatorType allocator, OrtMemType memory,
+                                            OrtMemoryInfo** out) noexcept
 {
     record("CreateCpuMemoryInfo " + std::to_string(allocator) + " " + std::to_string(memory));
     if (OrtStatus* status = scripted("CreateCpuMemoryInfo"))
@@ -120,8 +123,9 @@ void ORT_API_CALL releaseMemoryInfo(OrtMemoryInfo* info) noexcept
     realApi().ReleaseMemoryInfo(info);
 }
 
-OrtStatus* ORT_API_CALL createTensor(const OrtMemoryInfo* info, void* data, std::size_t bytes, const std::int64_t* shape,
-                                     std::size_t rank, ONNXTensorElementDataType type, OrtValue** out) noexcept
+OrtStatus* ORT_API_CALL createTensor(const OrtMemoryInfo* info, void* data, std::size_t bytes,
+                                     const std::int64_t* shape, std::size_t rank,
+                                     ONNXTensorElementDataType type, OrtValue** out) noexcept
 {
     return made("value", realApi().CreateTensorWithDataAsOrtValue(info, data, bytes, shape, rank, type, out));
 }
@@ -170,8 +174,9 @@ std::string description(const OrtValue* value)
 }
 
 OrtStatus* ORT_API_CALL run(OrtSession* runner, const OrtRunOptions* options, const char* const* inputNames,
-                            const OrtValue* const* inputs, std::size_t inputCount, const char* const* outputNames,
-                            std::size_t outputCount, OrtValue** outputs) noexcept
+                            const OrtValue* const* inputs, std::size_t inputCount,
+                            const char* const* outputNames, std::size_t outputCount,
+                            OrtValue** outputs) noexcept
 {
     std::string call = "Run " + sessionName(runner) + ":";
     for (std::size_t i = 0; i < inputCount; ++i)

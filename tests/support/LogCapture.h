@@ -8,8 +8,8 @@
 
 #include "common/Log.h"
 
-/// The process-wide log for as long as this object lives, kept in memory instead of printed. No other log may exist
-/// when it is built; contexts built meanwhile find a log and set up none of their own.
+/// The process-wide log for as long as this object lives, kept in memory instead of printed. No other log may
+/// exist when it is built; contexts built meanwhile find a log and set up none of their own.
 class LogCapture
 {
 public:
@@ -18,8 +18,8 @@ public:
         logger.addAppender(&collector);
     }
 
-    /// Every record so far as "SEVERITY [function] message": the printed line without what differs from run to run
-    /// (time, thread) and from edit to edit (source line).
+    /// Every record so far as "SEVERITY [function] message": the printed line without what differs from run
+    /// to run (time, thread) and from edit to edit (source line).
     const std::vector<std::string>& lines() const { return collector.lines; }
 
     /// The records of exactly this severity.
@@ -41,7 +41,8 @@ private:
     public:
         void write(const plog::Record& record) override
         {
-            std::string line = std::string(plog::severityToString(record.getSeverity())) + " [" + record.getFunc() + "] ";
+            std::string line =
+                std::string(plog::severityToString(record.getSeverity())) + " [" + record.getFunc() + "] ";
             // plog's characters are wide on Windows; everything that is logged is ASCII.
             for (const auto* unit = record.getMessage(); *unit != 0; ++unit)
                 line += static_cast<unsigned>(*unit) < 128 ? static_cast<char>(*unit) : '?';

@@ -10,7 +10,9 @@
 class ScratchFolder
 {
 public:
-    ScratchFolder() : folder(std::filesystem::temp_directory_path() / ("tonwerk-test-" + std::to_string(std::random_device{}())))
+    ScratchFolder()
+        : folder(std::filesystem::temp_directory_path() /
+                 ("tonwerk-test-" + std::to_string(std::random_device{}())))
     {
         std::filesystem::create_directory(folder);
     }
