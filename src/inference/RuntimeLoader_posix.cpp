@@ -1,5 +1,6 @@
+#include <cstdint>
 #include <cstdlib>
-#include <filesystem>
+#include <fstream>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -14,14 +15,24 @@ namespace
 constexpr const char* fileName = "libonnxruntime_pelagrin.so";
 constexpr const char* entryPoint = "OrtGetApiBase";
 
+/// The folder of the module that contains this code, by the kernel's record of what is mapped where. The
+/// dynamic loader's record may be relative to a directory that is no longer the current one.
 std::string ownFolder()
 {
-    Dl_info info{};
-    if (dladdr(reinterpret_cast<const void*>(&openRuntimeLibrary), &info) == 0 || info.dli_fname == nullptr)
-        throw std::runtime_error(std::string("Cannot find the folder from which to load ") + fileName);
-    std::error_code failure;
-    const auto path = std::filesystem::canonical(info.dli_fname, failure);
-    return failure ? std::string() : path.parent_path().string();
+    const auto address = reinterpret_cast<std::uintptr_t>(&openRuntimeLibrary);
+    std::ifstream mappings("/proc/self/maps");
+    for (std::string line; std::getline(mappings, line);)
+    {
+        std::istringstream fields(line);
+        std::uintptr_t begin = 0;
+        std::uintptr_t end = 0;
+        char dash = 0;
+        fields >> std::hex >> begin >> dash >> end;
+        const std::size_t path = line.find('/');
+        if (begin <= address && address < end && path != std::string::npos)
+            return line.substr(path, line.rfind('/') - path);
+    }
+    throw std::runtime_error(std::string("Cannot find the folder from which to load ") + fileName);
 }
 
 /// The loader reads empty and relative entries of this variable as folders below the current directory.
@@ -50,13 +61,9 @@ void* openLibrary(std::string& location)
 {
     const std::string folder = ownFolder();
     location = folder + "/" + fileName;
-    std::string reasons;
-    if (!folder.empty())
-    {
-        if (void* handle = dlopen(location.c_str(), RTLD_NOW | RTLD_LOCAL))
-            return handle;
-        reasons = lastReason();
-    }
+    if (void* handle = dlopen(location.c_str(), RTLD_NOW | RTLD_LOCAL))
+        return handle;
+    std::string reasons = lastReason();
     std::string places = "in " + folder;
     if (searchPathIsAbsolute())
     {

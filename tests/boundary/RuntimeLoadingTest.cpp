@@ -86,6 +86,12 @@ bool contains(const std::string& text, const std::string& part)
     return text.find(part) != std::string::npos;
 }
 
+std::string contents(const char* file)
+{
+    std::ifstream stream(file);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
 /// The text of a missing runtime names the file, the two places, and a reason for each.
 void expectMissing(const std::vector<std::string>& lines, const fs::path& app)
 {
@@ -167,6 +173,21 @@ INSTANTIATE_TEST_SUITE_P(RuntimeLoading, RuntimeSearchPath,
                                            SearchPath{"Relative", "../current"}),
                          [](const auto& test) { return std::string(test.param.name); });
 
+// A library that was found by a relative path stays where it was when the host changes directory.
+TEST_F(RuntimeLoading, StaysWithTheLibrarysFolderWhenTheHostGoesElsewhere)
+{
+    place(products / runtimeFile, app);
+    place(products / "standin-no-entry-point" / runtimeFile, current);
+    fs::copy_file(products / TONWERK_TEST_LIBRARY_FILE, current / TONWERK_TEST_LIBRARY_FILE);
+    setLibrarySearchPath(".");
+    fs::current_path(app);
+    const std::string program = (fs::path(".") / TONWERK_TEST_PROBE_FILE).make_preferred().string();
+    const std::string elsewhere = (fs::path("..") / "current").make_preferred().string();
+    EXPECT_EQ(std::system((program + " " + elsewhere + " > printed.txt").c_str()), 0);
+    EXPECT_TRUE(contains(contents("printed.txt"), "refused by the runtime: ")) << contents("printed.txt");
+    EXPECT_FALSE(fs::exists(current / "decoy-was-loaded"));
+}
+
 TEST_F(RuntimeLoading, OfAFileThatIsNoLibraryFailsWithTheReason)
 {
     std::ofstream(app / runtimeFile) << "text";
@@ -218,10 +239,7 @@ TEST_F(RuntimeLoading, WorksInAFolderWithAnyName)
     fs::current_path(odd);
     const std::string program = (fs::path(".") / TONWERK_TEST_PROBE_FILE).make_preferred().string();
     EXPECT_EQ(std::system((program + " > printed.txt").c_str()), 0);
-    std::ifstream printed("printed.txt");
-    const std::string text{std::istreambuf_iterator<char>(printed), {}};
-    fs::current_path(before);
-    EXPECT_TRUE(contains(text, "refused by the runtime: ")) << text;
+    EXPECT_TRUE(contains(contents("printed.txt"), "refused by the runtime: ")) << contents("printed.txt");
 }
 
 } // namespace

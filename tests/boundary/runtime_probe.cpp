@@ -1,7 +1,9 @@
 // Loads a model that is none, and tells what the library and the inference runtime said to that. The tests
 // put it beside the library into folders with and without a runtime.
 //
-// usage: runtime_probe [REPLACEMENT RUNTIME]     copies the one file over the other and tries a second time
+// usage: runtime_probe                           loads it once
+//        runtime_probe FOLDER                    makes the folder the current directory first
+//        runtime_probe REPLACEMENT RUNTIME       copies the one file over the other and tries a second time
 
 #include <exception>
 #include <filesystem>
@@ -42,6 +44,8 @@ void tryLoading()
 int main(int argc, char** argv)
 {
     tellState();
+    if (argc == 2)
+        std::filesystem::current_path(argv[1]);
     tryLoading();
     if (argc == 3)
     {
