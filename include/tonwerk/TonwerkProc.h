@@ -79,7 +79,8 @@
 /// A transform frame of 4,096 samples that contains a NaN or infinity is digital silence for the network. So
 /// it weakens the stems at most 4,095 samples before and after the bad sample, in its channel; a network that
 /// looks at neighbouring frames sees a moment of silence there. The stems and their mix stay finite; the
-/// residual is not finite just where the input is not. Samples beyond full scale are processed as they are.
+/// residual is not finite just where the input is not. Samples beyond full scale are processed as they are,
+/// up to about 1e30, where sums of squares and spectra come near the end of the float range.
 ///
 /// ### Log
 /// Warnings and errors are written to standard output as text lines. The first context built while no log
@@ -89,7 +90,8 @@
 /// Failures leave as exceptions derived from `std::exception`, never as codes, and never end the process:
 /// `std::runtime_error` with a fixed text (given with each function), `std::bad_alloc`, and the runtime's own
 /// exception for a model that it refuses. A model run that fails while streaming is logged, not thrown: the
-/// stems of that chunk are silent (the residual holds the mixture) and the stream goes on.
+/// stems of that chunk are silent (the residual holds the mixture), fading out and in over the 3,072 frames
+/// that it shares with its neighbours, and the stream goes on.
 
 #ifndef TONWERK_TONWERKPROC_H
 #define TONWERK_TONWERKPROC_H

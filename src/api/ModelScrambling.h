@@ -22,8 +22,8 @@ public:
     std::size_t size() const { return count; }
 
 private:
-    std::unique_ptr<unsigned char[]>
-        bytes; // NOLINT(modernize-avoid-c-arrays): not a vector, which might copy
+    // Not a vector, which might leave a copy behind.
+    std::unique_ptr<unsigned char[]> bytes; // NOLINT(modernize-avoid-c-arrays)
     std::size_t count;
 };
 

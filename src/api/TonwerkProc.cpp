@@ -18,11 +18,7 @@ TonwerkProc::~TonwerkProc()
 }
 
 // Hosts rely on the binary interface, in which this handle has always been copied pointer for pointer.
-TonwerkProc& TonwerkProc::operator=(const TonwerkProc& other) // NOLINT(bugprone-unhandled-self-assignment)
-{
-    impl = other.impl;
-    return *this;
-}
+TonwerkProc& TonwerkProc::operator=(const TonwerkProc& other) = default;
 
 std::uint64_t TonwerkProc::maxInputSize() const
 {

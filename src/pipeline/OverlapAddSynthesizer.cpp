@@ -17,7 +17,7 @@ OverlapAddSynthesizer::OverlapAddSynthesizer(std::size_t channels, std::size_t f
     scaledWindow /= static_cast<float>(fftSize);
 }
 
-Array OverlapAddSynthesizer::process(Array frame)
+Array OverlapAddSynthesizer::process(const Array& frame)
 {
     return frame.dimension() == 3 ? processFrames(frame) : processFrame(frame);
 }

@@ -29,7 +29,7 @@ public:
     /// Adds one frame of packed spectra {channels, N} and returns the {channels, hop} samples that it
     /// completes; or adds k frames {channels, N, k} in turn and returns their samples in a row as {2, k *
     /// hop} ({2, 0} for k = 0).
-    Array process(Array frame);
+    Array process(const Array& frame);
 
     /// The same for one frame without arrays. For each channel the caller writes the packed spectrum into
     /// inputRow() and calls addRow; completeHop then writes min(hop, N) samples of channel c to `first` + c *
