@@ -1,10 +1,10 @@
-// Contexts and handles: who owns what, what is thrown across the boundary, and when something is logged.
+// Contexts and handles: what is thrown across the boundary, and when something is logged.
 
 #include <array>
 #include <cstring>
 #include <exception>
 #include <memory>
-#include <new>
+#include <regex>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -44,75 +44,31 @@ std::string printedBy(Action action)
     return ::testing::internal::GetCapturedStdout();
 }
 
-/// Every digit as 0, and from `first` on every run of digits as one 0.
-std::string masked(const std::string& text, std::size_t first)
+/// What the library prints about a missing context.
+std::string printedByProvoking()
 {
-    std::string result;
-    for (std::size_t i = 0; i < text.size(); ++i)
-    {
-        const bool digit = text[i] >= '0' && text[i] <= '9';
-        if (!digit || i <= first || result.back() != '0')
-            result += digit ? '0' : text[i];
-    }
-    return result;
+    return printedBy([] { constructionFailure(nullptr); });
 }
 
 /// The line that a missing context makes, whole but for time, thread and source line.
-bool isMissingContextLine(std::string text)
+bool isMissingContextLine(const std::string& text)
 {
-    const std::string time = "0000-00-00 00:00:00.000 ";
-    std::erase(text, '\r');
-    return masked(text, time.size()) == time + "ERROR [0] [tonwerk::TonwerkProcImpl::TonwerkProcImpl@0] "
-                                               "Inference context is not provided\n";
+    static const std::regex line("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d\\.\\d{3} ERROR \\[\\d+\\] "
+                                 "\\[tonwerk::TonwerkProcImpl::TonwerkProcImpl@\\d+\\] "
+                                 "Inference context is not provided\r?\n");
+    return std::regex_match(text, line);
 }
 
 TEST(Context, MissingOrMovedFromIsRefusedByTheProcessor)
 {
     EXPECT_EQ(constructionFailure(nullptr), "Inference context is not provided");
-
     const auto source = loadContext("gains.onnx");
     const auto target = std::make_shared<InferenceContext>(std::move(*source));
     EXPECT_EQ(constructionFailure(source), "Inference context is not provided");
     EXPECT_EQ(constructionFailure(target), "no exception");
-}
-
-TEST(Context, MovesItsModelAndLeavesAnEmptyOneToAssignTo)
-{
-    const auto one = loadContext("gains.onnx");
-    const auto two = loadContext("gains.onnx");
-    *one = std::move(*two); // the first model goes
-    EXPECT_EQ(constructionFailure(one), "no exception");
-    EXPECT_EQ(constructionFailure(two), "Inference context is not provided");
-    *two = std::move(*one);
-    EXPECT_EQ(constructionFailure(two), "no exception");
-    EXPECT_EQ(constructionFailure(one), "Inference context is not provided");
-    InferenceContext& same = *two;
-    *two = std::move(same);
-    EXPECT_EQ(constructionFailure(two), "no exception");
-}
-
-TEST(Context, LivesAsLongAsItsProcessors)
-{
-    auto context = loadContext("gains.onnx");
-    const std::weak_ptr<InferenceContext> watch = context;
-    auto stream = std::make_unique<Stream>(std::move(context));
-    EXPECT_FALSE(watch.expired());
-    const Stereo input = noise(5000);
-    stream->feedAll(input);
-    EXPECT_LE(largestDifference(stream->stem(mix), input), 2.5e-4F); // as in the identity tests
-    stream.reset();
-    EXPECT_TRUE(watch.expired());
-}
-
-// A processor's model is the one that it was built on, whatever becomes of the handle.
-TEST(Context, MovedAwayUnderAProcessorLeavesItsModelToIt)
-{
-    const auto context = loadContext("gains.onnx");
-    Stream stream(context);
-    *context = std::move(*loadContext("wrong/mono.onnx"));
-    const Stereo input = noise(5000);
-    stream.feedAll(input);
-    EXPECT_LE(largestDifference(stream.stem(mix), input), 2.5e-4F);
+    *source = std::move(*target); // into the empty one
+    EXPECT_EQ(constructionFailure(source), "no exception");
+    EXPECT_EQ(constructionFailure(target), "Inference context is not provided");
 }
 
 struct Bytes
@@ -125,21 +81,34 @@ struct Bytes
 TEST(Context, BytesThatAreNoModelAreRefusedAcrossTheBoundary)
 {
     const std::vector<char> model = readModel("gains.onnx");
-    const std::vector<char> half(model.begin(),
-                                 model.begin() + static_cast<std::ptrdiff_t>(model.size() / 2));
+    const auto half = model.begin() + static_cast<std::ptrdiff_t>(model.size() / 2);
     for (const Bytes& wrong :
          {Bytes{"text", {'n', 'o', ' ', 'm', 'o', 'd', 'e', 'l'}, ""}, Bytes{"nothing", {}, ""},
-          Bytes{"nothing, with a key", {}, "key"}, Bytes{"zeros", std::vector<char>(1000), ""},
-          Bytes{"half a model", half, ""}, Bytes{"a wrong key", model, "wrong"}})
-        try
+          Bytes{"nothing, with a key", {}, "key"}, Bytes{"zeros", std::vector<char>(4096), ""},
+          Bytes{"half a model", {model.begin(), half}, ""},
+          Bytes{"all but one byte", {model.begin(), model.end() - 1}, ""},
+          Bytes{"a wrong key", model, "wrong"}})
+    {
+        std::string reason;
+        const auto load = [&]
         {
-            const InferenceContext context(ModelData{wrong.bytes.data(), wrong.bytes.size(), wrong.key});
-            ADD_FAILURE() << wrong.name << " was taken for a model";
-        }
-        catch (const std::exception& failure)
-        {
-            EXPECT_STRNE(failure.what(), "") << wrong.name;
-        }
+            try
+            {
+                const InferenceContext context(ModelData{wrong.bytes.data(), wrong.bytes.size(), wrong.key});
+                ADD_FAILURE() << wrong.name << " was taken for a model";
+            }
+            catch (const std::exception& failure)
+            {
+                reason = failure.what();
+            }
+        };
+        const std::string printed = printedBy(load);
+        EXPECT_FALSE(reason.empty()) << wrong.name;
+        EXPECT_NE(printed.find("[INFERENCE_onnx] Failed to initialize ONNX session: " + reason),
+                  std::string::npos)
+            << wrong.name << ": " << printed;
+        EXPECT_EQ(printedByProvoking(), "") << "a context that could not be built owns nothing";
+    }
     EXPECT_THROW(InferenceContext(ModelData{nullptr, 0, ""}), std::exception);
     EXPECT_EQ(constructionFailure(loadContext("gains.onnx")), "no exception") << "the process is well";
 }
@@ -169,57 +138,41 @@ TEST(Handle, CopyAssignmentIsShallow)
 
 TEST(Log, SpeaksOnlyWhileTheContextLivesThatSetItUp)
 {
-    const auto provoke = [] { constructionFailure(nullptr); };
-    EXPECT_EQ(printedBy(provoke), "") << "before any context";
-
-    // Captured from before the log is set up: it asks then whether standard output is a terminal.
-    std::shared_ptr<InferenceContext> owner;
-    std::shared_ptr<InferenceContext> second;
-    printedBy([&] { owner = loadContext("gains.onnx"); });
-    printedBy([&] { second = loadContext("gains.onnx"); });
-    EXPECT_TRUE(isMissingContextLine(printedBy(provoke)));
+    // Captured from before the log is set up: it asks then whether standard output is a terminal. Providers
+    // that cannot be had are worth a line.
+    const auto load = []
+    {
+        std::shared_ptr<InferenceContext> context;
+        printedBy([&] { context = loadContext("gains.onnx"); });
+        return context;
+    };
+    EXPECT_EQ(printedByProvoking(), "") << "before any context";
+    auto owner = load();
+    auto second = load();
+    EXPECT_TRUE(isMissingContextLine(printedByProvoking()));
     second.reset();
-    EXPECT_TRUE(isMissingContextLine(printedBy(provoke))) << "the second one did not own the log";
+    EXPECT_TRUE(isMissingContextLine(printedByProvoking())) << "the second one did not own the log";
 
-    printedBy([&] { second = loadContext("gains.onnx"); });
+    second = load();
     owner.reset();
-    EXPECT_EQ(printedBy(provoke), "") << "the owner is gone, though another context lives";
+    EXPECT_EQ(printedByProvoking(), "") << "the owner is gone, though another context lives";
 
-    std::shared_ptr<InferenceContext> third;
-    printedBy([&] { third = loadContext("gains.onnx"); });
-    EXPECT_TRUE(isMissingContextLine(printedBy(provoke))) << "the next context sets the log up again";
+    auto third = load();
+    EXPECT_TRUE(isMissingContextLine(printedByProvoking())) << "the next context sets the log up again";
     second.reset();
-    EXPECT_TRUE(isMissingContextLine(printedBy(provoke)));
+    EXPECT_TRUE(isMissingContextLine(printedByProvoking()));
+    auto handle = std::make_unique<InferenceContext>(std::move(*third));
     third.reset();
-    EXPECT_EQ(printedBy(provoke), "");
-}
-
-TEST(Log, GoesWithTheModelAndNotWithTheHandle)
-{
-    std::unique_ptr<InferenceContext> handle;
-    printedBy([&] { handle = std::make_unique<InferenceContext>(std::move(*loadContext("gains.onnx"))); });
-    EXPECT_TRUE(isMissingContextLine(printedBy([] { constructionFailure(nullptr); })));
+    EXPECT_TRUE(isMissingContextLine(printedByProvoking())) << "it goes with the model";
     handle.reset();
-    EXPECT_EQ(printedBy([] { constructionFailure(nullptr); }), "");
-}
-
-// A context that could not be built owns nothing.
-TEST(Log, IsSetUpForAFailingContextAndEndsWithIt)
-{
-    const std::string printed = printedBy(
-        [] {
-            EXPECT_THROW(InferenceContext(ModelData{"garbage", 7, ""}), std::exception);
-        });
-    EXPECT_NE(printed.find("[INFERENCE_onnx] Failed to initialize ONNX session: "), std::string::npos)
-        << printed;
-    EXPECT_EQ(printedBy([] { constructionFailure(nullptr); }), "");
+    EXPECT_EQ(printedByProvoking(), "");
 }
 
 // Debug and info lines stay below the threshold, the one about a loud first chunk among them.
 TEST(Log, SaysNothingWhileAllIsWell)
 {
     std::shared_ptr<InferenceContext> context;
-    printedBy([&] { context = loadContext("gains.onnx"); }); // providers that cannot be had are worth a line
+    printedBy([&] { context = loadContext("gains.onnx"); });
     Stereo input = noise(300000);
     input.left[1000] = 5.0F;
     EXPECT_EQ(printedBy([&] { separate(context, input); }), "");

@@ -35,15 +35,14 @@ TEST(FailedRun, SilencesItsChunkAndTheStreamGoesOn)
     for (std::size_t i = 0; i < modelGains.size(); ++i)
     {
         const Stereo& stem = stream.stem(i);
+        const Stereo expected = scaled(input, modelGains[i]);
         ASSERT_EQ(stem.size(), length);
         // The frames at the joins overlap their neighbours' chunks by less than a frame length.
         EXPECT_EQ(largestDifference(stem, silence(length), firstEnd + frame, secondEnd), 0) << "stem " << i;
-        for (const auto& [first, last] :
-             {std::pair{frame, firstEnd}, std::pair{secondEnd + frame, length - frame}})
-            EXPECT_LE(differenceToScaled(slice(stem, first, last - first), modelGains[i],
-                                         slice(input, first, last - first)),
-                      1e-6F)
-                << "stem " << i << " from " << first; // rounding only
+        // Rounding only.
+        EXPECT_LE(largestDifference(stem, expected, frame, firstEnd), 1e-6F) << "stem " << i;
+        EXPECT_LE(largestDifference(stem, expected, secondEnd + frame, length - frame), 1e-6F)
+            << "stem " << i;
         EXPECT_LE(largestDifference(stem, silence(length)), 1.0F) << "nothing loud at the joins";
     }
     EXPECT_EQ(largestDifference(stream.stem(residual), input, firstEnd + frame, secondEnd), 0);
@@ -83,11 +82,10 @@ TEST(WrongInterface, GivesSilenceOrAnExceptionButNoDamage)
 
 bool isFinite(const Stereo& signal)
 {
-    const auto finite = [](float value) { return std::isfinite(value); };
-    return std::all_of(signal.left.begin(), signal.left.end(), finite) &&
-           std::all_of(signal.right.begin(), signal.right.end(), finite);
+    return std::isfinite(largestDifference(signal, silence(signal.size())));
 }
 
+// The largest float is finite, but what is computed from it within its frames need not be.
 TEST(UnusualSamples, StayWithinTheFramesThatTouchThem)
 {
     const Stereo input = noise(520000);
@@ -99,7 +97,7 @@ TEST(UnusualSamples, StayWithinTheFramesThatTouchThem)
     for (const auto& [position, value] :
          {std::pair{std::size_t{0}, nan}, std::pair{std::size_t{2000}, -infinity},
           std::pair{std::size_t{100000}, infinity}, std::pair{firstEnd - 1, nan},
-          std::pair{firstEnd + 10, infinity}, std::pair{length - 1, nan}})
+          std::pair{firstEnd + 10, std::numeric_limits<float>::max()}, std::pair{length - 1, nan}})
     {
         Stereo damaged = input;
         damaged.left[position] = value;
@@ -109,103 +107,46 @@ TEST(UnusualSamples, StayWithinTheFramesThatTouchThem)
         for (std::size_t i = 0; i < stemCount; ++i)
         {
             EXPECT_EQ(result.stems[i].right, clean.stems[i].right) << "stem " << i << ", " << position;
-            EXPECT_EQ(isFinite(result.stems[i]), i != residual) << "stem " << i << ", " << position;
             for (const auto& [from, to] : {std::pair{std::size_t{0}, first}, std::pair{last, length}})
                 EXPECT_EQ(largestDifference(result.stems[i], clean.stems[i], from, to), 0)
                     << "stem " << i << ", " << position;
+            if (std::isfinite(value))
+                continue;
+            Stereo rest = result.stems[i];
+            if (i == residual)
+            {
+                EXPECT_FALSE(std::isfinite(rest.left[position])) << position;
+                rest.left[position] = 0.0F;
+            }
+            EXPECT_TRUE(isFinite(rest)) << "stem " << i << ", " << position;
         }
-        EXPECT_FALSE(std::isfinite(result.stems[residual].left[position]));
-        Stereo rest = result.stems[residual];
-        rest.left[position] = 0.0F;
-        EXPECT_TRUE(isFinite(rest)) << position;
     }
 }
 
-TEST(UnusualSamples, ABlockFullOfThemIsSilence)
-{
-    const Stereo input = noise(600000);
-    Stereo damaged = input;
-    for (auto* channel : {&damaged.left, &damaged.right})
-        std::fill(channel->begin() + 300000, channel->begin() + 400000,
-                  std::numeric_limits<float>::quiet_NaN());
-    const StreamResult result = separate(loadContext("neighbours.onnx"), damaged);
-    for (std::size_t i = 0; i < stemCount; ++i)
-        EXPECT_EQ(isFinite(result.stems[i]), i != residual) << "stem " << i;
-    // The model looks at one more frame, a hop before and after the damaged ones.
-    constexpr std::size_t reach = frame + 1024;
-    EXPECT_LE(largestDifference(result.stems[mix], input, frame, 300000 - reach), 1e-6F);
-    EXPECT_LE(largestDifference(result.stems[mix], input, 400000 + reach, 600000 - frame), 1e-6F);
-    EXPECT_EQ(largestDifference(result.stems[mix], silence(600000), 300000 + reach, 400000 - reach), 0);
-}
-
-// Such a sample is finite, but what is computed from it need not be.
-TEST(UnusualSamples, TheLargestFloatHarmsNothingBeyondItsFrames)
-{
-    Stereo input = noise(300000);
-    const auto context = loadContext("gains.onnx");
-    const StreamResult clean = separate(context, input);
-    input.right[200000] = std::numeric_limits<float>::max();
-    const StreamResult result = separate(context, input);
-    for (std::size_t i = 0; i < stemCount; ++i)
-    {
-        EXPECT_EQ(result.stems[i].left, clean.stems[i].left) << "stem " << i;
-        EXPECT_EQ(largestDifference(result.stems[i], clean.stems[i], 0, 200000 - frame), 0) << "stem " << i;
-        EXPECT_EQ(largestDifference(result.stems[i], clean.stems[i], 200000 + frame), 0) << "stem " << i;
-    }
-}
-
-TEST(UnusualSamples, SamplesBeyondFullScaleAreSeparatedLikeOthers)
-{
-    Stereo input = noise(20000);
-    for (auto* channel : {&input.left, &input.right})
-        for (float& sample : *channel)
-            sample *= 1000.0F;
-    const StreamResult result = separate(loadContext("gains.onnx"), input);
-    EXPECT_LE(largestDifference(result.stems[mix], input, frame, 20000 - frame),
-              1e-3F); // 1e-6 of the amplitude
-}
-
-/// Whether a processor with that many channels is refused, by its constructor or by its first call.
-::testing::AssertionResult isRefused(std::shared_ptr<tonwerk::InferenceContext> context,
-                                     std::int32_t channels, bool interleaved, std::size_t floats)
-{
-    tonwerk::TonwerkProcConfig config = allStems(interleaved);
-    config.channels = channels;
-    try
-    {
-        tonwerk::TonwerkProc processor(std::move(context), config);
-        processor.process(std::vector<float>(floats, 0.25F), true);
-    }
-    catch (const std::exception& failure)
-    {
-        return ::testing::AssertionSuccess() << failure.what();
-    }
-    return ::testing::AssertionFailure() << "no exception";
-}
-
+// Refused by its constructor or by its first call, and nothing is read beyond what the host gave.
 TEST(ChannelCount, OtherThanTwoIsRefused)
 {
-    const auto context = loadContext("gains.onnx");
-    for (const std::int32_t channels : {0, 1, 3, 4})
-        for (const bool interleaved : {true, false})
-            for (const std::size_t floats :
-                 {std::size_t{0}, std::size_t{1}, std::size_t{7}, std::size_t{8}, std::size_t{30000}})
-                EXPECT_TRUE(isRefused(context, channels, interleaved, floats))
-                    << channels << " channels, " << (interleaved ? "interleaved, " : "planar, ") << floats
-                    << " floats";
-}
-
-TEST(ChannelCount, NegativeOrHugeIsRefused)
-{
-#ifdef __SANITIZE_ADDRESS__
-    GTEST_SKIP() << "the sanitizer ends the process where the system's allocator throws std::bad_alloc";
-#else
-    const auto context = loadContext("gains.onnx");
-    for (const std::int32_t channels :
-         {-1, -2, -4096, std::numeric_limits<std::int32_t>::min(), std::numeric_limits<std::int32_t>::max()})
-        for (const bool interleaved : {true, false})
-            EXPECT_TRUE(isRefused(context, channels, interleaved, 1000)) << channels;
+    std::vector<std::int32_t> counts{0, 1, 3, 4};
+#ifndef __SANITIZE_ADDRESS__ // which ends the process where the system's allocator throws std::bad_alloc
+    counts.insert(counts.end(), {-1, -2, -4096, std::numeric_limits<std::int32_t>::min(),
+                                 std::numeric_limits<std::int32_t>::max()});
 #endif
+    const auto context = loadContext("gains.onnx");
+    for (const std::int32_t channels : counts)
+        for (const bool interleaved : {true, false})
+            for (const std::size_t floats : {0U, 1U, 7U, 8U, 30000U})
+                try
+                {
+                    tonwerk::TonwerkProcConfig config = allStems(interleaved);
+                    config.channels = channels;
+                    tonwerk::TonwerkProc processor(context, config);
+                    processor.process(std::vector<float>(floats, 0.25F), true);
+                    ADD_FAILURE() << channels << " channels, interleaved " << interleaved << ", " << floats;
+                }
+                catch (const std::exception& failure)
+                {
+                    EXPECT_STRNE(failure.what(), "");
+                }
 }
 
 } // namespace

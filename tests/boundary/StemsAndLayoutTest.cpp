@@ -12,7 +12,7 @@ namespace
 {
 
 /// Switches by bit, in the order of the stems.
-tonwerk::TonwerkProcConfig configWith(unsigned switches, bool interleaved = true)
+tonwerk::TonwerkProcConfig configWith(unsigned switches)
 {
     tonwerk::TonwerkProcConfig config{};
     config.vocals = switches >> vocals & 1U;
@@ -21,7 +21,7 @@ tonwerk::TonwerkProcConfig configWith(unsigned switches, bool interleaved = true
     config.acousticGuitar = switches >> acousticGuitar & 1U;
     config.electricGuitar = switches >> electricGuitar & 1U;
     config.bass = switches >> bass & 1U;
-    config.interleaved = interleaved;
+    config.interleaved = true;
     return config;
 }
 
@@ -35,16 +35,15 @@ void expectStems(const StreamResult& result, unsigned switches, const Stereo& in
     float sum = 0.0F;
     for (std::size_t i = 0; i < modelGains.size(); ++i)
     {
-        const bool selected = (switches >> i & 1U) != 0;
-        sum += selected ? modelGains[i] : 0.0F;
-        EXPECT_LE(differenceToScaled(result.stems[i], selected ? modelGains[i] : 0.0F, input),
-                  selected ? tolerance : 0.0F)
+        const float gain = (switches >> i & 1U) != 0 ? modelGains[i] : 0.0F;
+        sum += gain;
+        EXPECT_LE(largestDifference(result.stems[i], scaled(input, gain)), gain > 0.0F ? tolerance : 0.0F)
             << "stem " << i << " of switches " << switches;
     }
-    EXPECT_LE(differenceToScaled(result.stems[mix], sum, input), switches == 0 ? 0.0F : tolerance)
-        << switches;
-    EXPECT_LE(differenceToScaled(result.stems[residual], 1.0F - sum, input), switches == 0 ? 0.0F : tolerance)
-        << switches;
+    for (const auto& [stem, gain] : {std::pair{mix, sum}, std::pair{residual, 1.0F - sum}})
+        EXPECT_LE(largestDifference(result.stems[stem], scaled(input, gain)),
+                  switches == 0 ? 0.0F : tolerance)
+            << "stem " << stem << " of switches " << switches;
 }
 
 // The gains differ from stem to stem, so that exchanged stems show.
@@ -66,50 +65,35 @@ TEST(StemSwitches, OfTheProcessorBuiltLastHoldForTheWholeContext)
     const auto context = loadContext("gains.onnx");
     Stream first(context, configWith(allSwitches));
     const Stream second(context, configWith(1U << bass));
+    Stream elsewhere(loadContext("gains.onnx"), configWith(allSwitches));
     first.feedAll(input);
     expectStems(first.result(), 1U << bass, input);
-
-    const auto otherContext = loadContext("gains.onnx");
-    Stream elsewhere(otherContext, configWith(allSwitches));
-    const Stream third(context, configWith(0));
     elsewhere.feedAll(input);
     expectStems(elsewhere.result(), allSwitches, input);
 }
 
-TEST(Stream, TwoOfThemInTurnsDoNotDisturbEachOther)
+// In turns on one context, and the layouts must not differ in a single sample.
+TEST(Stream, InterleavedAndPlanarSideBySideGiveTheSamplesOfOneAlone)
 {
-    const Stereo one = noise(600000, testSeed());
-    const Stereo two = noise(600000, testSeed() + 1);
+    constexpr std::size_t block = 131072; // whole hops
+    const Stereo input = noise(4 * block);
+    const Stereo other = noise(4 * block, randomSeed() + 1);
     const auto context = loadContext("neighbours.onnx");
-    Stream first(context);
-    Stream second(context);
-    for (std::size_t position = 0; position < one.size(); position += 120000)
-    {
-        first.feed(slice(one, position, 120000), position + 120000 == one.size());
-        second.feed(slice(two, position, 120000), position + 120000 == two.size());
-    }
-    for (auto* stream : {&first, &second})
-    {
-        Stream alone(context);
-        for (std::size_t position = 0; position < one.size(); position += 120000)
-            alone.feed(slice(stream == &first ? one : two, position, 120000),
-                       position + 120000 == one.size());
-        for (std::size_t i = 0; i < stemCount; ++i)
-            EXPECT_EQ(largestDifference(stream->stem(i), alone.stem(i)), 0) << "stem " << i;
-    }
-}
-
-TEST(Layout, InterleavedAndPlanarGiveTheSameSamples)
-{
-    const Stereo input = noise(520000);
-    const auto context = loadContext("neighbours.onnx");
-    const StreamResult interleaved = separate(context, input, allStems(true));
-    const StreamResult planar = separate(context, input, allStems(false));
-    EXPECT_EQ(interleaved.lengths, planar.lengths);
+    Stream interleaved(context, allStems(true));
+    Stream planar(context, allStems(false));
+    Stream disturbing(context);
+    for (std::size_t position = 0; position < input.size(); position += block)
+        for (auto* stream : {&interleaved, &disturbing, &planar})
+            stream->feed(slice(stream == &disturbing ? other : input, position, block),
+                         position + block == input.size());
+    Stream alone(context);
+    for (std::size_t position = 0; position < input.size(); position += block)
+        alone.feed(slice(input, position, block), position + block == input.size());
     for (std::size_t i = 0; i < stemCount; ++i)
     {
-        ASSERT_EQ(interleaved.stems[i].size(), input.size());
-        EXPECT_EQ(largestDifference(interleaved.stems[i], planar.stems[i]), 0) << "stem " << i;
+        ASSERT_EQ(alone.stem(i).size(), input.size());
+        EXPECT_EQ(largestDifference(interleaved.stem(i), alone.stem(i)), 0) << "stem " << i;
+        EXPECT_EQ(largestDifference(planar.stem(i), alone.stem(i)), 0) << "stem " << i;
     }
 }
 
@@ -124,32 +108,12 @@ TEST(Layout, AnOddLastSampleIsIgnored)
         std::vector<float> samples = packed(input, isInterleaved);
         const auto expected = even.process(samples, true);
         samples.push_back(1e30F);
+        samples.shrink_to_fit(); // so that a sanitizer sees whoever reads on
         EXPECT_EQ(odd.process(samples, true), expected) << isInterleaved;
 
         tonwerk::TonwerkProc single(context, allStems(isInterleaved));
         EXPECT_TRUE(single.process({0.5F}, false).empty());
         EXPECT_TRUE(single.process({0.5F}, true).empty()) << "half a frame is nothing";
-    }
-}
-
-TEST(ScrambledModel, WorksLikeThePlainOne)
-{
-    const Stereo input = noise(20000);
-    const StreamResult plain = separate(loadContext("gains.onnx"), input);
-    const std::string allBytes = []
-    {
-        std::string key;
-        for (int i = 0; i < 256; ++i)
-            key += static_cast<char>(i);
-        return key;
-    }();
-    for (const std::string& key : {std::string("k"), std::string("\0\xFF\x80", 3), allBytes,
-                                   std::string(5000, 'x') + "longer than the model"})
-    {
-        const StreamResult result = separate(loadContext("gains.onnx", key), input);
-        for (std::size_t i = 0; i < stemCount; ++i)
-            EXPECT_EQ(largestDifference(result.stems[i], plain.stems[i]), 0)
-                << "stem " << i << ", key of " << key.size();
     }
 }
 

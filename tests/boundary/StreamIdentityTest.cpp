@@ -1,7 +1,5 @@
 // A model whose gains sum to 1 gives the input back as the mix, sample for sample.
 
-#include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <vector>
 
@@ -29,8 +27,6 @@ TEST_P(StreamOfLength, ComesBackWholeAndInPlace)
     const Stereo input = noise(GetParam());
     const StreamResult result = separate(loadContext("gains.onnx"), input);
 
-    for (std::size_t i = 0; i < stemCount; ++i)
-        ASSERT_EQ(result.stems[i].size(), input.size()) << "stem " << i;
     EXPECT_LE(largestDifference(result.stems[mix], input), toleranceAtEnds);
     if (input.size() > 2 * endLength)
     {
@@ -38,7 +34,8 @@ TEST_P(StreamOfLength, ComesBackWholeAndInPlace)
                   toleranceInside);
     }
     for (std::size_t i = 0; i < modelGains.size(); ++i)
-        EXPECT_LE(differenceToScaled(result.stems[i], modelGains[i], input), toleranceAtEnds) << "stem " << i;
+        EXPECT_LE(largestDifference(result.stems[i], scaled(input, modelGains[i])), toleranceAtEnds)
+            << "stem " << i;
     EXPECT_LE(largestDifference(result.stems[residual], silence(input.size())), toleranceAtEnds);
 }
 
@@ -46,21 +43,6 @@ INSTANTIATE_TEST_SUITE_P(Stream, StreamOfLength,
                          ::testing::Values(1, 2, 1023, 1024, 1025, 4095, 4096, 4097, 50000, 257023, 257024,
                                            257025, 300000, 1200000),
                          ::testing::PrintToStringParamName());
-
-TEST(Stream, ResidualAndMixTogetherAreTheInput)
-{
-    const Stereo input = noise(300000);
-    // Nothing of this model's bands reaches above 16 kHz, so that there is a residual.
-    const StreamResult result = separate(loadContext("band_split.onnx"), input);
-    EXPECT_GT(largestDifference(result.stems[residual], silence(input.size())), 0.001F);
-    Stereo sum = result.stems[mix];
-    for (std::size_t i = 0; i < sum.size(); ++i)
-    {
-        sum.left[i] += result.stems[residual].left[i];
-        sum.right[i] += result.stems[residual].right[i];
-    }
-    EXPECT_LE(largestDifference(sum, input), 1e-7F); // one rounding each of a difference and a sum below 1
-}
 
 // At both ends of the stream and around the joins of its chunks.
 TEST(Stream, ImpulsesStayWhereTheyWere)
@@ -78,51 +60,6 @@ TEST(Stream, ImpulsesStayWhereTheyWere)
     // loses and strews that much. At the very ends the mirror image doubles it.
     EXPECT_LE(largestDifference(result.stems[mix], input, 4096, length - 4096), 1.1F / 4096);
     EXPECT_LE(largestDifference(result.stems[mix], input), 2.2F / 4096);
-}
-
-TEST(Stream, DigitalSilenceGivesExactZeros)
-{
-    const Stereo input = silence(600000);
-    const StreamResult result = separate(loadContext("gains.onnx"), input);
-    for (std::size_t i = 0; i < stemCount; ++i)
-        EXPECT_EQ(largestDifference(result.stems[i], input), 0) << "stem " << i;
-}
-
-// How the host cuts the stream does not change a stem, as long as it keeps to the block-size rule.
-TEST(Stream, BlockSizesThatKeepTheRuleGiveTheSameStems)
-{
-    const Stereo input = noise(600000);
-    const auto context = loadContext("neighbours.onnx");
-    const StreamResult whole = separate(context, input);
-    for (const std::size_t blockSize : {512U, 3072U, 131072U})
-    {
-        Stream stream(context);
-        for (std::size_t position = 0; position < input.size(); position += blockSize)
-        {
-            const std::size_t count = std::min(blockSize, input.size() - position);
-            stream.feed(slice(input, position, count), position + count == input.size());
-        }
-        for (std::size_t i = 0; i < stemCount; ++i)
-            EXPECT_LE(largestDifference(stream.stem(i), whole.stems[i]), 1e-6F)
-                << "stem " << i << ", " << blockSize;
-    }
-}
-
-TEST(Stream, EofInOneGoAndInManyCallsGiveTheSameStems)
-{
-    const Stereo input = noise(500001);
-    const auto context = loadContext("neighbours.onnx");
-    const StreamResult blocks = separate(context, input);
-    Stream atOnce(context);
-    EXPECT_EQ(atOnce.feed(input, true), input.size());
-    Stream inTwo(context);
-    EXPECT_EQ(inTwo.feed(slice(input, 0, 200000)), 0U);
-    EXPECT_EQ(inTwo.feed(slice(input, 200000, 300001), true), input.size());
-    for (std::size_t i = 0; i < stemCount; ++i)
-    {
-        EXPECT_LE(largestDifference(atOnce.stem(i), blocks.stems[i]), 1e-6F) << "stem " << i;
-        EXPECT_EQ(largestDifference(atOnce.stem(i), inTwo.stem(i)), 0) << "stem " << i;
-    }
 }
 
 } // namespace

@@ -13,6 +13,8 @@
 #include <gtest/gtest.h>
 #include <tonwerk/TonwerkProc.h>
 
+#include "support/Noise.h"
+
 /// Places of the stems in a result.
 enum Stem : std::size_t
 {
@@ -40,12 +42,8 @@ struct Stereo
     std::size_t size() const { return left.size(); }
 };
 
-/// Another seed on every run of the program, printed, or the one given with --gtest_random_seed.
-std::uint32_t testSeed();
-
-/// Noise of at most 0.5, different in both channels and without content near half the sample rate: the
-/// transform drops the bin at half the sample rate, so that only such signals come back unchanged.
-Stereo noise(std::size_t length, std::uint32_t seed = testSeed());
+/// Smooth noise, different in both channels.
+Stereo noise(std::size_t length, std::uint32_t seed = randomSeed());
 
 Stereo silence(std::size_t length);
 
@@ -62,14 +60,13 @@ Stereo unpacked(const std::vector<float>& samples, bool interleaved);
 float largestDifference(const Stereo& one, const Stereo& other, std::size_t first = 0,
                         std::size_t last = SIZE_MAX);
 
-/// The largest difference of `signal` to `gain` times the other.
-float differenceToScaled(const Stereo& signal, float gain, const Stereo& other);
+Stereo scaled(Stereo signal, float gain);
 
 /// All stems wanted.
 tonwerk::TonwerkProcConfig allStems(bool interleaved = true);
 
 /// A context with an analytic model, whose bytes are gone afterwards.
-std::shared_ptr<tonwerk::InferenceContext> loadContext(const std::string& model, const std::string& key = "");
+std::shared_ptr<tonwerk::InferenceContext> loadContext(const std::string& model);
 
 /// What a stream returned.
 struct StreamResult

@@ -37,23 +37,9 @@ std::shared_ptr<IInference> BackendFixture::load(const std::string& model,
     return makeInferenceBackend(bytes.data(), bytes.size(), {}, outputNames, preferredProvider);
 }
 
-std::vector<std::string> BackendFixture::constructorLog() const
-{
-    std::vector<std::string> lines;
-    for (const std::string& line : log.lines())
-        if (line.find("[InferenceONNXImplMultiStem::InferenceONNXImplMultiStem]") != std::string::npos)
-            lines.push_back(line);
-    return lines;
-}
-
-std::string BackendFixture::constructorLine(const std::string& severity, const std::string& text)
-{
-    return severity + " [InferenceONNXImplMultiStem::InferenceONNXImplMultiStem] [INFERENCE_onnx] " + text;
-}
-
 int BackendFixture::keptSession() const
 {
-    const std::string question = "GetInputTypeInfo ";
+    const std::string question = "GetInputCount ";
     for (const std::string& call : standin.calls)
         if (call.starts_with(question))
             return std::stoi(call.substr(question.size()));

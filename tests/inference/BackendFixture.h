@@ -26,12 +26,6 @@ protected:
     /// order.
     std::shared_ptr<IInference> load(const std::string& model, const std::string& preferredProvider = "");
 
-    /// The constructor's lines, in order.
-    std::vector<std::string> constructorLog() const;
-
-    /// One such line.
-    static std::string constructorLine(const std::string& severity, const std::string& text);
-
     /// The number of the attempt whose session was asked for its interface.
     int keptSession() const;
 

@@ -20,6 +20,8 @@ constexpr std::uint32_t ati = 0x1002;
 constexpr std::uint32_t amd = 0x1022;
 constexpr std::uint32_t intel = 0x8086;
 
+using Lines = std::vector<std::string>;
+
 /// One entry of a list of adapters, with what asking for it returns.
 struct Entry
 {
@@ -33,7 +35,7 @@ struct Entry
 class FakeAdapters : public IAdapterList
 {
 public:
-    explicit FakeAdapters(std::vector<Entry> entries, std::uint32_t opened = 0)
+    FakeAdapters(std::vector<Entry> entries, std::uint32_t opened)
         : entries(std::move(entries)), opened(opened)
     {
     }
@@ -43,7 +45,6 @@ public:
     std::uint32_t select(std::uint32_t index) override
     {
         current = index;
-        ++selections;
         return index < entries.size() ? entries[index].selected : notFound;
     }
 
@@ -54,114 +55,108 @@ public:
         return entry.described;
     }
 
-    int selections = 0;
-
 private:
     std::vector<Entry> entries;
     std::uint32_t opened;
     std::size_t current = 0;
 };
 
-class DmlAdapterChoice : public ::testing::Test
+std::int32_t choose(std::vector<Entry> entries, std::uint32_t opened = 0)
 {
-protected:
-    std::int32_t choose(std::vector<Entry> entries)
-    {
-        FakeAdapters adapters(std::move(entries));
-        return selectDmlAdapterIndex(adapters);
-    }
+    FakeAdapters adapters(std::move(entries), opened);
+    return selectDmlAdapterIndex(adapters);
+}
 
-    static std::string line(const std::string& severity, const std::string& text)
-    {
-        return severity + " [selectDmlAdapterIndex] [INFERENCE_onnx] " + text;
-    }
-
-    LogCapture log;
-    const std::string fallback =
-        line("INFO", "No NVIDIA or AMD DML adapter found, fallback to adapter index 0");
+struct Choice
+{
+    const char* name;
+    std::vector<Entry> entries;
+    std::int32_t index;
+    Lines lines; ///< without what all lines begin with
 };
 
-using Lines = std::vector<std::string>;
+const char* const fallback = "INFO No NVIDIA or AMD DML adapter found, fallback to adapter index 0";
 
-TEST_F(DmlAdapterChoice, FallsBackToAdapterZero)
+const std::vector<Choice> choices{
+    {"NoAdapters", {}, 0, {fallback}},
+    {"NoneOfTheTwoVendors",
+     {{u"Basic Render Driver", 0x1414, software}, {u"Grafik \u00E9\u20AC\U0001F600 X", intel}},
+     0,
+     {"INFO DML adapter 0: vendorId=5140, software=true, name=Basic Render Driver",
+      "INFO DML adapter 1: vendorId=32902, software=false, name=Grafik ???? X", fallback}},
+    {"NvidiaBehindAmd",
+     {{u"Radeon", ati}, {u"Iris", intel}, {u"GeForce", nvidia}, {u"GeForce Two", nvidia}},
+     2,
+     {"INFO DML adapter 0: vendorId=4098, software=false, name=Radeon",
+      "INFO DML adapter 1: vendorId=32902, software=false, name=Iris",
+      "INFO DML adapter 2: vendorId=4318, software=false, name=GeForce",
+      "INFO DML adapter 3: vendorId=4318, software=false, name=GeForce Two",
+      "INFO Prefer NVIDIA DML adapter index 2 (GeForce)"}},
+    {"SoftwareAdaptersOfTheVendors",
+     {{u"Remote", nvidia, software}, {u"Remote", amd, software | 1}, {u"Radeon", amd, 1}},
+     2,
+     {"INFO DML adapter 0: vendorId=4318, software=true, name=Remote",
+      "INFO DML adapter 1: vendorId=4130, software=true, name=Remote",
+      "INFO DML adapter 2: vendorId=4130, software=false, name=Radeon",
+      "INFO Prefer AMD DML adapter index 2 (Radeon)"}},
+    {"AnAdapterWithoutDescription",
+     {{u"GeForce", nvidia, 0, 0, 0x887A0005}, {u"Radeon", amd}},
+     1,
+     {"WARN Failed to read DXGI adapter description for index 0. HRESULT=2289696773",
+      "INFO DML adapter 1: vendorId=4130, software=false, name=Radeon",
+      "INFO Prefer AMD DML adapter index 1 (Radeon)"}},
+    {"AFailingEnumeration",
+     {{u"Radeon", ati}, {u"Lost", nvidia, 0, 0x80004005}, {u"GeForce", nvidia}},
+     0,
+     {"INFO DML adapter 0: vendorId=4098, software=false, name=Radeon",
+      "WARN Failed to enumerate DXGI adapter 1, fallback search stops. HRESULT=2147500037",
+      "INFO Prefer AMD DML adapter index 0 (Radeon)"}}};
+
+/// The captured lines as they stand in the table.
+Lines shortened(const Lines& lines)
 {
-    EXPECT_EQ(choose({}), 0);
-    EXPECT_EQ(log.lines(), Lines{fallback});
-
-    log.clear();
-    EXPECT_EQ(choose({{u"Basic Render Driver", 0x1414, software}, {u"Iris", intel}}), 0);
-    EXPECT_EQ(log.lines(),
-              (Lines{line("INFO", "DML adapter 0: vendorId=5140, software=true, name=Basic Render Driver"),
-                     line("INFO", "DML adapter 1: vendorId=32902, software=false, name=Iris"), fallback}));
+    const std::string origin = "[selectDmlAdapterIndex] [INFERENCE_onnx] ";
+    Lines result;
+    for (std::string line : lines)
+        if (const auto at = line.find(origin); at != std::string::npos)
+            result.push_back(line.erase(at, origin.size()));
+        else
+            result.push_back(line);
+    return result;
 }
 
-TEST_F(DmlAdapterChoice, PrefersNvidiaToAmdWhereverItStands)
+} // namespace
+
+TEST(DmlAdapterChoice, PrefersHardwareOfNvidiaThenOfAmdAndLogsWhatItSees)
 {
-    EXPECT_EQ(choose({{u"Radeon", ati}, {u"Iris", intel}, {u"GeForce", nvidia}, {u"GeForce Two", nvidia}}),
-              2);
-    EXPECT_EQ(log.lines().back(), line("INFO", "Prefer NVIDIA DML adapter index 2 (GeForce)"));
-    EXPECT_EQ(log.lines()[2], line("INFO", "DML adapter 2: vendorId=4318, software=false, name=GeForce"));
+    for (const Choice& choice : choices)
+    {
+        const LogCapture log;
+        EXPECT_EQ(choose(choice.entries), choice.index) << choice.name;
+        EXPECT_EQ(shortened(log.lines()), choice.lines) << choice.name;
+    }
 }
 
-TEST_F(DmlAdapterChoice, KnowsBothIdentifiersOfAmdAndNoneBetween)
+TEST(DmlAdapterChoice, WithoutAListNothingElseIsAsked)
+{
+    const LogCapture log;
+    EXPECT_EQ(choose({{u"Iris", intel}, {u"GeForce", nvidia}}, notFound), 0);
+    EXPECT_EQ(shortened(log.lines()),
+              Lines{"WARN Failed to create DXGI factory, fallback to DML adapter 0. HRESULT=2289696770"});
+}
+
+TEST(DmlAdapterChoice, KnowsBothIdentifiersOfAmdAndNoneBetween)
 {
     for (const std::uint32_t vendor : {ati, amd})
-    {
         EXPECT_EQ(choose({{u"Iris", intel}, {u"Radeon", vendor}, {u"Radeon Two", ati}}), 1);
-        EXPECT_EQ(log.lines().back(), line("INFO", "Prefer AMD DML adapter index 1 (Radeon)"));
-    }
     for (const std::uint32_t vendor : {0x1001U, 0x1003U, 0x1012U, 0x1021U, 0x1042U, 0x10DDU, 0x10DFU})
         EXPECT_EQ(choose({{u"Iris", intel}, {u"Other", vendor}}), 0) << vendor;
 }
 
-TEST_F(DmlAdapterChoice, SoftwareAdaptersAreNeverPreferred)
-{
-    EXPECT_EQ(choose({{u"Remote", nvidia, software}, {u"Remote", amd, software | 1}, {u"Radeon", amd, 1}}),
-              2);
-    EXPECT_EQ(log.lines()[0], line("INFO", "DML adapter 0: vendorId=4318, software=true, name=Remote"));
-    EXPECT_EQ(choose({{u"Iris", intel}, {u"Remote", nvidia, software}}), 0);
-}
-
-TEST_F(DmlAdapterChoice, AnAdapterWithoutDescriptionIsSkippedAndTheNextOnesAreTried)
-{
-    EXPECT_EQ(choose({{u"GeForce", nvidia, 0, 0, 0x887A0005}, {u"Radeon", amd}}), 1);
-    EXPECT_EQ(log.lines(),
-              (Lines{line("WARN", "Failed to read DXGI adapter description for index 0. HRESULT=2289696773"),
-                     line("INFO", "DML adapter 1: vendorId=4130, software=false, name=Radeon"),
-                     line("INFO", "Prefer AMD DML adapter index 1 (Radeon)")}));
-}
-
-TEST_F(DmlAdapterChoice, AFailingEnumerationKeepsTheAdaptersFoundSoFar)
-{
-    FakeAdapters adapters({{u"Radeon", ati}, {u"Lost", nvidia, 0, 0x80004005}, {u"GeForce", nvidia}});
-    EXPECT_EQ(selectDmlAdapterIndex(adapters), 0);
-    EXPECT_EQ(adapters.selections, 2);
-    EXPECT_EQ(
-        log.lines(),
-        (Lines{line("INFO", "DML adapter 0: vendorId=4098, software=false, name=Radeon"),
-               line("WARN", "Failed to enumerate DXGI adapter 1, fallback search stops. HRESULT=2147500037"),
-               line("INFO", "Prefer AMD DML adapter index 0 (Radeon)")}));
-}
-
-TEST_F(DmlAdapterChoice, WithoutAListNothingElseIsAsked)
-{
-    FakeAdapters adapters({{u"GeForce", nvidia}}, notFound);
-    EXPECT_EQ(selectDmlAdapterIndex(adapters), 0);
-    EXPECT_EQ(adapters.selections, 0);
-    EXPECT_EQ(log.lines(), Lines{line("WARN", "Failed to create DXGI factory, fallback to DML adapter 0. "
-                                              "HRESULT=2289696770")});
-}
-
-TEST_F(DmlAdapterChoice, NamesBeyondAsciiAreShownWithQuestionMarksPerCodeUnit)
-{
-    choose({{u"Grafik \u00E9\u20AC\U0001F600 X", intel}});
-    EXPECT_EQ(log.lines()[0],
-              line("INFO", "DML adapter 0: vendorId=32902, software=false, name=Grafik ???? X"));
-}
-
 // Whatever adapters this machine has, the answer fits what was logged about them.
-TEST_F(DmlAdapterChoice, ThisMachinesAnswerIsOneOfItsAdaptersOrZero)
+TEST(DmlAdapterChoice, ThisMachinesAnswerIsOneOfItsAdaptersOrZero)
 {
+    const LogCapture log;
     const std::int32_t index = selectDmlAdapterIndex();
     ASSERT_FALSE(log.lines().empty());
     const std::string last = log.lines().back();
@@ -172,5 +167,3 @@ TEST_F(DmlAdapterChoice, ThisMachinesAnswerIsOneOfItsAdaptersOrZero)
     else
         EXPECT_EQ(index, 0) << last;
 }
-
-} // namespace

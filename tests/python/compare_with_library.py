@@ -3,10 +3,11 @@
 
 usage: compare_with_library.py [--seed N] MODELS HOST...
 
-MODELS is the folder that make_analytic_models.py wrote, HOST the command that runs stream_file.
+MODELS is the folder that make_analytic_models.py wrote, HOST the command that runs tonwerk-separate.
 """
 
 import argparse
+import struct
 import subprocess
 import sys
 import tempfile
@@ -34,7 +35,7 @@ CASES = [
     ("neighbours", 4097),
     ("bin_mask", 50_000),
     ("neighbours", FIRST_BLOCK + 1),  # a last block of one sample
-    ("frame_mask", FIRST_BLOCK + NEXT_BLOCK),  # the longest last block
+    ("frame_mask", FIRST_BLOCK + NEXT_BLOCK - 1),  # the longest last block
 ]
 
 # Hz; in the middle of each stem's band, the last one above them all.
@@ -51,14 +52,18 @@ def noise_with_impulses(length, seed):
 
 def stream(host, model, signal):
     """The library's results as {name: {channel, sample}}."""
+    samples = signal.T.astype("<f4").tobytes()
+    header = struct.pack("<4sI4s4sIHHIIHH4sI", b"RIFF", 36 + len(samples), b"WAVE", b"fmt ", 16, 3, 2, 44100, 8 * 44100,
+                         8, 32, b"data", len(samples))
     with tempfile.TemporaryDirectory() as folder:
-        samples = Path(folder) / "input.f32"
-        signal.T.astype(np.float32).tofile(samples)
-        run = subprocess.run([*host, model, samples, folder], capture_output=True, text=True, errors="replace")
+        (Path(folder) / "song.wav").write_bytes(header + samples)
+        run = subprocess.run([*host, "song.wav", "-o", ".", "--model", model.resolve()], cwd=folder,
+                             capture_output=True, text=True, errors="replace")
         if run.returncode != 0:
             sys.exit(f"{host[-1]} ended with {run.returncode} on {model}:\n{run.stdout}{run.stderr}")
         names = (*STEMS, "residual", "mix")
-        return {name: np.fromfile(Path(folder) / f"{name}.f32", np.float32).reshape(-1, 2).T for name in names}
+        return {name: np.fromfile(Path(folder) / f"song/{name}.wav", "<f4", offset=len(header)).reshape(-1, 2).T
+                for name in names}
 
 
 def differences(case, results, expected, tolerance):
@@ -99,8 +104,8 @@ def main():
     parser.add_argument("models", type=Path)
     parser.add_argument("host", nargs="+")
     options = parser.parse_args()
-    problems = [*compare_with_reference(options.host, options.models, options.seed),
-                *split_tones(options.host, options.models)]
+    host = [*options.host[:-1], Path(options.host[-1]).resolve()]
+    problems = [*compare_with_reference(host, options.models, options.seed), *split_tones(host, options.models)]
     for problem in problems:
         print(problem)
     sys.exit(1 if problems else 0)

@@ -28,13 +28,9 @@ struct Standin
 
     std::vector<std::string> providers{"CPUExecutionProvider"};
     DirectMLTable directML = DirectMLTable::own;
-    /// Functions that return a failing status with the text "stand-in: NAME fails". The appends are called
-    /// "AppendDML", "AppendCUDA" and "AppendROCM".
+    /// What returns a failing status with the text "stand-in: NAME fails": functions, the appends
+    /// "AppendDML", "AppendCUDA" and "AppendROCM", and session creations, counted from "session1".
     std::set<std::string> failing;
-    /// Session creations that fail likewise, counted from 1.
-    std::set<int> failingSessions;
-    /// A runtime of version 1.20.0, which does not know the function table of version 1.21.
-    bool tooOld = false;
 
     // The record.
 
@@ -42,7 +38,8 @@ struct Standin
     /// are called by the number of the attempt that made them. A run lists its tensors with their shapes,
     /// flags with their values.
     std::vector<std::string> calls;
-    /// Objects handed out, by kind ("session", "status" ...), and those of them that were not given back yet.
+    /// Objects handed out by kind ("environment", "session", "session options", "status"), and those of them
+    /// that were not given back yet.
     std::map<std::string, int> created;
     std::map<std::string, int> alive;
     int sessionAttempts = 0;

@@ -33,7 +33,11 @@ OrtStatus* made(const char* kind, OrtStatus* status);
 /// A failing status with the text "stand-in: WHAT fails".
 OrtStatus* failure(const std::string& what);
 
-/// Null, or the failing status that the script wants from this function.
-OrtStatus* scripted(const char* function);
+/// The failing status that the script wants from this function, or what `answer` gives.
+template <typename Answer>
+OrtStatus* unlessScripted(const std::string& function, Answer answer)
+{
+    return standin().failing.contains(function) ? failure(function) : answer();
+}
 
 #endif // TONWERK_TESTS_STANDIN_STANDINPARTS_H

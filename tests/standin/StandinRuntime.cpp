@@ -36,15 +36,13 @@ OrtApi patchedTable()
 
 const OrtApi* ORT_API_CALL getApi(std::uint32_t version) noexcept
 {
-    if (standin().tooOld || version != ORT_API_VERSION)
-        return nullptr;
     static const OrtApi table = patchedTable();
-    return &table;
+    return version == ORT_API_VERSION ? &table : nullptr;
 }
 
 const char* ORT_API_CALL getVersionString() noexcept
 {
-    return standin().tooOld ? "1.20.0" : realBase().GetVersionString();
+    return realBase().GetVersionString();
 }
 
 } // namespace
@@ -89,11 +87,6 @@ OrtStatus* made(const char* kind, OrtStatus* status)
 OrtStatus* failure(const std::string& what)
 {
     return counted(realApi().CreateStatus(ORT_FAIL, ("stand-in: " + what + " fails").c_str()));
-}
-
-OrtStatus* scripted(const char* function)
-{
-    return standin().failing.contains(function) ? failure(function) : nullptr;
 }
 
 Standin& standin()

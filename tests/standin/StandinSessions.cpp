@@ -15,15 +15,12 @@ std::string sessionName(const OrtSession* session)
 OrtStatus* ORT_API_CALL createEnv(OrtLoggingLevel level, const char* id, OrtEnv** out) noexcept
 {
     record("CreateEnv " + std::to_string(level) + " \"" + id + "\"");
-    if (OrtStatus* status = scripted("CreateEnv"))
-        return status;
-    return made("environment", realApi().CreateEnv(level, id, out));
+    return unlessScripted("CreateEnv",
+                          [&] { return made("environment", realApi().CreateEnv(level, id, out)); });
 }
 
 void ORT_API_CALL releaseEnv(OrtEnv* env) noexcept
 {
-    if (env != nullptr)
-        record("ReleaseEnv");
     release("environment", env);
     realApi().ReleaseEnv(env);
 }
@@ -33,12 +30,14 @@ OrtStatus* ORT_API_CALL createSession(const OrtEnv* env, const void* model, std:
 {
     const int number = ++standin().sessionAttempts;
     record("CreateSession " + std::to_string(number));
-    if (standin().failingSessions.contains(number))
-        return failure("session " + std::to_string(number));
-    OrtStatus* status = made("session", realApi().CreateSessionFromArray(env, model, size, options, out));
-    if (status == nullptr)
-        numbers[*out] = number;
-    return status;
+    const auto create = [&]
+    {
+        OrtStatus* status = made("session", realApi().CreateSessionFromArray(env, model, size, options, out));
+        if (status == nullptr)
+            numbers[*out] = number;
+        return status;
+    };
+    return unlessScripted("session" + std::to_string(number), create);
 }
 
 void ORT_API_CALL releaseSession(OrtSession* released) noexcept
@@ -52,101 +51,42 @@ void ORT_API_CALL releaseSession(OrtSession* released) noexcept
 OrtStatus* ORT_API_CALL sessionGetInputCount(const OrtSession* asked, std::size_t* count) noexcept
 {
     record("GetInputCount " + sessionName(asked));
-    if (OrtStatus* status = scripted("SessionGetInputCount"))
-        return status;
-    return counted(realApi().SessionGetInputCount(asked, count));
+    return unlessScripted("SessionGetInputCount",
+                          [&] { return counted(realApi().SessionGetInputCount(asked, count)); });
 }
 
 OrtStatus* ORT_API_CALL sessionGetInputTypeInfo(const OrtSession* asked, std::size_t index,
                                                 OrtTypeInfo** info) noexcept
 {
-    record("GetInputTypeInfo " + sessionName(asked) + " " + std::to_string(index));
-    if (OrtStatus* status = scripted("SessionGetInputTypeInfo"))
-        return status;
-    return made("type info", realApi().SessionGetInputTypeInfo(asked, index, info));
+    return unlessScripted("SessionGetInputTypeInfo",
+                          [&] { return counted(realApi().SessionGetInputTypeInfo(asked, index, info)); });
 }
 
 OrtStatus* ORT_API_CALL sessionGetOutputTypeInfo(const OrtSession* asked, std::size_t index,
                                                  OrtTypeInfo** info) noexcept
 {
-    record("GetOutputTypeInfo " + sessionName(asked) + " " + std::to_string(index));
-    if (OrtStatus* status = scripted("SessionGetOutputTypeInfo"))
-        return status;
-    return made("type info", realApi().SessionGetOutputTypeInfo(asked, index, info));
-}
-
-void ORT_API_CALL releaseTypeInfo(OrtTypeInfo* info) noexcept
-{
-    release("type info", info);
-    realApi().ReleaseTypeInfo(info);
-}
-
-/// The runtime's default allocator, with what it hands out (names of inputs and outputs) counted.
-OrtAllocator* realAllocator = nullptr;
-
-void* ORT_API_CALL allocate(OrtAllocator* /*allocator*/, std::size_t size)
-{
-    create("allocation");
-    return realAllocator->Alloc(realAllocator, size);
-}
-
-void ORT_API_CALL deallocate(OrtAllocator* /*allocator*/, void* memory)
-{
-    release("allocation", memory);
-    realAllocator->Free(realAllocator, memory);
-}
-
-const OrtMemoryInfo* ORT_API_CALL describeAllocator(const OrtAllocator* /*allocator*/)
-{
-    return realAllocator->Info(realAllocator);
-}
-
-OrtStatus* ORT_API_CALL getAllocator(OrtAllocator** allocator) noexcept
-{
-    static OrtAllocator counting{ORT_API_VERSION, allocate, deallocate, describeAllocator, allocate};
-    *allocator = &counting;
-    return counted(realApi().GetAllocatorWithDefaultOptions(&realAllocator));
+    return unlessScripted("SessionGetOutputTypeInfo",
+                          [&] { return counted(realApi().SessionGetOutputTypeInfo(asked, index, info)); });
 }
 
 OrtStatus* ORT_API_CALL createCpuMemoryInfo(OrtAllocatorType allocator, OrtMemType memory,
                                             OrtMemoryInfo** out) noexcept
 {
     record("CreateCpuMemoryInfo " + std::to_string(allocator) + " " + std::to_string(memory));
-    if (OrtStatus* status = scripted("CreateCpuMemoryInfo"))
-        return status;
-    return made("memory info", realApi().CreateCpuMemoryInfo(allocator, memory, out));
-}
-
-void ORT_API_CALL releaseMemoryInfo(OrtMemoryInfo* info) noexcept
-{
-    release("memory info", info);
-    realApi().ReleaseMemoryInfo(info);
+    return unlessScripted("CreateCpuMemoryInfo",
+                          [&] { return counted(realApi().CreateCpuMemoryInfo(allocator, memory, out)); });
 }
 
 OrtStatus* ORT_API_CALL createTensor(const OrtMemoryInfo* info, void* data, std::size_t bytes,
                                      const std::int64_t* shape, std::size_t rank,
                                      ONNXTensorElementDataType type, OrtValue** out) noexcept
 {
-    return made("value", realApi().CreateTensorWithDataAsOrtValue(info, data, bytes, shape, rank, type, out));
-}
-
-void ORT_API_CALL releaseValue(OrtValue* value) noexcept
-{
-    release("value", value);
-    realApi().ReleaseValue(value);
+    return counted(realApi().CreateTensorWithDataAsOrtValue(info, data, bytes, shape, rank, type, out));
 }
 
 OrtStatus* ORT_API_CALL createRunOptions(OrtRunOptions** out) noexcept
 {
-    if (OrtStatus* status = scripted("CreateRunOptions"))
-        return status;
-    return made("run options", realApi().CreateRunOptions(out));
-}
-
-void ORT_API_CALL releaseRunOptions(OrtRunOptions* options) noexcept
-{
-    release("run options", options);
-    realApi().ReleaseRunOptions(options);
+    return unlessScripted("CreateRunOptions", [&] { return counted(realApi().CreateRunOptions(out)); });
 }
 
 /// A flag as "=0" or "=1", another tensor by its extents.
@@ -185,10 +125,12 @@ OrtStatus* ORT_API_CALL run(OrtSession* runner, const OrtRunOptions* options, co
     for (std::size_t i = 0; i < outputCount; ++i)
         call += std::string(" ") + outputNames[i] + description(outputs[i]);
     record(call);
-    if (OrtStatus* status = scripted("Run"))
-        return status;
-    return counted(
-        realApi().Run(runner, options, inputNames, inputs, inputCount, outputNames, outputCount, outputs));
+    return unlessScripted("Run",
+                          [&]
+                          {
+                              return counted(realApi().Run(runner, options, inputNames, inputs, inputCount,
+                                                           outputNames, outputCount, outputs));
+                          });
 }
 
 } // namespace
@@ -202,13 +144,8 @@ void patchSessions(OrtApi& table)
     table.SessionGetInputCount = sessionGetInputCount;
     table.SessionGetInputTypeInfo = sessionGetInputTypeInfo;
     table.SessionGetOutputTypeInfo = sessionGetOutputTypeInfo;
-    table.ReleaseTypeInfo = releaseTypeInfo;
-    table.GetAllocatorWithDefaultOptions = getAllocator;
     table.CreateCpuMemoryInfo = createCpuMemoryInfo;
-    table.ReleaseMemoryInfo = releaseMemoryInfo;
     table.CreateTensorWithDataAsOrtValue = createTensor;
-    table.ReleaseValue = releaseValue;
     table.CreateRunOptions = createRunOptions;
-    table.ReleaseRunOptions = releaseRunOptions;
     table.Run = run;
 }

@@ -1,8 +1,5 @@
 #include "support/FakeInference.h"
 
-#include <algorithm>
-#include <stdexcept>
-
 namespace
 {
 
@@ -30,36 +27,6 @@ void applyRecipe(const StemRecipe& recipe, std::span<const float> input, float* 
 
 } // namespace
 
-bool FakeInference::run(const float* input, std::vector<float*> outputs, const Shape& shape)
-{
-    ++runs;
-    lastShape = shape;
-    lastOutputCount = outputs.size();
-    const auto count = static_cast<std::size_t>(shape[0] * shape[1] * shape[2] * shape[3]);
-    lastInput.assign(input, input + count);
-    return model({input, count}, outputs, shape);
-}
-
-FakeInference::Model gainModel(const std::vector<float>& gains)
-{
-    return
-        [gains](std::span<const float> input, const std::vector<float*>& outputs, const FakeInference::Shape&)
-    {
-        for (std::size_t stem = 0; stem < outputs.size(); ++stem)
-        {
-            const float gain = stem < gains.size() ? gains[stem] : 0.0F;
-            std::transform(input.begin(), input.end(), outputs[stem],
-                           [gain](float value) { return gain * value; });
-        }
-        return true;
-    };
-}
-
-FakeInference::Model identityModel()
-{
-    return gainModel({1.0F});
-}
-
 FakeInference::Model recipeModel(const std::vector<StemRecipe>& recipes)
 {
     return [recipes](std::span<const float> input, const std::vector<float*>& outputs,
@@ -69,22 +36,4 @@ FakeInference::Model recipeModel(const std::vector<StemRecipe>& recipes)
             applyRecipe(stem < recipes.size() ? recipes[stem] : StemRecipe{}, input, outputs[stem], shape);
         return true;
     };
-}
-
-FakeInference::Model failingModel()
-{
-    return [](std::span<const float>, const std::vector<float*>&, const FakeInference::Shape&)
-    { return false; };
-}
-
-FakeInference::Model idleModel()
-{
-    return [](std::span<const float>, const std::vector<float*>&, const FakeInference::Shape&)
-    { return true; };
-}
-
-FakeInference::Model throwingModel()
-{
-    return [](std::span<const float>, const std::vector<float*>&, const FakeInference::Shape&) -> bool
-    { throw std::runtime_error("the model broke"); };
 }

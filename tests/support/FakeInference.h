@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <functional>
 #include <span>
+#include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "inference/IInference.h"
@@ -28,7 +30,7 @@ struct StemRecipe
     }
 };
 
-/// An IInference that does what a function says, counts its runs and remembers its last input.
+/// An IInference that does what a function says, and remembers its last input.
 class FakeInference : public IInference
 {
 public:
@@ -40,33 +42,40 @@ public:
 
     explicit FakeInference(Model model) : model(std::move(model)) {}
 
-    bool run(const float* input, std::vector<float*> outputs, const Shape& shape) override;
+    bool run(const float* input, std::vector<float*> outputs, const Shape& shape) override
+    {
+        const auto count = static_cast<std::size_t>(shape[0] * shape[1] * shape[2] * shape[3]);
+        lastShape = shape;
+        lastInput.assign(input, input + count);
+        return model({input, count}, outputs, shape);
+    }
 
     /// Can be exchanged between runs.
     Model model;
 
-    std::size_t runs = 0;
-    std::size_t lastOutputCount = 0;
     Shape lastShape{};
     std::vector<float> lastInput;
 };
 
-/// Every stem is the input times its gain.
-FakeInference::Model gainModel(const std::vector<float>& gains);
-
-/// The first stem is the input, the others are silent.
-FakeInference::Model identityModel();
-
 /// Every stem follows its recipe; stems without one are silent.
 FakeInference::Model recipeModel(const std::vector<StemRecipe>& recipes);
 
+/// The first stem is the input, the others are silent.
+inline FakeInference::Model identityModel()
+{
+    return recipeModel({{0.0, 1.0, 0.0}});
+}
+
 /// Reports failure and leaves the outputs alone.
-FakeInference::Model failingModel();
+inline FakeInference::Model failingModel()
+{
+    return [](auto&&...) { return false; };
+}
 
-/// Reports success and leaves the outputs alone.
-FakeInference::Model idleModel();
-
-/// Throws std::runtime_error "the model broke".
-FakeInference::Model throwingModel();
+/// Throws std::runtime_error.
+inline FakeInference::Model throwingModel()
+{
+    return [](auto&&...) -> bool { throw std::runtime_error("the model broke"); };
+}
 
 #endif // TONWERK_TESTS_SUPPORT_FAKEINFERENCE_H

@@ -1,10 +1,13 @@
 #include "support/ReferenceTransform.h"
 
 #include <cmath>
+#include <complex>
 #include <numbers>
 
 namespace
 {
+
+using Spectrum = std::vector<std::complex<double>>;
 
 /// The powers of exp(2 pi i / size).
 Spectrum unitRoots(std::size_t size)
@@ -90,17 +93,6 @@ Spectrum applyRecipe(const std::vector<Spectrum>& frames, std::size_t index, con
 
 } // namespace
 
-Spectrum naiveFourier(const std::vector<double>& samples)
-{
-    const std::size_t size = samples.size();
-    const Spectrum roots = unitRoots(size);
-    Spectrum result(size);
-    for (std::size_t k = 0; k < size; ++k)
-        for (std::size_t n = 0; n < size; ++n)
-            result[k] += samples[n] * std::conj(roots[k * n % size]);
-    return result;
-}
-
 std::vector<double> referenceWindow(std::size_t length)
 {
     std::vector<double> window(length);
@@ -110,6 +102,18 @@ std::vector<double> referenceWindow(std::size_t length)
         window[i] = 0.42 - 0.5 * std::cos(phase) + 0.08 * std::cos(2.0 * phase);
     }
     return window;
+}
+
+std::vector<float> packedSpectrum(std::span<const float> samples, const std::vector<double>& window)
+{
+    const Spectrum bins = analyse(samples, window, unitRoots(samples.size()));
+    std::vector<float> packed(samples.size());
+    for (std::size_t k = 0; k < bins.size(); ++k)
+    {
+        packed[2 * k] = static_cast<float>(bins[k].real());
+        packed[2 * k + 1] = k == 0 ? 0.0F : static_cast<float>(bins[k].imag());
+    }
+    return packed;
 }
 
 std::vector<float> separateOffline(std::span<const float> signal, const std::vector<std::size_t>& frameStarts,

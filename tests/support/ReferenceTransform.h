@@ -3,20 +3,17 @@
 #ifndef TONWERK_TESTS_SUPPORT_REFERENCETRANSFORM_H
 #define TONWERK_TESTS_SUPPORT_REFERENCETRANSFORM_H
 
-#include <complex>
 #include <cstddef>
 #include <span>
 #include <vector>
 
 #include "support/FakeInference.h"
 
-using Spectrum = std::vector<std::complex<double>>;
-
-/// The definition: X[k] = sum of x[n] exp(-2 pi i k n / N).
-Spectrum naiveFourier(const std::vector<double>& samples);
-
 /// The periodic Blackman window.
 std::vector<double> referenceWindow(std::size_t length);
+
+/// The spectrum of samples times window, packed as IFFTTransformer packs it, with an empty Nyquist slot.
+std::vector<float> packedSpectrum(std::span<const float> samples, const std::vector<double>& window);
 
 /// Separates one channel of a whole signal at once: windowed frames begin at the given samples of `signal`,
 /// go through the recipe without their Nyquist bins, and are overlap-added `hop` samples apart,

@@ -6,27 +6,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
-#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "common/Arrays.h"
+#include "support/Noise.h"
 
-/// Another seed on every run of the test program, or the one given with --gtest_random_seed.
-std::uint32_t randomSeed();
-
-/// What to print beside a failure of a random test.
-std::string seedText(std::uint32_t seed);
-
-/// Noise of at most 0.5, {channels, length}, different in every channel. It has no content near half the
-/// sample rate: the transform drops the Nyquist bin of each frame, so that only such signals come back
-/// unchanged.
+/// Smooth noise {channels, length}, different in every channel.
 Array smoothNoise(std::size_t channels, std::size_t length, std::uint32_t seed);
-
-/// {channels, samples} that count 1, 2, 3 ... through the whole array, so that every sample tells where it
-/// was.
-Array countingSamples(std::size_t channels, std::size_t length);
 
 /// The samples [first, first + count) of every row of a rank-2 array.
 Array timeSlice(const Array& samples, std::size_t first, std::size_t count);
