@@ -53,6 +53,8 @@ void BufferAggregator::push(const Array& chunk)
     if (size - length < count)
         throw std::runtime_error("Buffer overflow: cannot accept chunk of size " + std::to_string(count));
     requireFittingRows(chunk, {buffer.shape(0), buffer.shape(1), count});
+    if (count == 0)
+        return; // also into a buffer of no size
 
     const std::size_t writePosition = (start + length) % size;
     const std::size_t first = std::min(count, size - writePosition);

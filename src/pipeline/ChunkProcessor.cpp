@@ -45,6 +45,16 @@ Array timeRange(const Array& data, std::size_t first, std::size_t count)
     return result;
 }
 
+/// Gives an array a shape, keeping its memory where that fits; the values are not kept. Unlike Array::resize,
+/// which sets the shape first, it leaves an array that fits its memory when there is no more memory.
+void reshape(Array& array, const std::vector<std::size_t>& shape)
+{
+    if (std::equal(shape.begin(), shape.end(), array.shape().begin(), array.shape().end()))
+        return;
+    array = Array();
+    array = Array::from_shape(shape);
+}
+
 /// Joins results of consecutive chunks along the time axis.
 Array joinTime(const std::vector<Array>& pieces)
 {
@@ -187,7 +197,7 @@ StemSpectra ChunkProcessor::analyse(const Chunk& chunk)
 void ChunkProcessor::synthesize(const StemSpectra& spectra, const Array& mixture)
 {
     const std::size_t length = spectra.frameCount() * hop; // 0 if the model reported failure
-    result.resize({stemCount + 1, channels, length});
+    reshape(result, {stemCount + 1, channels, length});
     // Stem by stem: the sums of one stem fit into the processor's cache, those of all do not.
     for (std::size_t stem = 0; stem < stemCount; ++stem)
     {
