@@ -1,6 +1,7 @@
 // What the pipeline around the network costs, next to what its transforms and the copy of its input and
 // output cost by themselves.
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
 #include <memory>
 #include <random>
@@ -8,6 +9,7 @@
 
 #include <benchmark/benchmark.h>
 
+#include "BenchBackend.h"
 #include "spectral/PFFFTTransformer.h"
 #include "tonwerk/TonwerkProc.h"
 
@@ -79,6 +81,38 @@ void steadyStateChunk(benchmark::State& state)
     }
 }
 
+enum Signal
+{
+    ordinary,
+    silence,
+    decayingTail // from 1e-37 to 1e-45: most values are denormal in the signal, and more in its spectra
+};
+
+std::vector<float> signalOf(Signal kind, std::size_t count)
+{
+    auto samples = noise(count);
+    for (std::size_t i = 0; i < count; ++i)
+        if (kind == silence)
+            samples[i] = 0.0F;
+        else if (kind == decayingTail)
+            samples[i] *= static_cast<float>(
+                std::pow(10.0, -37.0 - 8.0 * static_cast<double>(i) / static_cast<double>(count)));
+    return samples;
+}
+
+/// Some signals are slow to compute with; the network hands them on to the synthesis.
+void chunkOfSignal(benchmark::State& state)
+{
+    setCopyingNetwork(true);
+    auto processor = makeProcessor(true);
+    const auto block = signalOf(static_cast<Signal>(state.range(0)), channels * blockFrames);
+    for (int i = 0; i < 3; ++i)
+        benchmark::DoNotOptimize(processor.process(block, false));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(processor.process(block, false));
+    setCopyingNetwork(false);
+}
+
 BENCHMARK(floorOfOneChunk)->Unit(benchmark::kMillisecond)->MinWarmUpTime(0.5)->MinTime(2.0);
 BENCHMARK(steadyStateChunk)
     ->ArgName("interleaved")
@@ -87,5 +121,11 @@ BENCHMARK(steadyStateChunk)
     ->Unit(benchmark::kMillisecond)
     ->MinWarmUpTime(0.5)
     ->MinTime(2.0);
+BENCHMARK(chunkOfSignal)
+    ->ArgName("signal")
+    ->DenseRange(ordinary, decayingTail)
+    ->Unit(benchmark::kMillisecond)
+    ->MinWarmUpTime(0.2)
+    ->MinTime(1.0);
 
 } // namespace

@@ -31,9 +31,9 @@ add_compile_definitions($<$<CONFIG:Debug>:_GLIBCXX_ASSERTIONS>)
 if(TONWERK_SANITIZE)
     # Full debug information takes GCC six times as long here as the line numbers that reports need, and its own
     # warning about uninitialised values mistakes the sanitizers' code.
-    add_compile_options(-O1 -g1 -fno-omit-frame-pointer -fsanitize=address,undefined -fno-sanitize-recover=all
+    add_compile_options(-O1 -g1 -fno-omit-frame-pointer -fsanitize=${TONWERK_SANITIZE} -fno-sanitize-recover=all
         $<$<CXX_COMPILER_ID:GNU>:-Wno-maybe-uninitialized>)
-    add_link_options(-fsanitize=address,undefined)
+    add_link_options(-fsanitize=${TONWERK_SANITIZE})
 elseif(UNIX)
     add_link_options(-Wl,-z,defs)
 endif()

@@ -81,6 +81,7 @@
 /// looks at neighbouring frames sees a moment of silence there. The stems and their mix stay finite; the
 /// residual is not finite just where the input is not. Samples beyond full scale are processed as they are,
 /// up to about 1e30, where sums of squares and spectra come near the end of the float range.
+/// Numbers below 1.2e-38 count as 0; the thread's own floating-point mode is back when a call returns.
 ///
 /// ### Log
 /// Warnings and errors are written to standard output as text lines. The first context built while no log

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "api/InferenceContextImpl.h"
+#include "common/FlushDenormals.h"
 #include "common/Log.h"
 #include "inference/InferenceBackend.h"
 
@@ -119,6 +120,7 @@ std::uint64_t TonwerkProcImpl::maxInputSize() const
 std::vector<std::vector<float>> TonwerkProcImpl::process(const std::vector<float>& input, bool eof)
 {
     requirePrepared();
+    const FlushDenormals flushed;
     TONWERK_LOG(debug) << "called with data size: " << input.size() << ", eof=" << eof
                        << ", channels=" << channels;
     const Array samples = toArray(input);

@@ -29,6 +29,26 @@ TEST_F(TonwerkProcTest, TheMixIsTheSumOfTheStemsInTheirOrderAndTheResidualIsWhat
     EXPECT_GT(orderMatters, 0U);
 }
 
+TEST_F(TonwerkProcTest, AHostsFloatingPointModeIsBackAfterEveryCall)
+{
+    // Through memory, so that the product is not computed at compile time.
+    const auto halfOfADenormal = []
+    {
+        const volatile float denormal = 1e-40F;
+        return denormal * 0.5F;
+    };
+    const float before = halfOfADenormal();
+    ASSERT_GT(before, 0.0F);
+    Stream stream(loadContext("gains.onnx"));
+    stream.feed(silence(1000));
+    EXPECT_EQ(halfOfADenormal(), before);
+    EXPECT_THROW(stream.feed(silence(600000)), std::runtime_error);
+    EXPECT_EQ(halfOfADenormal(), before);
+    stream.feed(scaled(noise(1000), 1e-39F), true);
+    EXPECT_EQ(halfOfADenormal(), before);
+    EXPECT_EQ(largestDifference(stream.stem(mix), silence(2000)), 0);
+}
+
 TEST_F(TonwerkProcTest, TheChannelCountOnlyDividesTheLengthOfInterleavedInput)
 {
     const LogCapture log;

@@ -291,7 +291,7 @@ private:
             return;
         const float sum = stems[residual][at] + stems[mix][at];
         const float size = std::max(std::abs(sample), std::abs(stems[mix][at]));
-        promise(std::abs(sum - sample) <= 1e-6F * size,
+        promise(std::abs(sum - sample) <= 1e-6F * size + 1e-37F,
                 "residual and mix add up to the input, sample by sample");
     }
 

@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Runs the native tests under Valgrind's memcheck; any error or leaked block that is ours fails. What dependencies do
+# stands in memcheck.supp, with the cause.
+#
+#   scripts/memcheck.sh [PROGRAM...]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+[ $# -gt 0 ] || set -- build/linux/unit_tests build/linux/fake_backend_tests build/linux/fault_tests \
+    build/linux/standin/backend_tests build/linux/boundary_tests
+for program in "$@"; do
+    echo "$program"
+    valgrind --quiet --error-exitcode=99 --leak-check=full --errors-for-leak-kinds=definite \
+        --suppressions=scripts/memcheck.supp "$program" --gtest_brief=1
+done
