@@ -7,6 +7,9 @@
 #   make lint       formatting and static analysis
 #   make format     format the sources
 #   make bench      measure the pipeline against the cost of its transforms, and the memory of a stream
+#   make fuzz       fuzz each target for MINUTES=1
+#   make soak       stream HOURS=10 of audio, and an hour under Wine, and watch that nothing grows
+#   make check-deep the tests under Valgrind and the thread sanitizer
 #   make bench-peers  the same job in NumPy/SciPy and PyTorch, against ours
 #   make clean      remove what was built (what was fetched stays)
 
@@ -15,15 +18,17 @@ SHELL := bash
 .DEFAULT_GOAL := help
 
 JOBS ?= $(shell nproc)
+MINUTES ?= 1
+HOURS ?= 10
 PYTHON := /usr/bin/python3
 SOURCES = $(shell find include src apps tests bench examples -name '*.h' -o -name '*.cpp' 2>/dev/null)
 
-# $(call configured,PRESET): CMake runs by itself from then on.
-configured = test -e build/cmake/$(1)/build.ninja || cmake --preset $(1)
+# $(call configured,PRESET): CMake runs by itself from then on, until the presets change.
+configured = [ build/cmake/$(1)/build.ninja -nt CMakePresets.json ] || cmake --preset $(1)
 compile = cmake --build --preset $(1) -j $(JOBS)
 check = ctest --preset $(1) -j $(JOBS)
 
-.PHONY: help build windows demo test lint format bench bench-peers clean
+.PHONY: help build windows demo test lint format bench fuzz soak check-deep bench-peers clean
 
 help:
 	@sed -n '3,/^$$/s/^#   //p' Makefile
@@ -49,7 +54,7 @@ demo: build
 	@printf '\nThe stems of build/demo/song.wav:\n'; ls build/demo/song/*.wav
 
 test:
-	scripts/setup.sh native fetch windows test
+	scripts/setup.sh native fetch windows test training
 	scripts/fetch-deps.sh
 	@$(foreach preset,linux-release linux-asan mingw-release,$(call configured,$(preset)) &&) true
 	$(call compile,linux-release)
@@ -74,10 +79,35 @@ bench:
 	scripts/setup.sh native fetch test
 	scripts/fetch-deps.sh
 	@$(call configured,linux-release)
-	$(call compile,linux-release) --target bench stream_memory analytic_models
+	$(call compile,linux-release) --target bench soak
 	build/linux/bench
-	build/linux/stream_memory build/models/gains.onnx 1
-	build/linux/stream_memory build/models/gains.onnx 60
+	build/linux/soak build/models/gains.onnx 60
+
+fuzz:
+	scripts/setup.sh native fetch test fuzz
+	scripts/fetch-deps.sh
+	@$(call configured,linux-fuzz)
+	$(call compile,linux-fuzz)
+	scripts/fuzz.sh $(MINUTES)
+
+soak:
+	scripts/setup.sh native fetch windows test
+	scripts/fetch-deps.sh
+	@$(foreach preset,linux-release mingw-release,$(call configured,$(preset)) &&) true
+	$(call compile,linux-release) --target soak
+	$(call compile,mingw-release) --target soak
+	build/linux/soak build/models/gains.onnx $$((60 * $(HOURS)))
+	scripts/wine-run.sh build/windows/soak.exe build/models/gains.onnx 60
+
+check-deep:
+	scripts/setup.sh native fetch test deep
+	scripts/fetch-deps.sh
+	@$(foreach preset,linux-release linux-tsan,$(call configured,$(preset)) &&) true
+	$(call compile,linux-tsan) --target unit_tests fake_backend_tests
+	build/linux-tsan/unit_tests --gtest_brief=1
+	build/linux-tsan/fake_backend_tests --gtest_brief=1
+	$(call compile,linux-release)
+	scripts/memcheck.sh
 
 bench-peers:
 	scripts/setup.sh native fetch test peers

@@ -8,11 +8,10 @@ The package is downloaded once into .deps and not installed. Nothing is done whe
 
 import hashlib
 import os
-import shutil
-import subprocess
 import sys
-import tempfile
 from pathlib import Path
+
+from debian_package import Failure, extract, run
 
 PACKAGE = "fretsonfire-songs-sectoid"
 FOLDER = "usr/share/games/fretsonfire/data/songs/sectoid/Feelings"
@@ -30,59 +29,15 @@ LENGTH = 36
 MUSIC = Path(__file__).resolve().parent.parent / ".deps" / "demo-music"
 
 
-class Failure(Exception):
-    """What went wrong, as one sentence."""
-
-
-def run(command, **options):
-    """Runs a program; if it fails, its last words are the reason."""
-    if not shutil.which(command[0]):
-        raise Failure(f"{command[0]} is missing (run scripts/setup.sh demo).")
-    result = subprocess.run(command, stdin=subprocess.DEVNULL, capture_output=True, text=True, errors="replace",
-                            **options)
-    if result.returncode != 0:
-        reason = (result.stderr.strip() or result.stdout.strip() or "no reason given").splitlines()[-1]
-        raise Failure(f"{command[0]} failed: {reason}")
-
-
-def download_package(folder):
-    """Leaves the .deb in the folder. The package lists are read into the folder too, so this works without root
-    and whatever lists the machine holds; the mirror and the keys are the machine's own."""
-    (folder / "lists" / "partial").mkdir(parents=True)
-    (folder / "cache" / "archives" / "partial").mkdir(parents=True)
-    settings = folder / "apt.conf"
-    settings.write_text(f'Dir::State::lists "{folder}/lists";\n'
-                        f'Dir::Cache "{folder}/cache";\n'
-                        f'Acquire::Languages "none";\n'
-                        f'Acquire::Retries "3";\n'
-                        f'APT::Sandbox::User "#{os.getuid()}";\n'
-                        "#clear APT::Update::Pre-Invoke;\n"
-                        "#clear APT::Update::Post-Invoke;\n"
-                        "#clear APT::Update::Post-Invoke-Success;\n")
-    run(["apt-get", "-c", settings, "-q", "update"])
-    run(["apt-get", "-c", settings, "-q", "download", PACKAGE], cwd=folder)
-    return next(folder.glob("*.deb"))
-
-
 def check_track(path):
-    if not path.is_file() or hashlib.sha256(path.read_bytes()).hexdigest() != TRACKS[path.name]:
+    if hashlib.sha256(path.read_bytes()).hexdigest() != TRACKS[path.name]:
         raise Failure(f"Debian's package {PACKAGE} no longer has the {path.name} pinned in make_demo_song.py.")
 
 
 def fetch_tracks():
-    if all((MUSIC / name).is_file() for name in TRACKS):
-        return
-    print(f"Fetching Debian's package {PACKAGE} (29 MB)", flush=True)
-    MUSIC.mkdir(parents=True, exist_ok=True)
-    with tempfile.TemporaryDirectory(dir=MUSIC) as work:
-        package = download_package(Path(work))
-        run(["dpkg-deb", "-x", package, Path(work) / "content"])
-        tracks = [Path(work) / "content" / FOLDER / name for name in TRACKS]
-        for track in tracks:
-            check_track(track)
-        (Path(work) / "content" / "usr/share/doc" / PACKAGE / "copyright").replace(MUSIC / "copyright")
-        for track in tracks:
-            track.replace(MUSIC / track.name)
+    if not (MUSIC / "copyright").exists():
+        print(f"Fetching Debian's package {PACKAGE} (29 MB)", flush=True)
+    extract(PACKAGE, [f"{FOLDER}/{name}" for name in TRACKS], MUSIC, check_track)
 
 
 def render(target):

@@ -2,7 +2,7 @@
 # Installs the Debian 12 packages that the named groups need. Installs only what is missing: when everything is
 # there, nothing is run as root and the network is not touched.
 #
-#   scripts/setup.sh GROUP...      groups: native fetch windows test lint fuzz demo peers, or all
+#   scripts/setup.sh GROUP...      groups: native fetch windows test lint fuzz deep training demo peers, or all
 set -euo pipefail
 
 declare -A packages=(
@@ -13,7 +13,14 @@ declare -A packages=(
     [test]="binutils python3 python3-numpy python3-onnx"
     [lint]="clang-format clang-tidy"
     [fuzz]="clang libclang-rt-14-dev llvm"
+    [deep]="valgrind"
     [peers]="python3 python3-numpy python3-scipy python3-torch"
+    # Without this OpenBLAS PyTorch multiplies matrices 30 times slower. From libfluidsynth3 on: what training/make-data
+    # renders with and from (training/SOURCES.md has the licences of the sounds).
+    [training]="python3 python3-numpy python3-scipy python3-onnx python3-torch libopenblas0-pthread libfluidsynth3
+        ffmpeg fluid-soundfont-gm musescore-general-soundfont csound-soundfont timgm6mb-soundfont sonic-pi-samples
+        hydrogen-drumkits asterisk-core-sounds-ru-g722 asterisk-core-sounds-it-g722 asterisk-core-sounds-en-g722
+        asterisk-prompt-fr-armelle festvox-ru pocketsphinx-testdata espeak-ng flite"
     [demo]="python3 python3-numpy python3-onnx sox libsox-fmt-base"
 )
 

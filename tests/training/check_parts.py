@@ -1,0 +1,118 @@
+#!/usr/bin/python3
+"""Holds the parts of the training to what they stand for: the summaries to the audio, the loss's gradient to automatic
+differentiation, the exported model to PyTorch.
+
+usage: check_parts.py TRAINING_FOLDER [unittest's arguments]
+"""
+
+import sys
+import unittest
+
+import numpy as np
+import torch
+
+sys.path.insert(0, sys.argv.pop(1))
+
+from tonwerk_training import bands, chunkstore, exporting, losses, network, runtime, stft  # noqa: E402
+
+
+class Summaries(unittest.TestCase):
+    def test_tell_the_error_of_any_mask(self):
+        """In the spectra themselves, against sum P (m - R)^2 + rest."""
+        random = np.random.default_rng(1)
+        stems = random.standard_normal((7, 2, chunkstore.CHUNK_SAMPLES)).astype(np.float32)
+        stems *= np.array([1, 0.3, 0, 0.1, 1, 0.01, 0.5], np.float32)[:, None, None]
+        summary = chunkstore.summarise_chunk(stems)
+        mixture = stft.stft(stems.sum(axis=0))
+        power = 10.0 ** summary["power"][:2].astype(np.float32)
+        for stem in (0, 1, 2, 5):
+            spectra = stft.stft(stems[stem])
+            for mask in (random.random((2, 256, 896)).astype(np.float32), np.zeros((2, 256, 896), np.float32)):
+                exact = (np.abs(spectra - bands.expand(mask) * mixture) ** 2).sum()
+                told = (power * (mask - chunkstore.dequantise(summary["ratio"][stem])) ** 2).sum()
+                told += summary["rest"][stem].sum()
+                # 8 bits hide 1e-5 of the mixture's energy, 16-bit logs a part in 100 of each band's
+                self.assertAlmostEqual(told, exact, delta=0.01 * exact + 1e-4 * power.sum())
+            np.testing.assert_allclose(summary["energy"][stem].sum(), (np.abs(spectra) ** 2).sum(), rtol=1e-4)
+
+
+class Loss(unittest.TestCase):
+    def test_gradient_is_the_derivative_of_the_terms(self):
+        torch.manual_seed(1)
+        logits = torch.randn(3, 7, 2, 50, dtype=torch.float64, requires_grad=True)
+        data = {"power": torch.rand(3, 2, 50) ** 4, "rest": torch.rand(3, 6),
+                "energy": torch.rand(3, 6) * 20}
+        data = {name: value.double() for name, value in data.items()}
+        data["codes"] = torch.randint(0, 256, (3, 6, 2, 50), dtype=torch.uint8)
+        for progress in (0.1, 0.35, 0.9):
+            weights = losses.weights_at(progress)
+            values = losses.MaskLoss.apply(logits, data, weights)
+            by_hand, = torch.autograd.grad(values[0], logits)
+            total = self.total(logits, data, weights)
+            automatic, = torch.autograd.grad(total, logits)
+            torch.testing.assert_close(values[0], total)
+            torch.testing.assert_close(by_hand, automatic)
+
+    @staticmethod
+    def total(logits, data, weights):
+        power, ratio = data["power"].unsqueeze(1), chunkstore.dequantise(data["codes"].double())
+        target = torch.cat([ratio.clamp(0, 1), (1 - ratio.sum(1, keepdim=True)).clamp(0, 1)], 1)
+        target = target / target.sum(1, keepdim=True)
+        masks = torch.softmax(logits, 1)
+        importance = power ** 0.4 / (power ** 0.4).sum()
+        entropy = -(importance * target * torch.log(masks)).sum()
+        squares = (masks[:, :6] - ratio) ** 2
+        error = ((power * squares).sum((2, 3)) + data["rest"]) / power.sum((2, 3))
+        energy = data["energy"] / power.sum((2, 3))
+        decibel = 10 * torch.log10((error + weights["epsilon"]) / (energy + weights["epsilon"])).mean()
+        return (weights["entropy"] * entropy + weights["amplitude"] * 10 * (power.sqrt() * squares).mean()
+                + weights["decibel"] * decibel)
+
+
+class Export(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        torch.manual_seed(1)
+        cls.network = network.MaskNetwork(channels=(16, 16, 24, 24, 32), units=(1, 2, 1, 1, 1), bottom=32).eval()
+        for value in cls.network.state_dict().values():  # all of them count, also those that begin at zero
+            if value.is_floating_point():
+                value += 0.03 * torch.randn_like(value)
+        cls.session = runtime.Runtime(exporting.export(cls.network, "a test").SerializeToString())
+        level = 10 ** np.random.default_rng(1).uniform(-4, 0, (1, 4, 32, 256))
+        cls.spectrum = np.random.default_rng(2).standard_normal(runtime.SHAPE) * level.repeat(8, 2).repeat(8, 3)
+        cls.spectrum = (cls.spectrum / np.abs(cls.spectrum).max()).astype(np.float32)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.session.close()
+
+    def test_equals_the_network_at_any_level(self):
+        expected = exporting.reference(self.network, self.spectrum)
+        spread = max(np.abs(expected[stem] - expected["drum"]).max() for stem in expected)
+        self.assertGreater(spread, 0.01)  # the masks do differ
+        for level in np.float32([1, 1e-36, 1e36]):
+            results = self.session.run(self.spectrum * level)
+            for stem, result in results.items():
+                np.testing.assert_allclose(result / level, expected[stem], atol=2e-5)
+
+    def test_masks_are_shares(self):
+        results = self.session.run(self.spectrum)
+        total = sum(results.values())
+        self.assertTrue((np.abs(total) <= np.abs(self.spectrum)).all())
+        for result in results.values():
+            self.assertTrue((result * self.spectrum >= 0).all())
+
+    def test_silence_gives_silence_and_no_input_gives_nan(self):
+        for result in self.session.run(self.spectrum * 0).values():
+            self.assertFalse(result.any())
+        lone = np.zeros(runtime.SHAPE, np.float32)
+        lone[0, 0, 255, 2047] = 1e-45
+        full = np.full(runtime.SHAPE, np.finfo(np.float32).max)
+        for spectrum in (self.spectrum * np.float32(1e-42), lone, lone * np.float32(1e35), full, -full):
+            for result in self.session.run(spectrum).values():
+                self.assertTrue(np.isfinite(result).all())
+
+
+if __name__ == "__main__":
+    torch.set_num_threads(1)
+    unittest.main()

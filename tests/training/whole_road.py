@@ -1,0 +1,120 @@
+#!/usr/bin/python3
+"""The whole road from nothing to stems, as training/README.md has it, at the smallest size: a few chunks of songs,
+twenty steps, a model, a separation. Also that a run that is stopped and resumed ends where an undisturbed one does.
+
+usage: whole_road.py TRAINING_FOLDER TONWERK_SEPARATE
+"""
+
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import wave
+from pathlib import Path
+
+import numpy as np
+
+STEPS = 20
+CHUNKS = 4
+STEMS = ("vocals", "drum", "piano", "acoustic_guitar", "electric_guitar", "bass")
+LENGTH = 300_000  # samples: a whole window and a part of one
+
+
+def run(*command):
+    result = subprocess.run([str(part) for part in command], capture_output=True, text=True, errors="replace")
+    print(f"$ {' '.join(str(part) for part in command)}\n{result.stdout}{result.stderr}", flush=True)
+    if result.returncode != 0:
+        sys.exit(f"{command[0]} ended with {result.returncode}.")
+    return result.stdout + result.stderr
+
+
+def train(training, data, out, *more):
+    return [str(part) for part in (training / "train", "--data", data, "--out", out, "--steps", STEPS, "--batch", 2,
+                                   "--frames", 64, "--threads", 1, "--device", "cpu", *more)]
+
+
+def interrupt(command, folder):
+    """Starts a training run and asks it to stop after its first steps."""
+    with subprocess.Popen(command, stdout=subprocess.DEVNULL) as process:
+        while not (folder / "validation.csv").exists():
+            if process.poll() is not None:
+                sys.exit("train ended before it began.")
+            time.sleep(0.02)
+        time.sleep(0.5)
+        process.send_signal(signal.SIGTERM)
+    if process.returncode != 0:
+        sys.exit(f"train ended with {process.returncode} when asked to stop.")
+
+
+def check_resume(whole, resumed, steps_before):
+    """Both checkpoints must be the same run: weights, averages, the optimizer's state."""
+    import torch
+    first, second = (torch.load(folder / "checkpoint.pt") for folder in (whole, resumed))
+    if not 0 < steps_before < STEPS:
+        sys.exit(f"The run was interrupted after step {steps_before} of {STEPS}, which shows nothing.")
+    for part in ("weights", "average"):
+        for name, value in first[part].items():
+            if not torch.equal(value, second[part][name]):
+                sys.exit(f"{name} of the resumed run's {part} differs from the undisturbed run's.")
+
+
+def steps_of(folder):
+    import torch
+    return torch.load(folder / "checkpoint.pt")["sampler"]["step"]
+
+
+def write_song(path):
+    """Chords with an onset twice a second, in 16 bits."""
+    time_axis = np.arange(LENGTH) / 44100
+    decay = np.exp(-6 * (time_axis % 0.5))
+    tones = sum(np.sin(2 * np.pi * frequency * time_axis) for frequency in (55, 220, 277, 330, 880))
+    signal_ = 0.1 * decay * tones + 0.05 * decay ** 4 * np.random.default_rng(1).standard_normal(LENGTH)
+    samples = np.stack([signal_, 0.7 * signal_], axis=1)
+    with wave.open(str(path), "wb") as file:
+        file.setparams((2, 2, 44100, 0, "NONE", ""))
+        file.writeframes(np.int16(np.clip(samples, -1, 1) * 32767).tobytes())
+    return np.int16(np.clip(samples, -1, 1) * 32767).astype(np.float32) / 32768
+
+
+def read_stem(path):
+    """The samples of a WAV file of 32-bit floats, which the wave module refuses."""
+    data = path.read_bytes()
+    place = data.index(b"data") + 8
+    return np.frombuffer(data, np.float32, LENGTH * 2, place).reshape(LENGTH, 2)
+
+
+def check_stems(folder, song):
+    stems = {stem: read_stem(folder / f"{stem}.wav") for stem in (*STEMS, "residual")}
+    for stem, samples in stems.items():
+        if not np.isfinite(samples).all() or not samples.any():
+            sys.exit(f"{stem} is silent or has NaN.")
+    error = np.abs(sum(stems.values()) - song).max()
+    if not error < 1e-5:
+        sys.exit(f"The stems and the residual miss the song by {error}.")
+    loudest = max(np.square(samples).sum() for samples in stems.values())
+    if loudest > np.square(song).sum():
+        sys.exit("A stem is louder than the song.")
+
+
+def main():
+    training, separate = Path(sys.argv[1]), sys.argv[2]
+    with tempfile.TemporaryDirectory() as name:
+        folder = Path(name)
+        run(training / "make-data", "--out", folder / "data", "--chunks", CHUNKS, "--workers", 1, "--seed", 5,
+            "--material", folder / "material", "--voice-seconds", 10)
+        run(*train(training, folder / "data", folder / "whole"))
+        interrupt(train(training, folder / "data", folder / "resumed"), folder / "resumed")
+        steps_before = steps_of(folder / "resumed")
+        run(*train(training, folder / "data", folder / "resumed", "--resume"))
+        check_resume(folder / "whole", folder / "resumed", steps_before)
+        run(training / "export", "--checkpoint", folder / "whole/checkpoint.pt", "--out", folder / "model.onnx")
+        song = write_song(folder / "song.wav")
+        log = run(separate, folder / "song.wav", "-o", folder / "stems", "--model", folder / "model.onnx")
+        if "Exception" in log:
+            sys.exit("The library could not run the model.")
+        check_stems(folder / "stems/song", song)
+
+
+if __name__ == "__main__":
+    main()

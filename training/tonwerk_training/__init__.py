@@ -1,0 +1,1 @@
+"""Training of the default model: data, network, trainer, export and evaluation."""

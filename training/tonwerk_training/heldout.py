@@ -1,0 +1,85 @@
+"""The held-out evaluation songs: font, kit, voices and melodies that training never sees, all stems dense."""
+
+import json
+from pathlib import Path
+
+import numpy as np
+import scipy.io.wavfile
+
+from . import effects, mixing, rendering
+from .chunkstore import SOURCES, STEMS
+from .stft import SAMPLE_RATE
+
+SECONDS = 36.0
+SEED_OFFSET = 770_000  # keeps the songs apart from those of training, whatever seed that uses
+ACTIVITY = 0.92
+OTHER_SHARE = 0.5
+# Levels in dB of an ordinary dense mix: over all songs together, the mixture taken as the estimate of a stem is then at
+# about -6.6, -5.4, -10.1, -9.8, -8.4 and -7.1 dB.
+LEVELS = {"vocals": -7.1, "drum": -5.4, "piano": -11.0, "acoustic_guitar": -10.0, "electric_guitar": -9.4, "bass": -8.0,
+          "other": -6.5}
+LEVEL_SPREAD = 1.3
+RENDITIONS = ("sung", "speech")
+SONGS_PER_CHOIR = 6
+
+
+def make_songs(material, folder, count, seed):
+    """Writes `count` songs to folder/SONG and, with recorded speech as the vocals, to folder-speech/SONG.
+
+    Each song is a folder of mixture.wav and a WAV file per source, float32, 44.1 kHz, stereo.
+    """
+    studio = rendering.Studio(material, "heldout")
+    speakers = [voice for voice in studio.voices if voice.recorded]
+    singers = [voice for voice in studio.voices if not voice.recorded]
+    energies = {rendition: np.zeros((2, len(STEMS))) for rendition in RENDITIONS}
+    for song in range(count):
+        turn, seeds = song % SONGS_PER_CHOIR, (seed + SEED_OFFSET, song)
+        studio.voices = [singers[(turn - 1) % len(singers)]]
+        sung, used = _render(studio, np.random.default_rng(np.random.SeedSequence(seeds)), "sung" if turn else "choir")
+        studio.voices = speakers
+        speech, _ = studio.render_song(np.random.default_rng([*seeds, 1]), SECONDS, ("vocals",), 1.0, "spoken")
+        for rendition, vocals in zip(RENDITIONS, (sung["vocals"], speech["vocals"])):
+            mixed = _mix({**sung, "vocals": vocals}, np.random.default_rng([*seeds, 2]))
+            target = Path(folder) if rendition == "sung" else Path(f"{folder}-speech")
+            _write(target / f"song-{song:02d}", mixed, {**used, "rendition": rendition})
+            energies[rendition] += mixture_energies(mixed)
+    for rendition, (own, rest) in energies.items():
+        ratios = 10 * np.log10(own / rest)
+        print(f"{rendition}: SDR of the mixture as the estimate, over all songs, dB: " +
+              " ".join(f"{stem} {value:.1f}" for stem, value in zip(STEMS, ratios)) + f", mean {ratios.mean():.1f}")
+
+
+def _render(studio, rng, vocal_kind):
+    """All six stems and sometimes a seventh."""
+    stems = SOURCES if rng.random() < OTHER_SHARE else STEMS
+    return studio.render_song(rng, SECONDS, stems, ACTIVITY, vocal_kind)
+
+
+def _mix(sources, rng):
+    """A conventional mix: moderate equaliser, room and places, levels as in LEVELS. float32 [7, 2, samples]."""
+    samples = sources["vocals"].shape[1]
+    mixed = np.zeros((len(SOURCES), 2, samples), np.float32)
+    response = effects.room(rng)
+    for index, stem in enumerate(SOURCES):
+        # The same numbers are drawn for a missing stem, so that both renditions share their backing.
+        pan = float(np.clip(rng.normal(0, 0.6 * mixing.PAN_WIDTH.get(stem, 0.6)), -0.7, 0.7))
+        gain, wet, width = rng.normal(0, LEVEL_SPREAD), rng.uniform(0.05, 0.35), rng.uniform(0.5, 1.1)
+        audio = sources.get(stem)
+        if audio is None:
+            continue
+        audio = effects.reverberate(effects.spread(audio, width, pan), response, 0.05 if stem == "bass" else wet)
+        mixed[index] = audio * np.float32(10 ** ((LEVELS[stem] + gain) / 20) / max(mixing.active_level(audio), 1e-6))
+    return mixing.set_level(mixed, -16.0)
+
+
+def mixture_energies(mixed):
+    """Energies [2, 6] of each stem, and of all the others together, from the sources [7, 2, samples] of a mix."""
+    mixture = mixed.sum(axis=0)
+    return np.array([[(stem ** 2).sum(), ((mixture - stem) ** 2).sum()] for stem in mixed[:len(STEMS)]]).T
+
+
+def _write(folder, mixed, used):
+    folder.mkdir(parents=True, exist_ok=True)
+    for name, audio in [("mixture", mixed.sum(axis=0)), *zip(SOURCES, mixed)]:
+        scipy.io.wavfile.write(folder / f"{name}.wav", SAMPLE_RATE, np.ascontiguousarray(audio.T, dtype=np.float32))
+    (folder / "song.json").write_text(json.dumps(used, indent=1))

@@ -1,0 +1,46 @@
+"""Muon: momentum whose steps are orthogonal matrices (Jordan et al., 2024), for the kernels and dense layers.
+
+All directions of a weight matrix move at the same speed, and not only the few in which gradients are large. The rest
+of the parameters (biases, norms) go by AdamW.
+"""
+
+import torch
+
+COEFFICIENTS = (3.4445, -4.7750, 2.0315)  # of the quintic iteration that brings all singular values near 1
+ITERATIONS = 5
+MATCH = 0.2  # size of a step's entries relative to the rate, as that of AdamW's, so that one rate serves both
+
+
+def orthogonalise(matrix):
+    """The nearest matrix with singular values near 1 (0.7 to 1.2)."""
+    wide = matrix if matrix.shape[0] <= matrix.shape[1] else matrix.t()
+    result = wide / (wide.norm() + 1e-12)
+    first, third, fifth = COEFFICIENTS
+    for _ in range(ITERATIONS):
+        gram = result @ result.t()
+        result = torch.addmm(result, torch.addmm(gram, gram, gram, beta=third, alpha=fifth), result, beta=first)
+    return result if wide is matrix else result.t()
+
+
+class Muon(torch.optim.Optimizer):
+    """Nesterov momentum, orthogonalised; kernels [outputs, inputs, h, w] count as matrices of h w inputs columns."""
+
+    def __init__(self, parameters, lr, weight_decay=0.0, momentum=0.95):
+        super().__init__(parameters, {"lr": lr, "weight_decay": weight_decay, "momentum": momentum})
+
+    @torch.no_grad()
+    def step(self):
+        for group in self.param_groups:
+            for value in group["params"]:
+                if value.grad is not None:
+                    self._update(value, group)
+
+    def _update(self, value, group):
+        state = self.state[value]
+        if not state:
+            state["momentum"] = torch.zeros_like(value)
+        momentum = state["momentum"].lerp_(value.grad, 1 - group["momentum"])
+        direction = value.grad.lerp(momentum, group["momentum"]).flatten(1)
+        scale = MATCH * max(direction.shape) ** 0.5
+        value.mul_(1 - group["lr"] * group["weight_decay"])
+        value.add_(orthogonalise(direction).view_as(value), alpha=-group["lr"] * scale)

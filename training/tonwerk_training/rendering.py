@@ -1,0 +1,89 @@
+"""Rendered songs and the chunks cut from them; a shard depends on its seed and number alone: any can be made anew."""
+
+import time
+from pathlib import Path
+
+import numpy as np
+
+from . import chunkstore, fluidsynth, mixing, multitracks, sampled, songs, styles, vocals, voices
+from .chunkstore import CHUNK_SAMPLES, SOURCES
+from .stft import SAMPLE_RATE
+
+CHUNKS_PER_SONG = 3
+CHUNKS_PER_SHARD = 50
+SONG_SECONDS = CHUNKS_PER_SONG * CHUNK_SAMPLES / SAMPLE_RATE + 0.01
+ACTIVITY = 0.82  # share of a song's sections in which a stem plays
+
+
+class Studio:
+    """Fonts, kits and voices in memory: what songs are rendered with. role: "training" or "heldout"."""
+
+    def __init__(self, material, role):
+        self.fonts = fluidsynth.load_fonts(
+            fluidsynth.TRAINING_FONTS if role == "training" else fluidsynth.HELD_OUT_FONTS)
+        self.voices = voices.load(material, role)
+        self.kits = sampled.load_kits(material, role)
+
+    def render_song(self, rng, seconds, stems=SOURCES, activity=ACTIVITY, vocal_kind=None):
+        """A new song: (audio float32 [2, samples] by stem, what was used, by stem)."""
+        song = songs.write_song(rng, seconds)
+        audio, used = {}, {}
+        for stem in stems:
+            name = str(rng.choice(list(self.fonts)))
+            if stem == "vocals":
+                audio[stem], used[stem] = vocals.make_vocals(song, seconds, self.voices, self.fonts[name], activity,
+                                                             vocal_kind)
+                continue
+            part = styles.STEM_STYLES[stem](song, activity)
+            if stem == "drum" and self.kits and rng.random() < sampled.SHARE:
+                kit = sampled.draw(self.kits, rng)
+                audio[stem], used[stem] = kit.render(part.notes, seconds, rng), f"kit {kit.name}"
+            else:
+                audio[stem] = self.fonts[name].render(part, seconds)
+                used[stem] = f"{name} {part.bank}:{part.program}"
+        return audio, used
+
+
+def make_shard(studio, folder, seed, shard, count=CHUNKS_PER_SHARD, tracks=(), track_share=0.0):
+    """Renders, mixes and writes one shard. Returns seconds of processor time.
+
+    tracks: folders of real multitracks, from which a share of the chunks is cut.
+    """
+    begin = time.process_time()
+    rng = np.random.default_rng(np.random.SeedSequence([seed, shard]))
+    rendered, chunks, provenance = [], [], []
+    while len(chunks) < count:
+        if tracks and rng.random() < track_share:
+            track = tracks[rng.integers(len(tracks))]
+            sources, origin = multitracks.excerpt(track, CHUNK_SAMPLES, rng), {"track": track.name}
+            sources = {stem: sources[stem] for stem in mixing.choose_stems(rng) & set(sources)}
+        else:
+            if len(rendered) * CHUNKS_PER_SONG <= len(chunks):
+                rendered = [*rendered, studio.render_song(rng, SONG_SECONDS)]
+            sources, origin = _cut(rendered, len(chunks), rng)
+        if sources:
+            chunks.append(chunkstore.summarise_chunk(mixing.mix_chunk(sources, rng)))
+            provenance.append(origin)
+    chunkstore.write_shard(folder, shard, chunks, {"seed": seed, "shard": shard, "chunks": provenance})
+    return time.process_time() - begin
+
+
+def _cut(rendered, index, rng):
+    """Stems of one chunk, of one song or, for some chunks, each of another: (audio by stem, what was used)."""
+    here = min(index // CHUNKS_PER_SONG, len(rendered) - 1)
+    strangers = len(rendered) > 1 and rng.random() < mixing.STRANGERS_SHARE
+    sources, used = {}, {}
+    for stem in sorted(mixing.choose_stems(rng)):
+        audio, names = rendered[rng.integers(len(rendered)) if strangers else here]
+        begin = (index % CHUNKS_PER_SONG) * CHUNK_SAMPLES
+        if strangers:
+            begin = int(rng.integers(audio[stem].shape[1] - CHUNK_SAMPLES + 1))
+        piece = mixing.fade_edges(audio[stem][:, begin:begin + CHUNK_SAMPLES])
+        if mixing.active_level(piece) > 1e-4:
+            sources[stem], used[stem] = piece, names[stem]
+    return sources, used
+
+
+def find_tracks(folder):
+    """Folders of real multitracks, none if no folder is given."""
+    return multitracks.find_tracks(Path(folder)) if folder else []
