@@ -117,8 +117,8 @@ def stack(pieces):
 
 
 def unpack(batch, device):
-    """A batch as the network and the loss take it: seen [B, 3, T, 896], power [B, 2, 8, T, 112], codes
-    of the optimal masks [B, 6, 2, 8, T, 112], rest and energy [B, 6]; all energies relative to the crop's mean band power."""
+    """A batch as the network and the loss take it: seen [B, 3, T, 896], power [B, 2, 8, T, 112], codes of the
+    optimal masks [B, 6, 2, 8, T, 112], rest and energy [B, 6]; all energies relative to the crop's mean band power."""
     batch = {name: value.to(device, non_blocking=True) for name, value in batch.items()}
     power = torch.pow(10.0, batch["power"].float()).sub_(chunkstore.POWER_FLOOR).clamp_(min=0)
     mean = power[:, :2].mean(dim=(1, 2, 3)).clamp(min=chunkstore.POWER_FLOOR)
