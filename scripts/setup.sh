@@ -17,7 +17,8 @@ declare -A packages=(
     [peers]="python3 python3-numpy python3-scipy python3-torch"
     # Without this OpenBLAS PyTorch multiplies matrices 30 times slower. From libfluidsynth3 on: what training/make-data
     # renders with and from (training/SOURCES.md has the licences of the sounds).
-    [training]="python3 python3-numpy python3-scipy python3-onnx python3-torch libopenblas0-pthread libfluidsynth3
+    [training]="python3 python3-numpy python3-scipy python3-onnx python3-torch python3-matplotlib libopenblas0-pthread
+        libfluidsynth3 sox libsox-fmt-base
         ffmpeg fluid-soundfont-gm musescore-general-soundfont csound-soundfont timgm6mb-soundfont sonic-pi-samples
         hydrogen-drumkits asterisk-core-sounds-ru-g722 asterisk-core-sounds-it-g722 asterisk-core-sounds-en-g722
         asterisk-prompt-fr-armelle festvox-ru pocketsphinx-testdata espeak-ng flite"

@@ -53,6 +53,21 @@ class Loss(unittest.TestCase):
             torch.testing.assert_close(values[0], total)
             torch.testing.assert_close(by_hand, automatic)
 
+    def test_a_silent_crop_among_others_is_no_number_but_nought(self):
+        """The sampler draws some: whole sections without a stem."""
+        torch.manual_seed(1)
+        small = network.MaskNetwork(channels=(16, 16, 24, 24, 32), units=(1, 1, 1, 1, 1), bottom=32).train()
+        seen = torch.rand(2, 3, 16, 896)
+        seen[1] = 0
+        data = {"power": network.fold(seen[:, :2]), "rest": torch.zeros(2, 6), "energy": torch.zeros(2, 6),
+                "codes": torch.full((2, 6, 2, 8, 16, 112), 64, dtype=torch.uint8)}
+        logits = small(seen)
+        values = losses.MaskLoss.apply(logits, data, losses.weights_at(0.9))
+        by_logits, = torch.autograd.grad(values[0], logits)
+        self.assertTrue(torch.isfinite(values).all() and torch.isfinite(by_logits).all())
+        self.assertTrue(by_logits[0].any())
+        self.assertFalse(by_logits[1].any())
+
     @staticmethod
     def total(logits, data, weights):
         power, ratio = data["power"].unsqueeze(1), chunkstore.dequantise(data["codes"].double())

@@ -11,13 +11,12 @@ from onnx import TensorProto
 
 from . import bands
 from .graph import Graph
-from .network import (CLASSES, FEATURE_FLOOR, FOLD, GROUPS, ConvUnit, FrequencyMixer, GlobalMixer, MaskNetwork,
-                      Upsampler, unfold)
+from .network import (CLASSES, FEATURE_FLOOR, FOLD, GROUPS, SMALLEST_MEAN, ConvUnit, FrequencyMixer, GlobalMixer,
+                      MaskNetwork, Upsampler, unfold)
 from .runtime import FLAGS, OUTPUTS, SHAPE
 
 FRAMES = SHAPE[2]
 SMALLEST_PEAK = 1e-37  # the quietest level that is brought to full scale; below are numbers of reduced precision
-SMALLEST_MEAN = 1e-14  # of the band powers after that: only silence and such numbers have less
 LARGEST_LOGIT = 30.0  # exp() of more is never needed and of a lot more overflows
 EXPANDED = 16  # bands at a time that are repeated for their bins
 MASK_SCALE = 1 - 1e-6  # so that six masks do not add up to more than 1 by rounding

@@ -64,7 +64,7 @@ class MaskLoss(torch.autograd.Function):
         data: power, codes (of the ratio, 8 bits), rest and energy by name; weights: from weights_at()."""
         gradient = torch.empty_like(logits)
         entropy_weight = data["power"] ** ENTROPY_EXPONENT
-        entropy_weight *= weights["entropy"] / entropy_weight.sum()
+        entropy_weight *= weights["entropy"] / entropy_weight.sum().clamp(min=1.0)
         root = torch.sqrt(data["power"])
         root *= weights["amplitude"] * AMPLITUDE_SCALE / (root.numel() * STEM_COUNT)
         sums = torch.zeros(3, dtype=logits.dtype, device=logits.device)
@@ -106,6 +106,7 @@ def _slice_terms(logits, codes, power, entropy_weight, root):
 
 def _decibels(errors, energies, whole, weights, batch):
     """A crop's part of the mean of 10 log10((error + eps) / (energy + eps)), and its derivative [6] by P (m - R)."""
+    whole = whole.clamp(min=1.0)  # it is the number of bands, or 0 if the crop is silent
     error = errors.clamp(min=0) / whole + weights["epsilon"]
     energy = energies / whole + weights["epsilon"]
     count = batch * STEM_COUNT

@@ -21,6 +21,7 @@ from .chunkstore import STEMS
 FOLD = 8  # neighbouring bands that share a place on the frequency axis
 GROUPS = BANDS // FOLD
 CLASSES = len(STEMS) + 1  # the last one is what no stem claims
+SMALLEST_MEAN = 1e-14  # less than that is silence
 FEATURE_FLOOR = 1e-8  # relative to the mean band power: 80 dB below it everything is silence
 
 DEFAULTS = {
@@ -134,9 +135,8 @@ class MaskNetwork(nn.Module):
         nn.init.zeros_(self.head.bias)
 
     def forward(self, power):
-        """power: [batch, 3, T, 896], band powers of left, right and their mean at any scale, not all zero; T is a
-        multiple of 16. Returns logits [batch, 7, 2, 8, T, 112], folded; the masks are their softmax over the second
-        axis."""
+        """power: [batch, 3, T, 896], band powers of left, right and their mean at any scale; T is a multiple
+        of 16. Returns logits [batch, 7, 2, 8, T, 112], folded; the masks are their softmax over the second axis."""
         maps = fold(features(power)).flatten(1, 2)
         skips = []
         for stage in self.down:
@@ -151,7 +151,7 @@ class MaskNetwork(nn.Module):
 def features(power):
     """Log powers relative to the mean of both channels, so that the scale does not matter: 0 is silence (which is
     also what the convolutions' padding means), 2 the mean."""
-    mean = power[:, :2].mean(dim=(1, 2, 3), keepdim=True)
+    mean = power[:, :2].mean(dim=(1, 2, 3), keepdim=True).clamp(min=SMALLEST_MEAN)
     return 0.25 * (torch.log10(power / mean + FEATURE_FLOOR) + 8)
 
 
