@@ -29,7 +29,8 @@ struct Standin
     std::vector<std::string> providers{"CPUExecutionProvider"};
     DirectMLTable directML = DirectMLTable::own;
     /// What returns a failing status with the text "stand-in: NAME fails": functions, the appends
-    /// "AppendDML", "AppendCUDA" and "AppendROCM", and session creations, counted from "session1".
+    /// "AppendDML", "AppendCUDA" and "AppendROCM", session creations, counted from "session1", and single
+    /// runs, counted from "run1".
     std::set<std::string> failing;
 
     // The record.
@@ -43,6 +44,7 @@ struct Standin
     std::map<std::string, int> created;
     std::map<std::string, int> alive;
     int sessionAttempts = 0;
+    int runAttempts = 0;
 };
 
 /// What the stand-in's OrtGetApiBase returns the head of: that is how a test gets hold of script and record.

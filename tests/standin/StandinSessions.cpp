@@ -125,12 +125,17 @@ OrtStatus* ORT_API_CALL run(OrtSession* runner, const OrtRunOptions* options, co
     for (std::size_t i = 0; i < outputCount; ++i)
         call += std::string(" ") + outputNames[i] + description(outputs[i]);
     record(call);
-    return unlessScripted("Run",
-                          [&]
-                          {
-                              return counted(realApi().Run(runner, options, inputNames, inputs, inputCount,
-                                                           outputNames, outputCount, outputs));
-                          });
+    const auto evaluate = [&]
+    {
+        return unlessScripted("Run",
+                              [&]
+                              {
+                                  return counted(realApi().Run(runner, options, inputNames, inputs,
+                                                               inputCount, outputNames, outputCount,
+                                                               outputs));
+                              });
+    };
+    return unlessScripted("run" + std::to_string(++standin().runAttempts), evaluate);
 }
 
 } // namespace
