@@ -1,13 +1,12 @@
 #include "api/TonwerkProcImpl.h"
 
-#include <algorithm>
-#include <array>
 #include <cstddef>
 #include <exception>
 #include <stdexcept>
 #include <utility>
 
 #include "api/InferenceContextImpl.h"
+#include "api/SampleLayout.h"
 #include "common/FlushDenormals.h"
 #include "common/Log.h"
 #include "inference/InferenceBackend.h"
@@ -21,28 +20,9 @@ namespace
 constexpr std::size_t fftSize = 4096;
 constexpr std::size_t hop = 1024;
 constexpr std::size_t segmentFrames = 256;
-constexpr std::size_t stemCount = 6;
 constexpr std::size_t audioChannels = 2; // the sample arrays are stereo whatever the host says
 
 constexpr const char* constructorName = "tonwerk::TonwerkProcImpl::TonwerkProcImpl";
-
-/// Returns the sum of the six stems, added up in their order, and takes it from the mixture.
-std::vector<float> sumAndSubtract(const std::vector<std::vector<float>>& stems, std::vector<float>& mixture)
-{
-    std::array<const float*, stemCount> samples{};
-    for (std::size_t stem = 0; stem < stemCount; ++stem)
-        samples[stem] = stems[stem].data();
-    std::vector<float> sum(mixture.size());
-    for (std::size_t i = 0; i < sum.size(); ++i)
-    {
-        const float total =
-            ((((samples[0][i] + samples[1][i]) + samples[2][i]) + samples[3][i]) + samples[4][i]) +
-            samples[5][i];
-        sum[i] = total;
-        mixture[i] -= total;
-    }
-    return sum;
-}
 
 static_assert(offsetof(TonwerkProcConfig, spareFlag) == 4);
 static_assert(offsetof(TonwerkProcConfig, configExtra) == 8);
@@ -123,9 +103,10 @@ std::vector<std::vector<float>> TonwerkProcImpl::process(const std::vector<float
     const FlushDenormals flushed;
     TONWERK_LOG(debug) << "called with data size: " << input.size() << ", eof=" << eof
                        << ", channels=" << channels;
-    const Array samples = toArray(input);
     TONWERK_LOG(debug) << "Processing chunk: input size " << frameCount(input) << ", eof=" << eof;
-    const Array& result = chunkEngine->process(samples, eof);
+    chunkEngine->setSilentStems(silentStems());
+    const Array& result = channels == audioChannels ? chunkEngine->process(stereoBlock(input), eof)
+                                                    : chunkEngine->process(unfitBlock(input), eof);
     if (result.dimension() != 3)
         return {};
 
@@ -134,11 +115,11 @@ std::vector<std::vector<float>> TonwerkProcImpl::process(const std::vector<float
     std::vector<std::vector<float>> stems;
     stems.reserve(stemCount + 2);
     for (std::size_t stem = 0; stem < stemCount; ++stem)
-        stems.push_back(toVector(result.data() + stem * sliceSize, length));
+        stems.push_back(hostSamples(result.data() + stem * sliceSize, length, interleaved));
     TONWERK_LOG(debug) << "Processed stems: " << stems.size();
 
-    std::vector<float> residual =
-        toVector(result.data() + stemCount * sliceSize, length); // the mixture so far
+    std::vector<float> residual = // the mixture so far
+        hostSamples(result.data() + stemCount * sliceSize, length, interleaved);
     std::vector<float> mix = sumAndSubtract(stems, residual);
     stems.push_back(std::move(residual));
     TONWERK_LOG(debug) << "Processed residual stem";
@@ -153,45 +134,26 @@ std::size_t TonwerkProcImpl::frameCount(const std::vector<float>& input) const
     return channels == 0 ? 0 : static_cast<std::size_t>(input.size() / channels);
 }
 
-Array TonwerkProcImpl::toArray(const std::vector<float>& input) const
+SampleBlock TonwerkProcImpl::stereoBlock(const std::vector<float>& input) const
 {
-    if (interleaved)
-        return deinterleaved(input);
     const std::size_t frames = input.size() / audioChannels;
-    Array samples = Array::from_shape({audioChannels, frames});
-    std::copy_n(input.data(), audioChannels * frames, samples.data());
-    return samples;
+    if (interleaved)
+        return {input.data(), frames, 1, audioChannels};
+    return {input.data(), frames, frames, 1};
 }
 
-// The stride is 2 whatever the channel count; frames that it places beyond the end of the input are silence.
-Array TonwerkProcImpl::deinterleaved(const std::vector<float>& input) const
+// With any other channel count the buffer refuses the two rows that a block always has, whatever is in them.
+Array TonwerkProcImpl::unfitBlock(const std::vector<float>& input) const
 {
-    const std::size_t frames = frameCount(input);
-    Array samples = Array::from_shape({audioChannels, frames});
-    const std::size_t available = std::min(frames, input.size() / audioChannels);
-    float* left = samples.data();
-    float* right = left + frames;
-    for (std::size_t i = 0; i < available; ++i)
-    {
-        left[i] = input[2 * i];
-        right[i] = input[2 * i + 1];
-    }
-    std::fill(left + available, right, 0.0F);
-    std::fill(right + available, right + frames, 0.0F);
-    return samples;
+    const std::size_t frames = interleaved ? frameCount(input) : input.size() / audioChannels;
+    return xt::zeros<float>({audioChannels, frames});
 }
 
-std::vector<float> TonwerkProcImpl::toVector(const float* rows, std::size_t length) const
+std::array<bool, TonwerkProcImpl::stemCount> TonwerkProcImpl::silentStems() const
 {
-    if (!interleaved)
-        return {rows, rows + audioChannels * length};
-    std::vector<float> samples(audioChannels * length);
-    for (std::size_t i = 0; i < length; ++i)
-    {
-        samples[2 * i] = rows[i];
-        samples[2 * i + 1] = rows[length + i];
-    }
-    return samples;
+    const StemFlags wanted = selectedStems(backend); // by whichever processor of this context was built last
+    return {!wanted.vocals,         !wanted.drum,           !wanted.piano,
+            !wanted.acousticGuitar, !wanted.electricGuitar, !wanted.bass};
 }
 
 } // namespace tonwerk

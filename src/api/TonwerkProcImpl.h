@@ -1,6 +1,7 @@
 #ifndef TONWERK_API_TONWERKPROCIMPL_H
 #define TONWERK_API_TONWERKPROCIMPL_H
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -8,6 +9,7 @@
 
 #include "common/Arrays.h"
 #include "inference/IInference.h"
+#include "pipeline/BufferAggregator.h"
 #include "pipeline/ChunkProcessor.h"
 #include "tonwerk/TonwerkProc.h"
 
@@ -34,12 +36,14 @@ public:
     std::vector<std::vector<float>> process(const std::vector<float>& input, bool eof);
 
 private:
+    static constexpr std::size_t stemCount = 6;
+
     void selectStems(const TonwerkProcConfig& config);
     void requirePrepared() const;
     std::size_t frameCount(const std::vector<float>& input) const;
-    Array toArray(const std::vector<float>& input) const;
-    Array deinterleaved(const std::vector<float>& input) const;
-    std::vector<float> toVector(const float* rows, std::size_t length) const;
+    SampleBlock stereoBlock(const std::vector<float>& input) const;
+    Array unfitBlock(const std::vector<float>& input) const;
+    std::array<bool, stemCount> silentStems() const;
 
     std::unique_ptr<ChunkProcessor> chunkEngine;
     bool interleaved;

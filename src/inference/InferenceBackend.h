@@ -29,4 +29,8 @@ std::shared_ptr<IInference> makeInferenceBackend(const void* model, std::size_t 
 /// for all users of the backend. Other implementations of IInference are left alone.
 void setSelectedStems(const std::shared_ptr<IInference>& backend, StemFlags flags);
 
+/// The stems that the next run of a backend will give; the outputs of all others will be zero. Of other
+/// implementations of IInference nothing is known: all stems.
+StemFlags selectedStems(const std::shared_ptr<IInference>& backend);
+
 #endif // TONWERK_INFERENCE_INFERENCEBACKEND_H

@@ -26,6 +26,7 @@ public:
              const std::array<std::int64_t, 4>& shape) override;
 
     void selectStems(StemFlags flags);
+    StemFlags selectedStems() const;
 
 private:
     static constexpr std::size_t stemCount = 6;
@@ -173,6 +174,12 @@ void InferenceONNXImplMultiStem::selectStems(StemFlags flags)
                 flags.piano,  flags.acousticGuitar, flags.electricGuitar};
 }
 
+StemFlags InferenceONNXImplMultiStem::selectedStems() const
+{
+    const auto [vocals, drum, bass, piano, acousticGuitar, electricGuitar] = selected;
+    return {vocals, drum, bass, piano, acousticGuitar, electricGuitar};
+}
+
 bool InferenceONNXImplMultiStem::run(const float* input, std::vector<float*> outputs,
                                      const std::array<std::int64_t, 4>& shape)
 {
@@ -261,4 +268,11 @@ void setSelectedStems(const std::shared_ptr<IInference>& backend, StemFlags flag
 {
     if (auto* implementation = dynamic_cast<InferenceONNXImplMultiStem*>(backend.get()))
         implementation->selectStems(flags);
+}
+
+StemFlags selectedStems(const std::shared_ptr<IInference>& backend)
+{
+    if (const auto* implementation = dynamic_cast<InferenceONNXImplMultiStem*>(backend.get()))
+        return implementation->selectedStems();
+    return {true, true, true, true, true, true};
 }

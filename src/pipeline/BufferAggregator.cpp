@@ -33,6 +33,19 @@ void requireFittingRows(const Array& chunk, const std::array<std::size_t, 3>& de
         xt::throw_broadcast_error(chunk.shape(), destination);
 }
 
+void copySamples(const float* source, std::size_t stride, std::size_t count, float* target)
+{
+    constexpr std::size_t stereo = 2;
+    if (stride == 1)
+        std::copy_n(source, count, target);
+    else if (stride == stereo)
+        for (std::size_t i = 0; i < count; ++i) // a stride that the compiler knows makes this twice as fast
+            target[i] = source[stereo * i];
+    else
+        for (std::size_t i = 0; i < count; ++i)
+            target[i] = source[stride * i];
+}
+
 } // namespace
 
 BufferAggregator::BufferAggregator(std::size_t channels, std::size_t size, std::int32_t batch)
@@ -46,27 +59,48 @@ BufferAggregator::BufferAggregator(std::size_t channels, std::size_t size, std::
     TONWERK_LOG(verbose) << "Buffer total size: " << buffer.size() << " elements";
 }
 
+void BufferAggregator::requireRoom(std::size_t count) const
+{
+    if (buffer.shape(2) - length < count)
+        throw std::runtime_error("Buffer overflow: cannot accept chunk of size " + std::to_string(count));
+}
+
 void BufferAggregator::push(const Array& chunk)
 {
     const std::size_t count = lastExtent(chunk);
-    const std::size_t size = buffer.shape(2);
-    if (size - length < count)
-        throw std::runtime_error("Buffer overflow: cannot accept chunk of size " + std::to_string(count));
+    requireRoom(count);
     requireFittingRows(chunk, {buffer.shape(0), buffer.shape(1), count});
-    if (count == 0)
-        return; // also into a buffer of no size
-
-    const std::size_t writePosition = (start + length) % size;
-    const std::size_t first = std::min(count, size - writePosition);
     for (std::size_t entry = 0; entry < buffer.shape(0); ++entry)
         for (std::size_t row = 0; row < buffer.shape(1); ++row)
-        {
-            const float* source = sourceRow(chunk, entry, row);
-            float* target = &buffer(entry, row, 0);
-            std::copy_n(source, first, target + writePosition);
-            std::copy_n(source + first, count - first, target);
-        }
+            append(sourceRow(chunk, entry, row), 1, count, &buffer(entry, row, 0));
     length += count;
+}
+
+void BufferAggregator::push(const SampleBlock& block)
+{
+    requireRoom(block.samples);
+    for (std::size_t entry = 0; entry < buffer.shape(0); ++entry)
+        for (std::size_t row = 0; row < buffer.shape(1); ++row)
+            append(block.first + row * block.channelStride, block.sampleStride, block.samples,
+                   &buffer(entry, row, 0));
+    length += block.samples;
+}
+
+// Behind what the ring holds, which may mean in two parts.
+void BufferAggregator::append(const float* source, std::size_t stride, std::size_t count, float* ring) const
+{
+    if (count == 0)
+        return; // also into a ring of no size
+    const std::size_t writePosition = (start + length) % buffer.shape(2);
+    const std::size_t first = std::min(count, buffer.shape(2) - writePosition);
+    copySamples(source, stride, first, ring + writePosition);
+    copySamples(source + first * stride, stride, count - first, ring);
+}
+
+void BufferAggregator::take(std::size_t count, std::size_t keep, float* target)
+{
+    copyOldest(count, target);
+    consume(count, keep);
 }
 
 Array BufferAggregator::get(std::size_t requested, std::size_t keep)
@@ -79,10 +113,17 @@ Array BufferAggregator::get(std::size_t requested, std::size_t keep)
         return {};
     }
     Array result = oldest(count);
+    consume(count, keep);
+    return result;
+}
+
+void BufferAggregator::consume(std::size_t count, std::size_t keep)
+{
     const std::size_t consumed = count - std::min(keep, count);
+    if (consumed == 0)
+        return; // also from a ring of no size
     start = (start + consumed) % buffer.shape(2);
     length -= consumed;
-    return result;
 }
 
 Array BufferAggregator::flush()
@@ -105,8 +146,13 @@ Array BufferAggregator::emptyResult(bool flat, std::size_t count) const
 Array BufferAggregator::oldest(std::size_t count) const
 {
     Array result = emptyResult(batch == 1, count);
+    copyOldest(count, result.data());
+    return result;
+}
+
+void BufferAggregator::copyOldest(std::size_t count, float* target) const
+{
     const std::size_t first = std::min(count, buffer.shape(2) - start);
-    float* target = result.data();
     for (std::size_t entry = 0; entry < buffer.shape(0); ++entry)
         for (std::size_t row = 0; row < buffer.shape(1); ++row)
         {
@@ -114,5 +160,4 @@ Array BufferAggregator::oldest(std::size_t count) const
             target = std::copy_n(source + start, first, target);
             target = std::copy_n(source, count - first, target);
         }
-    return result;
 }

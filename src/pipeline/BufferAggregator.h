@@ -6,6 +6,16 @@
 
 #include "common/Arrays.h"
 
+/// A block of samples where the host has it: sample i of channel c is first[c * channelStride + i *
+/// sampleStride].
+struct SampleBlock
+{
+    const float* first;
+    std::size_t samples; ///< per channel
+    std::size_t channelStride;
+    std::size_t sampleStride;
+};
+
 /// Multichannel ring buffer of fixed capacity between the host's blocks and the model's chunks.
 ///
 /// It speaks in {channels, samples} arrays when `batch` is 1, otherwise in {batch, channels, samples}. All
@@ -23,6 +33,14 @@ public:
     /// has changed then
     void push(const Array& chunk);
 
+    /// Appends a block with as many channels as the buffer has; its batch entries get the same. \throws as
+    /// above
+    void push(const SampleBlock& block);
+
+    /// Copies the oldest `count` samples, at most heldSamples(), out to rows of that length, one after the
+    /// other, and keeps the newest `keep` of them as the beginning of the next block.
+    void take(std::size_t count, std::size_t keep, float* target);
+
     /// Copies out the oldest `requested` samples (0: all) and keeps the newest `keep` of them as the
     /// beginning of the next block. \return an array without dimensions, and a warning in the log, if fewer
     /// than `requested` samples are held
@@ -35,7 +53,11 @@ public:
     std::size_t heldSamples() const { return length; }
 
 private:
+    void requireRoom(std::size_t count) const;
+    void append(const float* source, std::size_t stride, std::size_t count, float* ring) const;
+    void consume(std::size_t count, std::size_t keep);
     Array oldest(std::size_t count) const;
+    void copyOldest(std::size_t count, float* target) const;
     Array emptyResult(bool flat, std::size_t count) const;
 
     FixedArray<3> buffer;

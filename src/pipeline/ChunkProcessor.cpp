@@ -1,6 +1,7 @@
 #include "pipeline/ChunkProcessor.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <utility>
 
@@ -45,16 +46,6 @@ Array timeRange(const Array& data, std::size_t first, std::size_t count)
     return result;
 }
 
-/// Gives an array a shape, keeping its memory where that fits; the values are not kept. Unlike Array::resize,
-/// which sets the shape first, it leaves an array that fits its memory when there is no more memory.
-void reshape(Array& array, const std::vector<std::size_t>& shape)
-{
-    if (std::equal(shape.begin(), shape.end(), array.shape().begin(), array.shape().end()))
-        return;
-    array = Array();
-    array = Array::from_shape(shape);
-}
-
 /// Joins results of consecutive chunks along the time axis.
 Array joinTime(const std::vector<Array>& pieces)
 {
@@ -75,7 +66,7 @@ ChunkProcessor::ChunkProcessor(std::shared_ptr<IInference> inference, std::size_
                                std::size_t fftSize, std::size_t hop, std::uint64_t configExtra,
                                std::size_t segmentFrames, std::size_t stemCount)
     : channels(channels), fftSize(fftSize), hop(hop), configExtra(configExtra), segmentFrames(segmentFrames),
-      stemCount(stemCount), firstChunk(true), firstResult(true)
+      stemCount(stemCount), silentStems(stemCount, false), firstChunk(true), firstResult(true)
 {
     const auto window = makeWindow(WindowType::Blackman, static_cast<std::int32_t>(fftSize));
     preProcessor = std::make_unique<PreProcessor>(channels, fftSize, hop, window, std::move(inference),
@@ -90,22 +81,41 @@ std::size_t ChunkProcessor::readyThreshold() const
     return preProcessor->maxInputLength() - 2 * fftSize;
 }
 
+void ChunkProcessor::setSilentStems(std::span<const bool> silent)
+{
+    std::copy(silent.begin(), silent.end(), silentStems.begin());
+}
+
 const Array& ChunkProcessor::process(const Array& input, bool eof)
 {
     TONWERK_LOG(debug) << "ChunkProcessor::process input shape: " << shapeText(input) << ", eof: " << eof;
     buffer->push(input);
+    return processHeld(eof);
+}
+
+const Array& ChunkProcessor::process(const SampleBlock& input, bool eof)
+{
+    TONWERK_LOG(debug) << "ChunkProcessor::process input shape: " << channels << "x" << input.samples
+                       << ", eof: " << eof;
+    buffer->push(input);
+    return processHeld(eof);
+}
+
+const Array& ChunkProcessor::processHeld(bool eof)
+{
     if (eof)
     {
-        TONWERK_LOG(debug) << "Processing EOF";
+        TONWERK_LOG_AS(processName, debug) << "Processing EOF";
         return drain();
     }
     const std::size_t held = buffer->heldSamples();
     if (held == 0 || held < readyThreshold())
     {
-        TONWERK_LOG(debug) << "Not enough data to process, returning empty";
+        TONWERK_LOG_AS(processName, debug) << "Not enough data to process, returning empty";
         return nothing;
     }
-    return processChunk(takeChunk(std::min(held, longestChunk())));
+    takeChunk(std::min(held, longestChunk()));
+    return processChunk(0, false);
 }
 
 // The buffer can hold more than the padded last chunk may carry, so ordinary chunks come first. They are cut
@@ -118,9 +128,11 @@ const Array& ChunkProcessor::drain()
     while (buffer->heldSamples() > longestLastChunk())
     {
         const std::size_t samples = std::min(buffer->heldSamples(), longestChunk());
-        pieces.push_back(processChunk(takeChunk(samples - samples % hop)));
+        takeChunk(samples - samples % hop);
+        pieces.push_back(processChunk(0, false));
     }
-    processChunk(takeLastChunk());
+    const std::size_t endPad = takeLastChunk();
+    processChunk(endPad, true);
     if (!pieces.empty())
     {
         pieces.push_back(result);
@@ -141,31 +153,32 @@ std::size_t ChunkProcessor::longestLastChunk() const
     return firstChunk ? readyThreshold() : preProcessor->maxInputLength() - fftSize + hop;
 }
 
-ChunkProcessor::Chunk ChunkProcessor::takeChunk(std::size_t samples)
+void ChunkProcessor::takeChunk(std::size_t samples)
 {
-    return {buffer->get(samples, fftSize), 0, false};
+    reshape(chunk, std::array{channels, samples});
+    buffer->take(samples, fftSize, chunk.data());
 }
 
-ChunkProcessor::Chunk ChunkProcessor::takeLastChunk()
+std::size_t ChunkProcessor::takeLastChunk()
 {
-    Array data = buffer->flush();
-    const std::size_t length = lastExtent(data);
+    chunk = buffer->flush();
+    const std::size_t length = lastExtent(chunk);
     const std::size_t endPad = (hop - length % hop) % hop;
     const std::size_t total = fftSize + endPad;
     // A mirror image reaches no further than the signal is long; the rest is silence.
     const std::size_t mirrored = std::min(length - 1, total);
-    data = padTime(data, 0, mirrored, xt::pad_mode::reflect);
+    chunk = padTime(chunk, 0, mirrored, xt::pad_mode::reflect);
     if (mirrored < total)
-        data = padTime(data, 0, total - mirrored, xt::pad_mode::constant);
-    return {std::move(data), endPad, true};
+        chunk = padTime(chunk, 0, total - mirrored, xt::pad_mode::constant);
+    return endPad;
 }
 
-std::size_t ChunkProcessor::padFront(Array& data)
+std::size_t ChunkProcessor::padFront()
 {
-    const std::size_t frontPad = std::min(lastExtent(data) - 1, fftSize);
-    data = padTime(data, frontPad, 0, xt::pad_mode::reflect);
+    const std::size_t frontPad = std::min(lastExtent(chunk) - 1, fftSize);
+    chunk = padTime(chunk, frontPad, 0, xt::pad_mode::reflect);
     firstChunk = false;
-    const float peak = peakMagnitude(data);
+    const float peak = peakMagnitude(chunk);
     if (peak > loudPeak)
     {
         TONWERK_LOG_AS(processName, info) << "MAX2: " << peak;
@@ -173,15 +186,15 @@ std::size_t ChunkProcessor::padFront(Array& data)
     return frontPad;
 }
 
-const Array& ChunkProcessor::processChunk(Chunk chunk)
+const Array& ChunkProcessor::processChunk(std::size_t endPad, bool eof)
 {
-    const std::size_t frontPad = firstChunk ? padFront(chunk.data) : 0;
-    TONWERK_LOG_AS(processName, debug) << "Data prepared for preprocessing, shape: " << shapeText(chunk.data);
-    const StemSpectra spectra = analyse(chunk);
+    const std::size_t frontPad = firstChunk ? padFront() : 0;
+    TONWERK_LOG_AS(processName, debug) << "Data prepared for preprocessing, shape: " << shapeText(chunk);
+    const StemSpectra spectra = analyse(eof);
     TONWERK_LOG_AS(processName, debug) << "Preprocessed data shape: " << spectra.shapeText();
-    synthesize(spectra, chunk.data);
-    if (firstResult || chunk.eof)
-        trimResult(frontPad, chunk);
+    synthesize(spectra);
+    if (firstResult || eof)
+        trimResult(frontPad, endPad, eof);
     firstResult = false;
     TONWERK_LOG_AS(processName, debug) << "ChunkProcessor::process result shape: " << shapeText(result);
     return result;
@@ -189,48 +202,57 @@ const Array& ChunkProcessor::processChunk(Chunk chunk)
 
 // The frame that starts with a later chunk's first sample was analysed with the previous chunk and held back,
 // so its hop is dropped here and the frame comes back at the head of this chunk's frames.
-StemSpectra ChunkProcessor::analyse(const Chunk& chunk)
+StemSpectra ChunkProcessor::analyse(bool eof)
 {
-    return preProcessor->process(chunk.data, chunk.eof, firstResult ? 0 : hop);
+    return preProcessor->process(chunk, eof, firstResult ? 0 : hop);
 }
 
-void ChunkProcessor::synthesize(const StemSpectra& spectra, const Array& mixture)
+void ChunkProcessor::synthesize(const StemSpectra& spectra)
 {
     const std::size_t length = spectra.frameCount() * hop; // 0 if the model reported failure
-    reshape(result, {stemCount + 1, channels, length});
+    reshape(result, std::array{stemCount + 1, channels, length});
     // Stem by stem: the sums of one stem fit into the processor's cache, those of all do not.
     for (std::size_t stem = 0; stem < stemCount; ++stem)
-    {
-        OverlapAddSynthesizer& synthesizer = *synthesizers[stem];
-        for (std::size_t frame = 0; frame < spectra.frameCount(); ++frame)
-        {
-            for (std::size_t channel = 0; channel < channels; ++channel)
-            {
-                spectra.packFrame(stem, channel, frame, synthesizer.inputRow());
-                synthesizer.addRow(channel);
-            }
-            synthesizer.completeHop(result.data() + stem * channels * length + frame * hop, length);
-        }
-    }
+        synthesizeStem(spectra, stem, result.data() + stem * channels * length, length);
     for (std::size_t channel = 0; channel < channels; ++channel)
-        std::copy_n(mixture.data() + channel * lastExtent(mixture), std::min(length, lastExtent(mixture)),
+        std::copy_n(chunk.data() + channel * lastExtent(chunk), std::min(length, lastExtent(chunk)),
                     result.data() + (stemCount * channels + channel) * length);
+}
+
+void ChunkProcessor::synthesizeStem(const StemSpectra& spectra, std::size_t stem, float* target,
+                                    std::size_t length)
+{
+    OverlapAddSynthesizer& synthesizer = *synthesizers[stem];
+    for (std::size_t frame = 0; frame < spectra.frameCount(); ++frame, target += hop)
+    {
+        if (silentStems[stem])
+        {
+            synthesizer.completeSilentHop(target, length);
+            continue;
+        }
+        for (std::size_t channel = 0; channel < channels; ++channel)
+        {
+            spectra.packFrame(stem, channel, frame, synthesizer.inputRow());
+            synthesizer.addRow(channel);
+        }
+        synthesizer.completeHop(target, length);
+    }
 }
 
 // Cuts the lead-in and, at the end of the stream, the lead-out. The length wanted at the end is counted from
 // the end of the result with the synthesizers' incomplete tail appended as silence; a negative count is
 // relative to that end, which happens only if the model reported failure and there is next to nothing to
 // return.
-void ChunkProcessor::trimResult(std::size_t frontPad, const Chunk& chunk)
+void ChunkProcessor::trimResult(std::size_t frontPad, std::size_t endPad, bool eof)
 {
     const std::size_t length = lastExtent(result) - std::min(frontPad, lastExtent(result));
-    if (!chunk.eof)
+    if (!eof)
     {
         result = timeRange(result, frontPad, length);
         return;
     }
     const auto extended = static_cast<std::ptrdiff_t>(length + lastExtent(synthesizers.front()->tail()));
-    auto wanted = extended - static_cast<std::ptrdiff_t>(fftSize + chunk.endPad);
+    auto wanted = extended - static_cast<std::ptrdiff_t>(fftSize + endPad);
     if (wanted < 0)
         wanted += extended;
     wanted = std::clamp<std::ptrdiff_t>(wanted, 0, extended);

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include "common/Arrays.h"
@@ -39,28 +40,32 @@ public:
     /// overflow: cannot accept chunk of size n"; the stream is unchanged then
     const Array& process(const Array& input, bool eof);
 
+    /// The same for a block that lies in the host's memory, which saves a copy of it.
+    const Array& process(const SampleBlock& input, bool eof);
+
+    /// From now on the model's outputs for these stems, one flag for each in output order, are known to be
+    /// zero, so that nothing is computed for them but how they fade out.
+    void setSilentStems(std::span<const bool> silent);
+
     /// Samples per channel that must be held before a chunk is taken.
     std::size_t readyThreshold() const;
 
 private:
-    /// A chunk about to be processed, with the padding that has to be cut from its result.
-    struct Chunk
-    {
-        Array data;
-        std::size_t endPad;
-        bool eof;
-    };
-
+    const Array& processHeld(bool eof);
     const Array& drain();
-    Chunk takeChunk(std::size_t samples);
-    Chunk takeLastChunk();
+    /// Moves the oldest samples from the buffer to `chunk`.
+    void takeChunk(std::size_t samples);
+    /// Moves all samples to `chunk` and pads them. \return the samples that were missing to a whole hop
+    std::size_t takeLastChunk();
     std::size_t longestChunk() const;
     std::size_t longestLastChunk() const;
-    std::size_t padFront(Array& data);
-    const Array& processChunk(Chunk chunk);
-    StemSpectra analyse(const Chunk& chunk);
-    void synthesize(const StemSpectra& spectra, const Array& mixture);
-    void trimResult(std::size_t frontPad, const Chunk& chunk);
+    /// Pads `chunk`, which is the stream's first. \return the samples that were put before it
+    std::size_t padFront();
+    const Array& processChunk(std::size_t endPad, bool eof);
+    StemSpectra analyse(bool eof);
+    void synthesize(const StemSpectra& spectra);
+    void synthesizeStem(const StemSpectra& spectra, std::size_t stem, float* target, std::size_t length);
+    void trimResult(std::size_t frontPad, std::size_t endPad, bool eof);
 
     std::size_t channels;
     std::size_t fftSize;
@@ -71,9 +76,11 @@ private:
     std::unique_ptr<PreProcessor> preProcessor;
     std::vector<std::unique_ptr<OverlapAddSynthesizer>> synthesizers;
     std::unique_ptr<BufferAggregator> buffer;
+    std::vector<bool> silentStems;
     bool firstChunk;
     bool firstResult;
-    Array result;        ///< kept, so that a steady stream needs no new memory for it
+    Array chunk;  ///< what is being processed; kept, as is the result, so that a steady stream needs no
+    Array result; ///< new memory for them
     const Array nothing; ///< the result of calls that complete no chunk
 };
 

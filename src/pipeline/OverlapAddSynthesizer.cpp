@@ -11,7 +11,8 @@ OverlapAddSynthesizer::OverlapAddSynthesizer(std::size_t channels, std::size_t f
                                              const std::vector<float>& window)
     : PFFFTTransformer(fftSize, false), fftSize(fftSize), hop(hop),
       scaledWindow(xt::adapt(window, {window.size()})), windowSquared(scaledWindow * scaledWindow),
-      accumulator(xt::zeros<float>({channels, fftSize})), windowSum(xt::zeros<float>({fftSize}))
+      accumulator(xt::zeros<float>({channels, fftSize})), windowSum(xt::zeros<float>({fftSize})),
+      silentHops(0)
 {
     // Exact: N is a power of two in this system, so scaling the window rounds nothing away.
     scaledWindow /= static_cast<float>(fftSize);
@@ -38,6 +39,7 @@ Array OverlapAddSynthesizer::processFrame(const Array& frame)
 
 void OverlapAddSynthesizer::addRow(std::size_t channel)
 {
+    silentHops = 0;
     const float* samples = inverseRow().data();
     const float* shape = scaledWindow.data();
     float* sums = accumulator.data() + channel * fftSize;
@@ -52,6 +54,20 @@ void OverlapAddSynthesizer::completeHop(float* first, std::size_t stride)
     normalise(std::min(hop, fftSize), first, stride);
     shiftArray(accumulator, hop);
     shiftArray(windowSum, hop);
+}
+
+// The sums of a frame's length of silent hops are all zero, and those of the window do not change any more:
+// the same values have been added to each of them in the same order.
+void OverlapAddSynthesizer::completeSilentHop(float* first, std::size_t stride)
+{
+    if (silentHops * hop < fftSize)
+    {
+        ++silentHops;
+        completeHop(first, stride);
+        return;
+    }
+    for (std::size_t channel = 0; channel < accumulator.shape(0); ++channel)
+        std::fill_n(first + channel * stride, std::min(hop, fftSize), 0.0F);
 }
 
 Array OverlapAddSynthesizer::processFrames(const Array& frames)

@@ -37,6 +37,10 @@ public:
     void addRow(std::size_t channel);
     void completeHop(float* first, std::size_t stride);
 
+    /// Completes a hop of a frame whose spectra are all zero, as if such rows had been added. Once nothing of
+    /// former frames is left, that is only a matter of writing zeros.
+    void completeSilentHop(float* first, std::size_t stride);
+
     /// The {channels, N - hop} samples that further frames would still add to, normalised so far. Changes
     /// nothing.
     Array tail() const;
@@ -52,6 +56,7 @@ private:
     FixedArray<1> windowSquared;
     FixedArray<2> accumulator;
     FixedArray<1> windowSum;
+    std::size_t silentHops; ///< since the last frame with sound
 };
 
 #endif // TONWERK_PIPELINE_OVERLAPADDSYNTHESIZER_H

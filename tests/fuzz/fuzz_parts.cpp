@@ -30,6 +30,33 @@ Array countingBlock(std::size_t rows, std::size_t count, float next)
     return block;
 }
 
+/// Pushes such a block in one of the ways that there are.
+void pushBlock(BufferAggregator& buffer, const Array& block, std::uint32_t way)
+{
+    const std::size_t rows = block.shape(0);
+    const std::size_t count = block.shape(1);
+    if (way == 0)
+        buffer.push(block);
+    else if (way == 1)
+        buffer.push(SampleBlock{block.data(), count, count, 1});
+    else
+    {
+        const std::size_t stride = rows + (way - 2);
+        std::vector<float> samples(count * stride);
+        for (std::size_t row = 0; row < rows; ++row)
+            for (std::size_t i = 0; i < count; ++i)
+                samples[i * stride + row] = block(row, i);
+        buffer.push(SampleBlock{samples.data(), count, 1, stride});
+    }
+}
+
+Array takeBlock(BufferAggregator& buffer, std::size_t rows, std::size_t count, std::size_t keep)
+{
+    Array block = Array::from_shape({rows, count});
+    buffer.take(count, keep, block.data());
+    return block;
+}
+
 void checkFront(const Array& block, const std::deque<float>& queue)
 {
     promise(block.dimension() == 2, "a flat buffer returns flat blocks");
@@ -54,7 +81,7 @@ void ringBuffer(FuzzInput& input)
             const bool fits = queue.size() + count <= size;
             try
             {
-                buffer.push(countingBlock(rows, count, next));
+                pushBlock(buffer, countingBlock(rows, count, next), static_cast<std::uint32_t>(choice) % 4);
                 promise(fits, "an overflow is refused");
                 for (std::size_t i = 0; i < count; ++i)
                     queue.push_back(next++);
@@ -69,7 +96,10 @@ void ringBuffer(FuzzInput& input)
             const std::size_t requested = input.below(size + 3);
             const std::size_t count = requested != 0 ? requested : queue.size();
             const std::size_t keep = count == 0 ? 0 : input.below(count);
-            const Array block = buffer.get(requested, keep);
+            const bool take = choice == 6 && count <= queue.size();
+            const Array block = take ? takeBlock(buffer, rows, count, keep) : buffer.get(requested, keep);
+            if (take && count == 0)
+                continue;
             promise((block.dimension() == 0) == (queue.empty() || queue.size() < count),
                     "no less than asked for");
             if (block.dimension() == 0)

@@ -73,4 +73,25 @@ TEST(OverlapAddSynthesizer, ABatchIsItsFramesInARowAndAnEmptyOneHasTwoRowsWhatev
               (std::vector<std::size_t>{2, 0}));
 }
 
+// Before, between and after frames with sound: what is heard of them must ring out as it would.
+TEST(OverlapAddSynthesizer, SilentHopsAreFramesOfZeros)
+{
+    OverlapAddSynthesizer quick(2, fftSize, hop, window);
+    OverlapAddSynthesizer plain(2, fftSize, hop, window);
+    const Array zeros = xt::zeros<float>({std::size_t{2}, fftSize});
+    std::uint32_t frame = 0;
+    for (const int silent : {2, 1, 6, 3, 12})
+    {
+        const Array sound = someFrame(++frame);
+        EXPECT_EQ(quick.process(sound), plain.process(sound));
+        for (int i = 0; i < silent; ++i)
+        {
+            Array hopOfQuick = Array::from_shape({2, hop});
+            quick.completeSilentHop(hopOfQuick.data(), hop);
+            EXPECT_EQ(hopOfQuick, plain.process(zeros)) << silent << ", " << i;
+            EXPECT_EQ(quick.tail(), plain.tail());
+        }
+    }
+}
+
 } // namespace

@@ -33,3 +33,8 @@ std::shared_ptr<IInference> makeInferenceBackend(const void* model, std::size_t 
 }
 
 void setSelectedStems(const std::shared_ptr<IInference>& /*backend*/, StemFlags /*flags*/) {}
+
+StemFlags selectedStems(const std::shared_ptr<IInference>& /*backend*/)
+{
+    return {true, true, true, true, true, true};
+}
