@@ -6,7 +6,7 @@
 #   make test       all tests: native, native with sanitizers, and the Windows build under Wine
 #   make lint       formatting and static analysis
 #   make format     format the sources
-#   make bench      measure the pipeline against the cost of its transforms, and the memory of a stream
+#   make bench      measure the pipeline against the cost of its transforms, and the memory of a stream (BENCH_OUT=DIR)
 #   make fuzz       fuzz each target for MINUTES=1
 #   make soak       stream HOURS=10 of audio, and an hour under Wine, and watch that nothing grows
 #   make check-deep the tests under Valgrind and the thread sanitizer
@@ -75,12 +75,20 @@ format:
 	scripts/setup.sh lint
 	clang-format -i $(SOURCES)
 
+# BENCH_OUT names a folder for the figures as JSON.
+BENCH_OUT ?=
+report = $(if $(BENCH_OUT),--benchmark_out=$(BENCH_OUT)/$(1).json --benchmark_out_format=json)
+
 bench:
-	scripts/setup.sh native fetch test
+	scripts/setup.sh native fetch windows test
 	scripts/fetch-deps.sh
-	@$(call configured,linux-release)
-	$(call compile,linux-release) --target bench soak
-	build/linux/bench
+	@$(foreach preset,linux-release mingw-release,$(call configured,$(preset)) &&) true
+	$(call compile,linux-release) --target bench bench_runtime soak
+	$(call compile,mingw-release) --target bench
+	@$(if $(BENCH_OUT),mkdir -p $(BENCH_OUT))
+	taskset -c 0 build/linux/bench $(call report,linux)
+	taskset -c 0 build/linux/bench_runtime $(call report,runtime)
+	taskset -c 0 scripts/wine-run.sh build/windows/bench.exe $(call report,wine)
 	build/linux/soak build/models/gains.onnx 60
 
 fuzz:

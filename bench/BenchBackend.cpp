@@ -3,6 +3,7 @@
 #include "BenchBackend.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <memory>
 
@@ -14,6 +15,7 @@ namespace
 constexpr std::size_t floatsPerPage = 4096 / sizeof(float);
 
 bool copying = false;
+StemFlags wanted{};
 
 class FreeInference : public IInference
 {
@@ -22,12 +24,16 @@ public:
              const std::array<std::int64_t, 4>& shape) override
     {
         const auto count = static_cast<std::size_t>(shape[0] * shape[1] * shape[2] * shape[3]);
-        for (float* output : outputs)
-            if (copying)
-                std::copy_n(input, count, output);
+        const std::array<bool, 6> given{wanted.vocals,         wanted.drum,           wanted.piano,
+                                        wanted.acousticGuitar, wanted.electricGuitar, wanted.bass};
+        for (std::size_t stem = 0; stem < outputs.size(); ++stem)
+            if (!given[stem])
+                continue; // they are zero from the beginning
+            else if (copying)
+                std::copy_n(input, count, outputs[stem]);
             else
                 for (std::size_t i = 0; i < count; i += floatsPerPage)
-                    output[i] = input[i];
+                    outputs[stem][i] = input[i];
         return true;
     }
 };
@@ -47,4 +53,12 @@ std::shared_ptr<IInference> makeInferenceBackend(const void* /*model*/, std::siz
     return std::make_shared<FreeInference>();
 }
 
-void setSelectedStems(const std::shared_ptr<IInference>& /*backend*/, StemFlags /*flags*/) {}
+void setSelectedStems(const std::shared_ptr<IInference>& /*backend*/, StemFlags flags)
+{
+    wanted = flags;
+}
+
+StemFlags selectedStems(const std::shared_ptr<IInference>& /*backend*/)
+{
+    return wanted;
+}

@@ -1,84 +1,50 @@
-// What the pipeline around the network costs, next to what its transforms and the copy of its input and
-// output cost by themselves.
-#include <algorithm>
+// What the pipeline around the network costs.
 #include <cmath>
 #include <cstddef>
-#include <memory>
-#include <random>
 #include <vector>
 
 #include <benchmark/benchmark.h>
 
+#include "Allocations.h"
 #include "BenchBackend.h"
-#include "spectral/PFFFTTransformer.h"
-#include "tonwerk/TonwerkProc.h"
+#include "Workload.h"
 
 namespace
 {
 
-constexpr std::size_t fftSize = 4096;
-constexpr std::size_t channels = 2;
-constexpr std::size_t stems = 6;
-constexpr std::size_t blockFrames = 254976; // a steady-state block
-constexpr std::size_t newFrames = blockFrames / 1024;
-
-std::vector<float> noise(std::size_t count)
+void expectWholeResult(benchmark::State& state, const std::vector<std::vector<float>>& result)
 {
-    std::mt19937 generator(1);
-    std::uniform_real_distribution<float> amplitude(-0.5F, 0.5F);
-    std::vector<float> samples(count);
-    std::generate(samples.begin(), samples.end(), [&] { return amplitude(generator); });
-    return samples;
+    if (result.size() != stems + 2 || result[0].size() != channels * blockFrames)
+        state.SkipWithError("a steady-state block did not give a whole result");
 }
 
-tonwerk::TonwerkProc makeProcessor(bool interleaved)
+void processChunks(benchmark::State& state, bool interleaved, Selection selection)
 {
-    tonwerk::TonwerkProcConfig config{};
-    config.vocals = config.drum = config.piano = config.acousticGuitar = config.electricGuitar = config.bass =
-        1;
-    config.interleaved = interleaved;
-    return {std::make_shared<tonwerk::InferenceContext>(tonwerk::ModelData{nullptr, 0, ""}), config};
-}
-
-/// The transforms of one steady-state chunk on warm buffers, and one copy of its input and of its eight
-/// stems: no implementation on this FFT can be faster.
-void floorOfOneChunk(benchmark::State& state)
-{
-    PFFFTTransformer fft(fftSize, false);
-    const auto input = noise(channels * blockFrames);
-    std::vector<float> copiedInput(input.size());
-    std::vector<std::vector<float>> outputs(stems + 2, input);
-    std::vector<std::vector<float>> copiedOutputs = outputs;
-    std::copy_n(input.begin(), fftSize, fft.inputRow().begin());
-    for (auto _ : state)
-    {
-        for (std::size_t i = 0; i < channels * newFrames; ++i)
-            benchmark::DoNotOptimize(fft.forwardRow().data());
-        for (std::size_t i = 0; i < stems * channels * newFrames; ++i)
-            benchmark::DoNotOptimize(fft.inverseRow().data());
-        std::copy(input.begin(), input.end(), copiedInput.begin());
-        benchmark::DoNotOptimize(copiedInput.data());
-        for (std::size_t i = 0; i < outputs.size(); ++i)
-        {
-            std::copy(outputs[i].begin(), outputs[i].end(), copiedOutputs[i].begin());
-            benchmark::DoNotOptimize(copiedOutputs[i].data());
-        }
-    }
-}
-
-void steadyStateChunk(benchmark::State& state)
-{
-    auto processor = makeProcessor(state.range(0) != 0);
-    const auto first = noise(channels * static_cast<std::size_t>(processor.maxInputSize()));
+    auto processor = makeProcessor(interleaved, selection);
+    warmUp(processor);
     const auto block = noise(channels * blockFrames);
-    benchmark::DoNotOptimize(processor.process(first, false));
-    benchmark::DoNotOptimize(processor.process(block, false));
+    const Allocations before = allocations();
     for (auto _ : state)
-    {
-        const auto result = processor.process(block, false);
-        if (result.size() != stems + 2 || result[0].size() != block.size())
-            state.SkipWithError("a steady-state block did not give a whole result");
-    }
+        expectWholeResult(state, processor.process(block, false));
+    const Allocations after = allocations();
+    const auto chunks = static_cast<double>(state.iterations());
+    state.counters["allocations"] = static_cast<double>(after.count - before.count) / chunks;
+    state.counters["allocated_MB"] = static_cast<double>(after.bytes - before.bytes) / chunks / 1e6;
+}
+
+void chunkPlanar(benchmark::State& state)
+{
+    processChunks(state, false, Selection::all);
+}
+
+void chunkInterleaved(benchmark::State& state)
+{
+    processChunks(state, true, Selection::all);
+}
+
+void chunkOfOneStem(benchmark::State& state)
+{
+    processChunks(state, false, Selection::vocalsOnly);
 }
 
 enum Signal
@@ -113,19 +79,21 @@ void chunkOfSignal(benchmark::State& state)
     setCopyingNetwork(false);
 }
 
-BENCHMARK(floorOfOneChunk)->Unit(benchmark::kMillisecond)->MinWarmUpTime(0.5)->MinTime(2.0);
-BENCHMARK(steadyStateChunk)
-    ->ArgName("interleaved")
-    ->Arg(0)
-    ->Arg(1)
-    ->Unit(benchmark::kMillisecond)
-    ->MinWarmUpTime(0.5)
-    ->MinTime(2.0);
+void processorConstruction(benchmark::State& state)
+{
+    for (auto _ : state)
+        benchmark::DoNotOptimize(makeProcessor(true));
+}
+
+BENCHMARK(chunkPlanar)->Unit(benchmark::kMillisecond)->MinWarmUpTime(0.5)->MinTime(2.0);
+BENCHMARK(chunkInterleaved)->Unit(benchmark::kMillisecond)->MinWarmUpTime(0.5)->MinTime(2.0);
+BENCHMARK(chunkOfOneStem)->Unit(benchmark::kMillisecond)->MinWarmUpTime(0.5)->MinTime(2.0);
 BENCHMARK(chunkOfSignal)
     ->ArgName("signal")
     ->DenseRange(ordinary, decayingTail)
     ->Unit(benchmark::kMillisecond)
     ->MinWarmUpTime(0.2)
     ->MinTime(1.0);
+BENCHMARK(processorConstruction)->Unit(benchmark::kMillisecond);
 
 } // namespace

@@ -26,6 +26,9 @@ onnxruntimePack='onnxruntime-node@1.21.1'
 onnxruntimeHash='YThL/YYeGAeytecOvRcTKUORTIE2f8/iSo/JZgHFawWrV4zOY7fWLEaNuscgjmY5C5/VE/Wr7tm+ucSsc/AysQ=='
 audioPack='react-native-audio-api@0.13.6'
 audioHash='055JlxTaajdzcJCzyd+xnH1pJawNkt2NZ3RNoI2vv1QxYRh257W/dcDky/qf4/VMEFdpZFuFfVW1hv75OEh3gA=='
+# Of Debian's source package: libbenchmark-dev is a debugging build, and not for Windows.
+benchmarkSource='b/benchmark/benchmark_1.7.1.orig.tar.gz'
+benchmarkHash='6430e4092653380d9dc4ccb45a1e2dc9259d581f4866dc0759713126056bc1d7'
 
 fail() {
     echo "fetch-deps.sh: $*" >&2
@@ -37,15 +40,22 @@ stampOf() { echo "$stamps/$(echo "$*" | sha256sum | cut -c1-16)"; }
 
 # --- Debian ---------------------------------------------------------------------------------------------------
 
-# Private apt state with the machine's own mirror and both releases; signatures are checked against Debian's keys.
-prepareApt() {
-    [ ! -e "$work/apt/ready" ] || return 0
-    local keyring=/usr/share/keyrings/debian-archive-keyring.gpg mirror
-    [ -r "$keyring" ] || fail "$keyring is missing (run scripts/setup.sh fetch)."
+# The machine's own mirror.
+debianMirror() {
+    local mirror
     # shellcheck disable=SC2016  # apt expands these
     mirror=$(apt-get indextargets --format '$(RELEASE) $(COMPONENT) $(REPO_URI)' 'Identifier: Packages' |
         awk '($1 == "bookworm" || $1 == "stable" || $1 == "trixie") && $2 == "main" && !seen++ { print $3 }')
     [ -n "$mirror" ] || fail "apt's configuration names no Debian mirror with the release bookworm."
+    echo "${mirror%/}"
+}
+
+# Private apt state with that mirror and both releases; signatures are checked against Debian's keys.
+prepareApt() {
+    [ ! -e "$work/apt/ready" ] || return 0
+    local keyring=/usr/share/keyrings/debian-archive-keyring.gpg mirror
+    [ -r "$keyring" ] || fail "$keyring is missing (run scripts/setup.sh fetch)."
+    mirror=$(debianMirror)
     mkdir -p "$work/apt/lists/partial" "$work/apt/cache/archives/partial" "$work/apt/none"
     : >"$work/apt/status"
     for release in bookworm trixie; do
@@ -94,6 +104,20 @@ fetchDebian() {
         rm -rf "$deps/include/${entry##*/}"
         mv "$entry" "$deps/include/"
     done
+    touch "$stamp"
+}
+
+# The sources of Google Benchmark.
+fetchBenchmark() {
+    local mirror stamp tarball=$work/benchmark.tar.gz
+    stamp=$(stampOf "$benchmarkSource" "$benchmarkHash")
+    [ ! -e "$stamp" ] || return 0
+    mirror=$(debianMirror)
+    echo "Fetching ${benchmarkSource##*/}"
+    quietly /usr/lib/apt/apt-helper -o APT::Sandbox::User="$(id -un)" download-file \
+        "$mirror/pool/main/$benchmarkSource" "$tarball" "SHA256:$benchmarkHash"
+    rm -rf "$deps/benchmark" && mkdir -p "$deps/benchmark"
+    tar -xzf "$tarball" -C "$deps/benchmark" --strip-components=1 --no-same-owner -m
     touch "$stamp"
 }
 
@@ -155,5 +179,6 @@ trap 'rm -rf "$work"' EXIT
 while read -r release name version hash; do
     [ -z "$release" ] || fetchDebian "$release" "$name" "$version" "$hash"
 done <<<"$debianPackages"
+fetchBenchmark
 fetchRuntime
 fetchSources

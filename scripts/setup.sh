@@ -6,7 +6,7 @@
 set -euo pipefail
 
 declare -A packages=(
-    [native]="g++ cmake ninja-build googletest libbenchmark-dev python3-minimal"
+    [native]="g++ cmake ninja-build googletest python3-minimal"
     [fetch]="ca-certificates debian-archive-keyring"
     # clang, lld and llvm link the DLL (delayed loading needs lld); wine runs the Windows tests.
     [windows]="g++-mingw-w64-x86-64-posix clang lld llvm wine wine64"
