@@ -95,7 +95,7 @@ fuzz:
 	scripts/setup.sh native fetch test fuzz
 	scripts/fetch-deps.sh
 	@$(call configured,linux-fuzz)
-	$(call compile,linux-fuzz)
+	$(call compile,linux-fuzz) --target fuzz_calls fuzz_parts fuzz_model
 	scripts/fuzz.sh $(MINUTES)
 
 soak:
