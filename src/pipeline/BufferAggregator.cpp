@@ -72,7 +72,7 @@ void BufferAggregator::push(const Array& chunk)
     requireFittingRows(chunk, {buffer.shape(0), buffer.shape(1), count});
     for (std::size_t entry = 0; entry < buffer.shape(0); ++entry)
         for (std::size_t row = 0; row < buffer.shape(1); ++row)
-            append(sourceRow(chunk, entry, row), 1, count, &buffer(entry, row, 0));
+            append(sourceRow(chunk, entry, row), 1, count, ringAt(entry, row));
     length += count;
 }
 
@@ -82,8 +82,13 @@ void BufferAggregator::push(const SampleBlock& block)
     for (std::size_t entry = 0; entry < buffer.shape(0); ++entry)
         for (std::size_t row = 0; row < buffer.shape(1); ++row)
             append(block.first + row * block.channelStride, block.sampleStride, block.samples,
-                   &buffer(entry, row, 0));
+                   ringAt(entry, row));
     length += block.samples;
+}
+
+float* BufferAggregator::ringAt(std::size_t entry, std::size_t row)
+{
+    return buffer.data() + (entry * buffer.shape(1) + row) * buffer.shape(2);
 }
 
 // Behind what the ring holds, which may mean in two parts.
@@ -152,12 +157,12 @@ Array BufferAggregator::oldest(std::size_t count) const
 
 void BufferAggregator::copyOldest(std::size_t count, float* target) const
 {
+    const std::size_t rows = buffer.shape(0) * buffer.shape(1);
     const std::size_t first = std::min(count, buffer.shape(2) - start);
-    for (std::size_t entry = 0; entry < buffer.shape(0); ++entry)
-        for (std::size_t row = 0; row < buffer.shape(1); ++row)
-        {
-            const float* source = &buffer(entry, row, 0);
-            target = std::copy_n(source + start, first, target);
-            target = std::copy_n(source, count - first, target);
-        }
+    const float* ring = buffer.data();
+    for (std::size_t row = 0; row < rows; ++row, ring += buffer.shape(2))
+    {
+        target = std::copy_n(ring + start, first, target);
+        target = std::copy_n(ring, count - first, target);
+    }
 }

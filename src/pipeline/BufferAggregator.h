@@ -54,6 +54,7 @@ public:
 
 private:
     void requireRoom(std::size_t count) const;
+    float* ringAt(std::size_t entry, std::size_t row);
     void append(const float* source, std::size_t stride, std::size_t count, float* ring) const;
     void consume(std::size_t count, std::size_t keep);
     Array oldest(std::size_t count) const;
