@@ -79,6 +79,8 @@ void BufferAggregator::push(const Array& chunk)
 void BufferAggregator::push(const SampleBlock& block)
 {
     requireRoom(block.samples);
+    if (block.samples == 0)
+        return; // there may be no memory at all that rows could lie in
     for (std::size_t entry = 0; entry < buffer.shape(0); ++entry)
         for (std::size_t row = 0; row < buffer.shape(1); ++row)
             append(block.first + row * block.channelStride, block.sampleStride, block.samples,
