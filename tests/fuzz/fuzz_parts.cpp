@@ -164,12 +164,10 @@ void chunks(FuzzInput& input)
         const std::size_t ready = processor.readyThreshold();
         const bool first = ready == 240;
         const std::size_t choice = input.below(4);
-        const std::size_t count = choice == 0   ? ready
-                                  : choice == 1 ? hop * input.below(20)
-                                                : std::min<std::size_t>(input.below(256), capacity - held);
+        const std::size_t wanted =
+            choice == 0 ? ready : (choice == 1 ? hop * input.below(20) : input.below(256));
+        const std::size_t count = std::min(wanted, capacity - held);
         eof = input.empty() || input.below(32) == 0;
-        if (held + count > capacity)
-            continue;
         // A chunk that is no whole number of hops breaks the stream's alignment, so hosts avoid it.
         const std::size_t taken = std::min<std::size_t>(held + count, first ? 304 : 336);
         if (!eof && held + count >= ready && taken % hop != 0)
