@@ -14,9 +14,32 @@
 namespace tonwerk::app
 {
 
+namespace
+{
+
+/// What `separate` returns; a failure of the library becomes a sentence for the user.
+template <typename Separate>
+StreamFeeder::Stems separated(Separate separate)
+{
+    try
+    {
+        return separate();
+    }
+    catch (const std::bad_alloc&)
+    {
+        throw;
+    }
+    catch (const std::exception& failure)
+    {
+        throw Failure("The song cannot be separated: " + asReason(failure.what()) + ".");
+    }
+}
+
+} // namespace
+
 Separation::Separation(std::shared_ptr<InferenceContext> model, SongReader& song, StemFolder& stems,
                        const StemSet& wanted)
-    : processor(std::move(model), processorConfig(wanted)), reader(song), folder(stems)
+    : feeder(std::move(model), processorConfig(wanted)), reader(song), folder(stems)
 {
 }
 
@@ -44,34 +67,24 @@ SeparationResult Separation::run(const Progress& progress)
 
 bool Separation::processBlock()
 {
-    const auto frames = static_cast<std::size_t>(processor.maxInputSize());
+    // One run of the model each time, so that the progress tells the speed.
+    const std::size_t frames = feeder.framesUntilResult();
     reader.read(frames, block);
     const bool atEnd = block.size() < 2 * frames;
     nullTest.feed(block);
-    const auto stems = separate(atEnd);
-    if (!stems.empty())
-    {
-        nullTest.compare(stems);
-        folder.write(stems);
-        framesReturned += stems.front().size() / 2;
-    }
+    take(separated([this] { return feeder.feed(block); }));
+    if (atEnd)
+        take(separated([this] { return feeder.finish(); }));
     return atEnd;
 }
 
-std::vector<std::vector<float>> Separation::separate(bool atEnd)
+void Separation::take(const StreamFeeder::Stems& stems)
 {
-    try
-    {
-        return processor.process(block, atEnd);
-    }
-    catch (const std::bad_alloc&)
-    {
-        throw;
-    }
-    catch (const std::exception& failure)
-    {
-        throw Failure("The song cannot be separated: " + asReason(failure.what()) + ".");
-    }
+    if (stems.empty())
+        return;
+    nullTest.compare(stems);
+    folder.write(stems);
+    framesReturned += stems.front().size() / 2;
 }
 
 void Separation::checkLength() const

@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include <tonwerk/StreamFeeder.h>
 #include <tonwerk/TonwerkProc.h>
 
 #include "NullTest.h"
@@ -50,11 +51,11 @@ public:
 
 private:
     bool processBlock();
-    std::vector<std::vector<float>> separate(bool atEnd);
+    void take(const StreamFeeder::Stems& stems);
     void checkLength() const;
     double seconds(std::uint64_t frames) const;
 
-    TonwerkProc processor;
+    StreamFeeder feeder;
     SongReader& reader;
     StemFolder& folder;
     NullTest nullTest;

@@ -11,7 +11,7 @@ from pathlib import Path
 
 # For each module, what it may include of our own: a folder of src, or one file.
 ALLOWED = {
-    "include": [],
+    "include": ["tonwerk/"],
     "src/common": ["common/"],
     "src/inference": ["common/", "inference/"],
     "src/spectral": ["common/", "spectral/", "inference/IInference.h"],

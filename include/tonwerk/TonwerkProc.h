@@ -66,8 +66,9 @@
 /// Audio moves on in hops of 1,024 frames. Whenever a chunk is taken (at least M frames buffered, no `eof`),
 /// the buffered total should be a whole number of hops. That holds for blocks that divide 1,024 or are
 /// multiples of it, and for blocks of M frames. With other sizes (441, 480, 1,000 ...) up to 1,023 frames per
-/// chunk are lost and the stems shift against the residual's mixture by as much: gather such blocks in a
-/// buffer of your own first. The block that carries `eof` may have any size.
+/// chunk are lost and the stems shift against the residual's mixture by as much: hand such blocks to the
+/// StreamFeeder of StreamFeeder.h, which gathers them and calls `process` with M frames. The block that
+/// carries `eof` may have any size.
 ///
 /// ### Threads
 /// No thread is started and no lock is taken. One processor belongs to one thread at a time. Processors that
