@@ -21,7 +21,7 @@ JOBS ?= $(shell nproc)
 MINUTES ?= 1
 HOURS ?= 10
 PYTHON := /usr/bin/python3
-SOURCES = $(shell find include src apps tests bench examples -name '*.h' -o -name '*.cpp' 2>/dev/null)
+SOURCES = $(shell find include src apps tests bench examples -name '*.h' -o -name '*.cpp' -o -name '*.c' 2>/dev/null)
 
 # $(call configured,PRESET): CMake runs by itself from then on, until the presets change.
 configured = [ build/cmake/$(1)/build.ninja -nt CMakePresets.json ] || cmake --preset $(1)

@@ -5,8 +5,12 @@ if(MSVC)
     target_compile_options(tonwerk_warnings INTERFACE /W4 /WX /permissive- /utf-8)
 else()
     target_compile_options(tonwerk_warnings INTERFACE
-        -Werror -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wdouble-promotion -Wold-style-cast
-        -Wcast-qual -Wcast-align -Wnon-virtual-dtor -Woverloaded-virtual -Wformat=2 -Wundef -Wimplicit-fallthrough
+        -Werror -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wdouble-promotion
+        $<$<COMPILE_LANGUAGE:CXX>:-Wold-style-cast>
+        -Wcast-qual -Wcast-align
+        $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor> $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>
+        $<$<COMPILE_LANGUAGE:C>:-Wstrict-prototypes>
+        -Wformat=2 -Wundef -Wimplicit-fallthrough
         # A constructor's parameter may bear the name of the member that it sets.
         $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local -Wduplicated-cond -Wduplicated-branches -Wlogical-op>
         $<$<CXX_COMPILER_ID:Clang>:-Wshadow>)

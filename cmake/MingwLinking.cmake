@@ -28,3 +28,4 @@ endforeach()
 # What GCC would add as a linker: its threads, and the stack protector's few functions, which are linked statically
 # because as a DLL they would be one more file to ship.
 set(CMAKE_CXX_STANDARD_LIBRARIES "-lpthread \"${TONWERK_LIBSSP}\" ${CMAKE_CXX_STANDARD_LIBRARIES}")
+set(CMAKE_C_STANDARD_LIBRARIES "\"${TONWERK_LIBSSP}\" ${CMAKE_C_STANDARD_LIBRARIES}") # C is linked by GCC itself

@@ -16,6 +16,7 @@ ALLOWED = {
     "src/inference": ["common/", "inference/"],
     "src/spectral": ["common/", "spectral/", "inference/IInference.h"],
     "src/pipeline": ["common/", "pipeline/", "spectral/", "inference/IInference.h"],
+    "src/c": ["c/", "tonwerk/"],
     "src/api": [
         "common/", "api/", "pipeline/", "tonwerk/",
         "inference/IInference.h", "inference/StemFlags.h", "inference/InferenceBackend.h",

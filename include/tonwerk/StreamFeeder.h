@@ -64,8 +64,9 @@ public:
     /// \throws std::invalid_argument if the configuration has another number of channels than 2
     /// \throws std::exception as the constructor of TonwerkProc
     StreamFeeder(std::shared_ptr<InferenceContext> context, TonwerkProcConfig config)
-        : processor(std::move(context), checked(config)), interleaved(config.interleaved),
-          block(2 * processorFrames())
+        : interleaved(checkedLayout(config)),
+          // The record's unnamed bits never have a value: NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage)
+          processor(std::move(context), config), block(2 * processorFrames())
     {
     }
 
@@ -135,11 +136,11 @@ private:
         Failed
     };
 
-    static TonwerkProcConfig checked(TonwerkProcConfig config)
+    static bool checkedLayout(const TonwerkProcConfig& config)
     {
         if (config.channels != 2)
             throw std::invalid_argument("Only 2 channels are supported");
-        return config;
+        return config.interleaved;
     }
 
     static std::ptrdiff_t offset(std::size_t samples) { return static_cast<std::ptrdiff_t>(samples); }
@@ -215,8 +216,8 @@ private:
         return whole;
     }
 
-    TonwerkProc processor;
     bool interleaved;
+    TonwerkProc processor;
     std::vector<float> block;
     std::size_t held = 0; // frames gathered in `block`
     State state = State::Open;

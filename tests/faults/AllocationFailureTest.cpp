@@ -12,6 +12,7 @@
 #include "faults/CountingAllocator.h"
 #include "support/FakeBackend.h"
 #include "tonwerk/TonwerkProc.h"
+#include "tonwerk/tonwerk_c.h"
 
 namespace
 {
@@ -114,4 +115,57 @@ TEST_F(MemoryRunsOut, WhileAChunkIsProcessed)
             return more;
         });
     EXPECT_GT(points, 8U);
+}
+
+// Status by status, and nothing leaks.
+TEST_F(MemoryRunsOut, BehindTheCInterface)
+{
+    const auto throwIfRefused = [](tonwerk_status status)
+    {
+        if (status == TONWERK_OK)
+            return;
+        EXPECT_EQ(status, TONWERK_OUT_OF_MEMORY);
+        EXPECT_STREQ(tonwerk_last_error(), "There is not enough memory.");
+        throw std::bad_alloc();
+    };
+    const std::vector<float> block(2 * (firstBlock + nextBlock), 0.25F);
+    std::vector<float> mix(2 * firstBlock);
+    float* stems[TONWERK_STEM_COUNT] = {}; // NOLINT(modernize-avoid-c-arrays)
+    stems[TONWERK_MIX] = mix.data();
+    std::size_t resultsBeforeTheFailure = 0;
+    const auto play = [&](std::size_t point)
+    {
+        tonwerk_context* context = nullptr;
+        tonwerk_stream* stream = nullptr;
+        const bool more =
+            refused(point,
+                    [&]
+                    {
+                        throwIfRefused(tonwerk_context_create("model", 5, "a key", 5, &context));
+                        throwIfRefused(tonwerk_stream_create(context, nullptr, &stream));
+                        throwIfRefused(tonwerk_stream_push(stream, block.data(), firstBlock + nextBlock));
+                    });
+        if (more && stream != nullptr)
+        {
+            std::size_t count = 0;
+            EXPECT_EQ(tonwerk_stream_push(stream, block.data(), 1), TONWERK_STREAM_FAILED);
+            EXPECT_EQ(tonwerk_stream_read(stream, stems, firstBlock, &count), TONWERK_OK);
+            EXPECT_TRUE(count == 0 || count == 252928) << count;
+            resultsBeforeTheFailure += count != 0 ? 1U : 0U;
+        }
+        tonwerk_stream_destroy(stream);
+        tonwerk_context_destroy(context);
+        return more;
+    };
+    play(0); // once, for what is allocated only the first time in a process
+    const std::size_t before = livingBlocks();
+    const std::size_t points = countWhile(
+        [&](std::size_t point)
+        {
+            const bool more = play(point);
+            EXPECT_EQ(livingBlocks(), before) << "leaked at point " << point;
+            return more;
+        });
+    EXPECT_GT(points, 30U);
+    EXPECT_GT(resultsBeforeTheFailure, 0U) << "what was ready can still be read";
 }

@@ -1,0 +1,124 @@
+#!/usr/bin/python3
+"""Separates a WAV file into one WAV file per stem, through the C interface with ctypes and NumPy.
+
+usage: separate.py LIBRARY MODEL.onnx SONG.wav FOLDER
+
+LIBRARY is libtonwerk_c.so or tonwerk_c.dll. SONG.wav holds 16-bit stereo; so will the stems in FOLDER.
+"""
+import ctypes
+import sys
+import wave
+from pathlib import Path
+
+import numpy as np
+
+STEMS = ["vocals", "drum", "piano", "acoustic_guitar", "electric_guitar", "bass", "residual", "mix"]
+BLOCK = 4410  # frames; any number will do
+
+FloatPointer = ctypes.POINTER(ctypes.c_float)
+Handle = ctypes.c_void_p
+
+
+class Config(ctypes.Structure):
+    """tonwerk_config"""
+    _fields_ = [("size", ctypes.c_uint32), ("stems", ctypes.c_uint32)]
+
+    def __init__(self, stems):
+        super().__init__(ctypes.sizeof(Config), sum(1 << STEMS.index(stem) for stem in stems))
+
+
+class Library:
+    """The functions of tonwerk_c.h; a status that is not TONWERK_OK becomes an exception."""
+
+    def __init__(self, path):
+        self.functions = ctypes.CDLL(str(path))
+        size = ctypes.c_size_t
+        self._declare("context_create", ctypes.c_char_p, size, ctypes.c_char_p, size, ctypes.POINTER(Handle))
+        self._declare("stream_create", Handle, ctypes.POINTER(Config), ctypes.POINTER(Handle))
+        self._declare("stream_push", Handle, FloatPointer, size)
+        self._declare("stream_flush", Handle)
+        self._declare("stream_read", Handle, ctypes.POINTER(FloatPointer), size, ctypes.POINTER(size))
+        for name in ("context_destroy", "stream_destroy"):
+            self._declare(name, Handle, result=None)
+        self._declare("stream_available", Handle, result=ctypes.c_uint64)
+        self.functions.tonwerk_last_error.restype = ctypes.c_char_p
+
+    def _declare(self, name, *arguments, result=ctypes.c_int32):
+        function = getattr(self.functions, "tonwerk_" + name)
+        function.argtypes = arguments
+        function.restype = result
+
+    def call(self, name, *arguments):
+        result = getattr(self.functions, "tonwerk_" + name)(*arguments)
+        if name.endswith(("create", "push", "flush", "read")) and result != 0:
+            raise RuntimeError(self.functions.tonwerk_last_error().decode())
+        return result
+
+
+class Stream:
+    """Separates one stream of sound, given as float32 arrays of shape (frames, 2)."""
+
+    def __init__(self, library, model, stems):
+        self.library = library
+        self.handle = Handle()
+        context = Handle()
+        library.call("context_create", model, len(model), None, 0, ctypes.byref(context))
+        try:
+            library.call("stream_create", context, ctypes.byref(Config(stems)), ctypes.byref(self.handle))
+        finally:
+            library.call("context_destroy", context)  # the stream keeps the model
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *_):
+        self.library.call("stream_destroy", self.handle)
+
+    def push(self, block):
+        block = np.ascontiguousarray(block, dtype=np.float32)
+        self.library.call("stream_push", self.handle, block.ctypes.data_as(FloatPointer), len(block))
+
+    def flush(self):
+        self.library.call("stream_flush", self.handle)
+
+    def read(self):
+        """All that is available, as an array of shape (8, frames, 2)."""
+        frames = self.library.call("stream_available", self.handle)
+        stems = np.empty((len(STEMS), frames, 2), dtype=np.float32)
+        pointers = (FloatPointer * len(STEMS))(*(stem.ctypes.data_as(FloatPointer) for stem in stems))
+        count = ctypes.c_size_t()
+        self.library.call("stream_read", self.handle, pointers, frames, ctypes.byref(count))
+        return stems[:, :count.value]
+
+
+def to_pcm(samples):
+    return np.rint(np.clip(samples, -1.0, 32767 / 32768) * 32768).astype("<i2").tobytes()
+
+
+def main():
+    if len(sys.argv) != 5:
+        sys.exit(__doc__)
+    library, model, song, folder = map(Path, sys.argv[1:])
+    folder.mkdir(parents=True, exist_ok=True)
+    with wave.open(str(song)) as source, Stream(Library(library), model.read_bytes(), STEMS[:6]) as stream:
+        if (source.getnchannels(), source.getsampwidth()) != (2, 2):
+            sys.exit(f"{song} is not 16-bit stereo.")
+        targets = [wave.open(str(folder / f"{stem}.wav"), "wb") for stem in STEMS]
+        for target in targets:
+            target.setparams(source.getparams())
+        while True:
+            pcm = source.readframes(BLOCK)
+            if pcm:
+                stream.push(np.frombuffer(pcm, dtype="<i2").reshape(-1, 2) / 32768)
+            else:
+                stream.flush()
+            for target, stem in zip(targets, stream.read()):
+                target.writeframes(to_pcm(stem))
+            if not pcm:
+                break
+        for target in targets:
+            target.close()
+
+
+if __name__ == "__main__":
+    main()
