@@ -2,6 +2,7 @@
 #
 #   make build      the library and tonwerk-separate for Linux, in build/linux
 #   make windows    the same for Windows, in build/windows
+#   make package    the SDK for both, in build/package
 #   make demo       split a piece of music into stems, in build/demo
 #   make test       all tests: native, native with sanitizers, and the Windows build under Wine
 #   make lint       formatting and static analysis
@@ -28,7 +29,7 @@ configured = [ build/cmake/$(1)/build.ninja -nt CMakePresets.json ] || cmake --p
 compile = cmake --build --preset $(1) -j $(JOBS)
 check = ctest --preset $(1) -j $(JOBS)
 
-.PHONY: help build windows demo test lint format bench fuzz soak check-deep bench-peers clean
+.PHONY: help build windows package demo test lint format bench fuzz soak check-deep bench-peers clean
 
 help:
 	@sed -n '3,/^$$/s/^#   //p' Makefile
@@ -44,6 +45,13 @@ windows:
 	scripts/fetch-deps.sh
 	@$(call configured,mingw-release)
 	$(call compile,mingw-release) --target products
+
+package:
+	scripts/setup.sh native fetch windows test
+	scripts/fetch-deps.sh
+	@$(foreach preset,linux-release mingw-release,$(call configured,$(preset)) &&) true
+	$(call compile,linux-release) --target sdk
+	$(call compile,mingw-release) --target sdk
 
 demo: build
 	scripts/setup.sh demo

@@ -1,12 +1,24 @@
-# What scripts/fetch-deps.sh put into .deps. Nothing is downloaded here.
+# What the sources are made of: .deps, which scripts/fetch-deps.sh fills, or vcpkg. Nothing is downloaded here.
 set(depsFolder "${PROJECT_SOURCE_DIR}/.deps")
-if(NOT EXISTS "${depsFolder}/include/onnxruntime" OR NOT EXISTS "${depsFolder}/src/pffft")
-    message(FATAL_ERROR "The dependencies are missing: run scripts/fetch-deps.sh")
-endif()
 
 # Headers, the same for every platform. System headers: our warnings are not for them.
 add_library(tonwerk_deps INTERFACE)
-target_include_directories(tonwerk_deps SYSTEM INTERFACE "${depsFolder}/include")
+if(EXISTS "${depsFolder}/include/onnxruntime" AND EXISTS "${depsFolder}/src/pffft")
+    target_include_directories(tonwerk_deps SYSTEM INTERFACE "${depsFolder}/include")
+    set(runtimeHeaders "${depsFolder}/include/onnxruntime")
+    if(WIN32)
+        set(runtimeFolder "${depsFolder}/runtime/windows")
+    else()
+        set(runtimeFolder "${depsFolder}/runtime/linux")
+    endif()
+    add_library(pffft STATIC "${depsFolder}/src/pffft/pffft.c")
+    target_include_directories(pffft SYSTEM PUBLIC "${depsFolder}/src/pffft")
+    target_compile_options(pffft PRIVATE $<IF:$<BOOL:${MSVC}>,/w,-w>)
+elseif(DEFINED VCPKG_TARGET_TRIPLET)
+    include(VcpkgDependencies)
+else()
+    message(FATAL_ERROR "The dependencies are missing: run scripts/fetch-deps.sh")
+endif()
 target_compile_definitions(tonwerk_deps INTERFACE
     ORT_API_MANUAL_INIT # the runtime's function table is fetched on first use, not by a static initialiser
     PLOG_LOCAL) # our logger is ours, even in a host that uses plog too
@@ -14,14 +26,10 @@ if(WIN32)
     target_compile_definitions(tonwerk_deps INTERFACE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00)
 endif()
 
-add_library(pffft STATIC "${depsFolder}/src/pffft/pffft.c")
-target_include_directories(pffft SYSTEM PUBLIC "${depsFolder}/src/pffft")
-target_compile_options(pffft PRIVATE $<IF:$<BOOL:${MSVC}>,/w,-w>)
-
 # The inference runtime is never linked in. On Linux the loader opens it; on Windows it is a delayed import, whose
 # import library is made here from the one name that is imported.
 add_library(tonwerk_runtime INTERFACE)
-target_include_directories(tonwerk_runtime SYSTEM INTERFACE "${depsFolder}/include/onnxruntime")
+target_include_directories(tonwerk_runtime SYSTEM INTERFACE "${runtimeHeaders}")
 if(WIN32)
     set(definitions "${PROJECT_SOURCE_DIR}/cmake/onnxruntime_pelagrin.def")
     if(MSVC)
@@ -44,14 +52,13 @@ if(WIN32)
     add_custom_target(runtime_import_library DEPENDS "${importLibrary}")
     add_dependencies(tonwerk_runtime runtime_import_library)
     target_link_libraries(tonwerk_runtime INTERFACE "${importLibrary}")
-    set(runtimeFiles
-        "${depsFolder}/runtime/windows/onnxruntime_pelagrin.dll" "${depsFolder}/runtime/windows/DirectML.dll")
+    set(runtimeFiles "${runtimeFolder}/onnxruntime_pelagrin.dll" "${runtimeFolder}/DirectML.dll")
     if(MINGW)
         set(compilerFiles "${TONWERK_LIBSTDCXX_DLL}" "${TONWERK_LIBGCC_DLL}" "${TONWERK_WINPTHREAD_DLL}")
     endif()
 else()
     target_link_libraries(tonwerk_runtime INTERFACE ${CMAKE_DL_LIBS})
-    set(runtimeFiles "${depsFolder}/runtime/linux/libonnxruntime_pelagrin.so")
+    set(runtimeFiles "${runtimeFolder}/libonnxruntime_pelagrin.so")
 endif()
 
 # Files that lie beside the products. The compiler's own libraries come with 20 MB of debug information.

@@ -21,6 +21,7 @@ tonwerk_mingw_file(libssp.a TONWERK_LIBSSP)
 cmake_path(GET TONWERK_LIBSTDCXX_DLL PARENT_PATH gccFolder)
 
 set(linker "\"${TONWERK_CLANGXX}\" --target=x86_64-w64-mingw32 -fuse-ld=lld -stdlib=libstdc++ \"-L${gccFolder}\"")
+string(APPEND linker " -Wl,-Xlink=-Brepro") # a hash in place of the time: the same objects give the same file
 foreach(rule CMAKE_CXX_LINK_EXECUTABLE CMAKE_CXX_CREATE_SHARED_LIBRARY)
     string(REPLACE "<CMAKE_CXX_COMPILER>" "${linker}" ${rule} "${${rule}}")
 endforeach()

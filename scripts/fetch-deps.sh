@@ -11,16 +11,17 @@ deps=$PWD/.deps
 stamps=$deps/.stamps
 work=$deps/.work
 
-# Debian release, package, version, SHA-256. The headers of /usr/include go to .deps/include, for every build alike.
+# Debian release, package, version, name of its licence, SHA-256. The headers of /usr/include go to .deps/include, for
+# every build alike, the licences to .deps/licenses/NAME.txt.
 debianPackages='
-trixie   libonnxruntime-dev 1.21.0+dfsg-1                   14f7d959d5deacbcf1504830d4189f91fc67382b399ed9ae9d3aa9c4050ced08
-trixie   libxtensor-dev     0.25.0-2                        c2e0e4602c968d6dee441a09f536cfe7d1fc00938a84fa6637d7e886ce306e21
-trixie   xtl-dev            0.7.7-1                         1ac50215055cd36e6dc5efbd1c1873db936cdfa1670e3ea584d2fac8b106c805
-trixie   libplog-dev        1.1.10-2                        b6741d441af298142d15bb6f8263fbc14eefe6c1f0b4b056b247bcbefa539378
-trixie   libminiaudio-dev   0.11.22+dfsg-1                  c4f3fa5238814def9604dda97a4b688909ad5b33e5e443b617c376ceea0ddc8b
-trixie   libcli11-dev       2.4.1+ds-2                      3b44d5a1edc75b413b2dddfa81bcf7dac05dae8dae502e7d818d9c2b03392023
-trixie   nlohmann-json3-dev 3.11.3-2.1                      741a6a32f61a14eaf9560ba1814b27da8e78fa3b9bed9e8867ab46316ddf3793
-bookworm libstb-dev         0.0~git20220908.8b5f1f3+ds-1    4f85f82942c61845ac96d64d722ef1b2f4897d6662cb98bc5ff78596b8fbb144
+trixie   libonnxruntime-dev 1.21.0+dfsg-1               onnxruntime   14f7d959d5deacbcf1504830d4189f91fc67382b399ed9ae9d3aa9c4050ced08
+trixie   libxtensor-dev     0.25.0-2                    xtensor       c2e0e4602c968d6dee441a09f536cfe7d1fc00938a84fa6637d7e886ce306e21
+trixie   xtl-dev            0.7.7-1                     xtl           1ac50215055cd36e6dc5efbd1c1873db936cdfa1670e3ea584d2fac8b106c805
+trixie   libplog-dev        1.1.10-2                    plog          b6741d441af298142d15bb6f8263fbc14eefe6c1f0b4b056b247bcbefa539378
+trixie   libminiaudio-dev   0.11.22+dfsg-1              miniaudio     c4f3fa5238814def9604dda97a4b688909ad5b33e5e443b617c376ceea0ddc8b
+trixie   libcli11-dev       2.4.1+ds-2                  cli11         3b44d5a1edc75b413b2dddfa81bcf7dac05dae8dae502e7d818d9c2b03392023
+trixie   nlohmann-json3-dev 3.11.3-2.1                  nlohmann-json 741a6a32f61a14eaf9560ba1814b27da8e78fa3b9bed9e8867ab46316ddf3793
+bookworm libstb-dev         0.0~git20220908.8b5f1f3+ds-1 stb           4f85f82942c61845ac96d64d722ef1b2f4897d6662cb98bc5ff78596b8fbb144
 '
 onnxruntimePack='onnxruntime-node@1.21.1'
 onnxruntimeHash='YThL/YYeGAeytecOvRcTKUORTIE2f8/iSo/JZgHFawWrV4zOY7fWLEaNuscgjmY5C5/VE/Wr7tm+ucSsc/AysQ=='
@@ -87,7 +88,7 @@ quietly() {
 }
 
 fetchDebian() {
-    local release=$1 name=$2 version=$3 hash=$4 stamp
+    local release=$1 name=$2 version=$3 licence=$4 hash=$5 stamp
     stamp=$(stampOf "$@")
     [ ! -e "$stamp" ] || return 0
     prepareApt
@@ -104,6 +105,7 @@ fetchDebian() {
         rm -rf "$deps/include/${entry##*/}"
         mv "$entry" "$deps/include/"
     done
+    mv "$work/deb/root/usr/share/doc/$name/copyright" "$deps/licenses/$licence.txt"
     touch "$stamp"
 }
 
@@ -152,9 +154,12 @@ fetchRuntime() {
     touch "$stamp"
 }
 
+# Both libraries have their licence at the head of a header and nowhere else.
+firstComment() { sed '/\*\//q' "$1"; }
+
 fetchSources() {
     local audio=package/common/cpp/audioapi stamp
-    stamp=$(stampOf sources "$audioPack" "$audioHash")
+    stamp=$(stampOf sources licences "$audioPack" "$audioHash")
     [ ! -e "$stamp" ] || return 0
     fetchPack "$audioPack" "$audioHash" $audio/libs/pffft $audio/dsp/r8brain
     # Both include PFFFT's header by its path in that package.
@@ -165,19 +170,21 @@ fetchSources() {
     rm -f "$work/npm/src/r8brain/Resampler.hpp" # that package's own wrapper, not r8brain's
     rm -rf "$deps/src"
     mv "$work/npm/src" "$deps/src"
+    firstComment "$deps/src/pffft/pffft.h" >"$deps/licenses/pffft.txt"
+    firstComment "$deps/src/r8brain/r8bbase.h" >"$deps/licenses/r8brain.txt"
     touch "$stamp"
 }
 
 # --------------------------------------------------------------------------------------------------------------
 
-mkdir -p "$stamps"
+mkdir -p "$stamps" "$deps/licenses"
 exec 9>"$deps/.lock"
 flock 9 # two builds may start at once
 rm -rf "$work" && mkdir -p "$work"
 trap 'rm -rf "$work"' EXIT
 
-while read -r release name version hash; do
-    [ -z "$release" ] || fetchDebian "$release" "$name" "$version" "$hash"
+while read -r release name version licence hash; do
+    [ -z "$release" ] || fetchDebian "$release" "$name" "$version" "$licence" "$hash"
 done <<<"$debianPackages"
 fetchBenchmark
 fetchRuntime

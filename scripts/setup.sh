@@ -10,7 +10,7 @@ declare -A packages=(
     [fetch]="ca-certificates debian-archive-keyring"
     # clang, lld and llvm link the DLL (delayed loading needs lld); wine runs the Windows tests.
     [windows]="g++-mingw-w64-x86-64-posix clang lld llvm wine wine64"
-    [test]="binutils python3 python3-numpy python3-onnx"
+    [test]="binutils python3 python3-numpy python3-onnx python3-pefile unzip"
     [lint]="clang-format clang-tidy"
     [fuzz]="clang libclang-rt-14-dev llvm"
     [deep]="valgrind"
