@@ -4,6 +4,7 @@ A fenced block of a document is one of
 
     ```sh run                        run by the tests, in the order of the document
     ```sh not-run: <the reason>      not run by them, and why
+    ```<language> file=<name>        a file that the document's commands use
 """
 import re
 
@@ -45,3 +46,8 @@ def blocks_to_run(path):
         elif not re.fullmatch(r"not-run: .*\w.*", words):
             raise Unmarked(f"{path}:{line}: mark this block 'sh run', or 'sh not-run: REASON'.")
     return chosen
+
+
+def named_files(path):
+    """(name, text) of each block that is a file."""
+    return [(words.removeprefix("file="), text) for _, _, words, text in blocks(path) if words.startswith("file=")]
