@@ -6,7 +6,9 @@
 // memory, threads and handles were the same at the end as after the first minute.
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -115,7 +117,21 @@ private:
         const std::vector<float> block = noise.block(fed, frames);
         const bool first = fed == 0;
         fed += frames;
-        check(processor.process(block, false), first ? firstLength : laterLength);
+        const auto began = std::chrono::steady_clock::now();
+        const auto stems = processor.process(block, false);
+        const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - began;
+        times.push_back(taken.count());
+        check(stems, first ? firstLength : laterLength);
+    }
+
+    /// The middle one of the times since the last report, which are forgotten.
+    double medianTime()
+    {
+        const auto middle = times.begin() + static_cast<std::ptrdiff_t>(times.size() / 2);
+        std::nth_element(times.begin(), middle, times.end());
+        const double median = *middle;
+        times.clear();
+        return median;
     }
 
     void check(const std::vector<std::vector<float>>& stems, std::uint64_t length)
@@ -142,14 +158,14 @@ private:
         require(edge || largestError <= tolerance, "the stems do not add up to the input");
     }
 
-    void report(std::uint64_t minutes, const ProcessFigures& loaded) const
+    void report(std::uint64_t minutes, const ProcessFigures& loaded)
     {
         const ProcessFigures now = processFigures();
         std::printf(
             "after %4llu min: %.1f MB above the loaded model, at most %.1f MB; %zu threads, %zu handles; "
-            "largest error so far %.2g\n",
+            "a chunk took %.1f ms; largest error so far %.2g\n",
             static_cast<unsigned long long>(minutes), now.megabytes - loaded.megabytes,
-            now.peakMegabytes - loaded.megabytes, now.threads, now.handles, largestError);
+            now.peakMegabytes - loaded.megabytes, now.threads, now.handles, medianTime(), largestError);
         std::fflush(stdout);
     }
 
@@ -170,6 +186,7 @@ private:
     std::uint64_t fed = 0;
     std::uint64_t returned = 0;
     double largestError = 0.0;
+    std::vector<double> times; ///< of the calls since the last report, in milliseconds
 };
 
 } // namespace

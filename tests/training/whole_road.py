@@ -101,7 +101,7 @@ def main():
     training, separate = Path(sys.argv[1]), sys.argv[2]
     with tempfile.TemporaryDirectory() as name:
         folder = Path(name)
-        run(training / "make-data", "--out", folder / "data", "--chunks", CHUNKS, "--workers", 1, "--seed", 5,
+        run(training / "make-data", "--out", folder / "data", "--chunks", CHUNKS, "--ordinary", 2, "--workers", 1, "--seed", 5,
             "--material", folder / "material", "--voice-seconds", 10)
         run(*train(training, folder / "data", folder / "whole"))
         interrupt(train(training, folder / "data", folder / "resumed"), folder / "resumed")

@@ -32,6 +32,7 @@ FRAMES = 256
 CHUNK_SAMPLES = sample_count(FRAMES)
 POWER_FLOOR = 1e-10
 RATIO_RANGE = (-0.5, 1.5)  # beyond it a stem and the rest of the mixture nearly cancel; no mask gets there anyway
+ORDINARY = "ordinary"  # what the provenance calls a shard of ordinary mixes
 FIELDS = ("power", "ratio", "rest", "energy")
 
 
@@ -105,6 +106,11 @@ def shard_indices(folder):
     """The finished shards of a folder, ascending."""
     names = (re.fullmatch(r"shard-(\d{5})\.json", path.name) for path in Path(folder).glob("shard-*.json"))
     return sorted(int(name[1]) for name in names if name)
+
+
+def is_ordinary(folder, index):
+    """Whether a finished shard holds ordinary mixes."""
+    return json.loads(shard_path(folder, index, None).read_text())["provenance"].get("mix") == ORDINARY
 
 
 def write_shard(folder, index, chunks, provenance):

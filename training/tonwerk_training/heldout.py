@@ -6,7 +6,7 @@ from pathlib import Path
 import numpy as np
 import scipy.io.wavfile
 
-from . import effects, mixing, rendering
+from . import mixing, rendering
 from .chunkstore import SOURCES, STEMS
 from .stft import SAMPLE_RATE
 
@@ -16,11 +16,6 @@ SEED_OFFSET = 770_000  # keeps the songs apart from those of training, whatever 
 # nearly all the time they reach 7.8.
 ACTIVITY = 0.65
 OTHER_SHARE = 0.5
-# Levels in dB of an ordinary dense mix: over all songs together, the mixture taken as the estimate of a stem is then at
-# -6.7, -5.4, -9.8, -10.0, -8.2 and -7.3 dB.
-LEVELS = {"vocals": -6.6, "drum": -5.8, "piano": -11.3, "acoustic_guitar": -9.9, "electric_guitar": -9.7, "bass": -7.6,
-          "other": -6.5}
-LEVEL_SPREAD = 1.3
 RENDITIONS = ("sung", "speech")
 SONGS_PER_CHOIR = 6
 
@@ -41,7 +36,7 @@ def make_songs(material, folder, count, seed):
         studio.voices = speakers
         speech, _ = studio.render_song(np.random.default_rng([*seeds, 1]), SECONDS, ("vocals",), 1.0, "spoken")
         for rendition, vocals in zip(RENDITIONS, (sung["vocals"], speech["vocals"])):
-            mixed = _mix({**sung, "vocals": vocals}, np.random.default_rng([*seeds, 2]))
+            mixed = mixing.mix_ordinary({**sung, "vocals": vocals}, np.random.default_rng([*seeds, 2]))
             target = Path(folder) if rendition == "sung" else Path(f"{folder}-speech")
             _write(target / f"song-{song:02d}", mixed, {**used, "rendition": rendition})
             energies[rendition] += mixture_energies(mixed)
@@ -55,23 +50,6 @@ def _render(studio, rng, vocal_kind):
     """All six stems and sometimes a seventh."""
     stems = SOURCES if rng.random() < OTHER_SHARE else STEMS
     return studio.render_song(rng, SECONDS, stems, ACTIVITY, vocal_kind)
-
-
-def _mix(sources, rng):
-    """A conventional mix: moderate equaliser, room and places, levels as in LEVELS. float32 [7, 2, samples]."""
-    samples = sources["vocals"].shape[1]
-    mixed = np.zeros((len(SOURCES), 2, samples), np.float32)
-    response = effects.room(rng)
-    for index, stem in enumerate(SOURCES):
-        # The same numbers are drawn for a missing stem, so that both renditions share their backing.
-        pan = float(np.clip(rng.normal(0, 0.6 * mixing.PAN_WIDTH.get(stem, 0.6)), -0.7, 0.7))
-        gain, wet, width = rng.normal(0, LEVEL_SPREAD), rng.uniform(0.05, 0.35), rng.uniform(0.5, 1.1)
-        audio = sources.get(stem)
-        if audio is None:
-            continue
-        audio = effects.reverberate(effects.spread(audio, width, pan), response, 0.05 if stem == "bass" else wet)
-        mixed[index] = audio * np.float32(10 ** ((LEVELS[stem] + gain) / 20) / max(mixing.active_level(audio), 1e-6))
-    return mixing.set_level(mixed, -16.0)
 
 
 def mixture_energies(mixed):

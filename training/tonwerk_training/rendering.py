@@ -13,6 +13,8 @@ CHUNKS_PER_SONG = 3
 CHUNKS_PER_SHARD = 50
 SONG_SECONDS = CHUNKS_PER_SONG * CHUNK_SAMPLES / SAMPLE_RATE + 0.01
 ACTIVITY = 0.82  # share of a song's sections in which a stem plays
+ORDINARY_ACTIVITY = 0.65
+ORDINARY_OTHER = 0.5  # share of the ordinary songs with a seventh instrument
 
 
 class Studio:
@@ -65,6 +67,24 @@ def make_shard(studio, folder, seed, shard, count=CHUNKS_PER_SHARD, tracks=(), t
             chunks.append(chunkstore.summarise_chunk(mixing.mix_chunk(sources, rng)))
             provenance.append(origin)
     chunkstore.write_shard(folder, shard, chunks, {"seed": seed, "shard": shard, "chunks": provenance})
+    return time.process_time() - begin
+
+
+def make_ordinary_shard(studio, folder, seed, shard, count=CHUNKS_PER_SHARD):
+    """As make_shard(), of songs in which all six stems play, mixed as usual. Returns seconds of processor time."""
+    begin = time.process_time()
+    rng = np.random.default_rng(np.random.SeedSequence([seed, shard]))
+    chunks, provenance = [], []
+    while len(chunks) < count:
+        stems = SOURCES if rng.random() < ORDINARY_OTHER else SOURCES[:-1]
+        sources, used = studio.render_song(rng, SONG_SECONDS, stems, ORDINARY_ACTIVITY)
+        mixed = mixing.mix_ordinary(sources, rng)
+        for place in range(min(CHUNKS_PER_SONG, count - len(chunks))):
+            piece = mixed[:, :, place * CHUNK_SAMPLES:(place + 1) * CHUNK_SAMPLES]
+            chunks.append(chunkstore.summarise_chunk(np.ascontiguousarray(piece)))
+            provenance.append(used)
+    chunkstore.write_shard(folder, shard, chunks,
+                           {"seed": seed, "shard": shard, "mix": chunkstore.ORDINARY, "chunks": provenance})
     return time.process_time() - begin
 
 

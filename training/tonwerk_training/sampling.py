@@ -8,6 +8,7 @@ from .bands import BANDS
 from .network import fold
 
 VALIDATION_CHUNKS = 24
+VARIED_SHARE_LATE = 0.25  # of the other chunks stay among the ordinary mixes of the later part
 SILENCED_SHARE = 0.05  # of the crops begin with silence, as a stream's first window does
 EQUALISED_SHARE = 0.5  # of the crops are seen through a random equaliser
 EQUALISER_POINTS = 7
@@ -18,22 +19,26 @@ class Sampler:
     """Draws batches: random crops in time, without replacement within an epoch.
 
     Everything random follows from the seed, the epoch and the step. Shards that appear in the folder during an epoch
-    are part of the next. The first shard's first chunks are kept for validation.
+    are part of the next. The first shard's first chunks are kept for validation. Set `late` to go over to ordinary mixes
+    with the next epoch, if there are such shards.
     """
 
     def __init__(self, folder, batch, frames, seed):
         self.folder, self.batch, self.frames, self.seed = folder, batch, frames, seed
         self.epoch, self.position, self.step = -1, 0, 0
+        self.late = False
         self.shards = []
         self.opened = {}
         self._begin_epoch(chunkstore.shard_indices(folder))
 
     def state(self):
         """What load() needs to go on from here."""
-        return {"epoch": self.epoch, "position": self.position, "step": self.step, "shards": self.shards}
+        return {"epoch": self.epoch, "position": self.position, "step": self.step, "shards": self.shards,
+                "late": self.epoch_is_late}
 
     def load(self, state):
         self.epoch = state["epoch"] - 1
+        self.late = state.get("late", False)
         self._begin_epoch(state["shards"])
         self.position, self.step = state["position"], state["step"]
 
@@ -47,8 +52,18 @@ class Sampler:
         self.held_aside = min(VALIDATION_CHUNKS, counts[0] // 2)
         chunks = [(index, row) for index, count in zip(shards, counts)
                   for row in range(self.held_aside if index == shards[0] else 0, count)]
-        order = np.random.default_rng([self.seed, 1, self.epoch]).permutation(len(chunks))
+        random = np.random.default_rng([self.seed, 1, self.epoch])
+        self.epoch_is_late = self.late
+        if self.late:
+            chunks = self._mostly_ordinary(chunks, random)
+        order = random.permutation(len(chunks))
         self.order = [chunks[place] for place in order] * -(-self.batch // len(chunks))
+
+    def _mostly_ordinary(self, chunks, random):
+        ordinary = {index for index in self.shards if chunkstore.is_ordinary(self.folder, index)}
+        if not ordinary:
+            return chunks
+        return [chunk for chunk in chunks if chunk[0] in ordinary or random.random() < VARIED_SHARE_LATE]
 
     def _shard(self, index):
         if index not in self.opened:

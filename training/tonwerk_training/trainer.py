@@ -18,6 +18,7 @@ from .optimizer import Muon
 from .sampling import Sampler, unpack
 
 WARM_UP = 0.01  # of the run
+ORDINARY_FROM = 0.55  # of the run: ordinary mixes, such as the network is for, come last
 LAST_RATE = 0.01  # of the full learning rate, at the end
 CLIP_NORM = 5.0
 LOG_STEPS = 50
@@ -139,6 +140,7 @@ class Trainer:
         with ThreadPoolExecutor(1) as reader:
             future = reader.submit(self._draw)
             while self.progress < 1 and not stopping:
+                self.sampler.late = self.progress >= ORDINARY_FROM
                 began = time.monotonic()
                 batch, state = future.result()
                 future = reader.submit(self._draw)
