@@ -62,7 +62,7 @@ demo: build
 	@printf '\nThe stems of build/demo/song.wav:\n'; ls build/demo/song/*.wav
 
 test:
-	scripts/setup.sh native fetch windows test training
+	scripts/setup.sh native fetch windows test browser training
 	scripts/fetch-deps.sh
 	@$(foreach preset,linux-release linux-asan mingw-release,$(call configured,$(preset)) &&) true
 	$(call compile,linux-release)

@@ -27,6 +27,10 @@ constexpr const char* details =
     "The last line tells the real-time factor (time taken / length of the song) and the null test:\n"
     "the largest absolute value of six stems + residual - song, which is rounding noise.\n"
     "\n"
+    "The report page opens in a browser from the disk, without a server or a network. It shows waveform\n"
+    "and spectrogram of the song and of its stems, and plays the stem files that lie beside it in step,\n"
+    "with mute, solo and volume for each; the key ? shows its keyboard commands.\n"
+    "\n"
     "Exit codes: 0 done, 1 failed, 2 wrong usage, 130 interrupted.";
 
 /// The options as CLI11 fills them in.
@@ -37,6 +41,7 @@ struct RawOptions
     std::string model;
     std::string key;
     std::vector<std::string> stems{stemNames.begin(), stemNames.end()};
+    bool report = false;
 };
 
 void declareOptions(CLI::App& app, RawOptions& raw)
@@ -57,6 +62,7 @@ void declareOptions(CLI::App& app, RawOptions& raw)
         ->allow_extra_args(false)
         ->take_all()
         ->type_name("LIST");
+    app.add_flag("--report", raw.report, "Write a page that shows and plays the stems: DIR/SONG/report.html");
 }
 
 } // namespace
@@ -79,8 +85,8 @@ std::optional<Options> readOptions(int argc, char** argv)
     {
         throw UsageError(asReason(error.what()) + " (--help tells more).");
     }
-    return Options{toPath(raw.song), toPath(raw.outputFolder), toPath(raw.model), raw.key,
-                   stemsNamed(raw.stems)};
+    return Options{toPath(raw.song), toPath(raw.outputFolder), toPath(raw.model),
+                   raw.key,          stemsNamed(raw.stems),    raw.report};
 }
 
 } // namespace tonwerk::app

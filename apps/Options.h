@@ -20,6 +20,8 @@ struct Options
     std::string key;
     /// The stems to write.
     StemSet stems;
+    /// Whether to write a page that shows and plays the stems.
+    bool report;
 };
 
 /// Reads the command line, on Windows from the system, which has it in Unicode.

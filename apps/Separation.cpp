@@ -38,8 +38,8 @@ StreamFeeder::Stems separated(Separate separate)
 } // namespace
 
 Separation::Separation(std::shared_ptr<InferenceContext> model, SongReader& song, StemFolder& stems,
-                       const StemSet& wanted)
-    : feeder(std::move(model), processorConfig(wanted)), reader(song), folder(stems)
+                       const StemSet& wanted, SongReport* report)
+    : feeder(std::move(model), processorConfig(wanted)), reader(song), folder(stems), report(report)
 {
 }
 
@@ -72,6 +72,8 @@ bool Separation::processBlock()
     reader.read(frames, block);
     const bool atEnd = block.size() < 2 * frames;
     nullTest.feed(block);
+    if (report)
+        report->feedSong(block);
     take(separated([this] { return feeder.feed(block); }));
     if (atEnd)
         take(separated([this] { return feeder.finish(); }));
@@ -84,6 +86,8 @@ void Separation::take(const StreamFeeder::Stems& stems)
         return;
     nullTest.compare(stems);
     folder.write(stems);
+    if (report)
+        report->feedStems(stems);
     framesReturned += stems.front().size() / 2;
 }
 

@@ -11,6 +11,7 @@
 
 #include "NullTest.h"
 #include "SongReader.h"
+#include "SongReport.h"
 #include "StemFolder.h"
 #include "Stems.h"
 
@@ -37,8 +38,9 @@ class Separation
 public:
     /// All references must outlive this object.
     /// \param wanted the stems to ask of the model
+    /// \param report watches the song and its stems, if there is one
     Separation(std::shared_ptr<InferenceContext> model, SongReader& song, StemFolder& stems,
-               const StemSet& wanted);
+               const StemSet& wanted, SongReport* report);
 
     /// Called after every block with the fraction that is done and the seconds of sound that have been worked
     /// on.
@@ -58,6 +60,7 @@ private:
     StreamFeeder feeder;
     SongReader& reader;
     StemFolder& folder;
+    SongReport* report;
     NullTest nullTest;
     std::vector<float> block;
     std::uint64_t framesReturned = 0;

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <exception>
 #include <new>
+#include <optional>
 #include <string>
 
 #include "Failure.h"
@@ -11,6 +12,7 @@
 #include "ProgressDisplay.h"
 #include "Separation.h"
 #include "SongReader.h"
+#include "SongReport.h"
 #include "StemFolder.h"
 #include "Text.h"
 
@@ -31,10 +33,20 @@ SeparationResult separateSong(const Options& options)
 {
     SongReader song(options.song);
     StemFolder folder(options.outputFolder, options.song, options.stems, song.channels(), song.sampleRate());
-    Separation separation(loadModel(options.model, options.key), song, folder, options.stems);
+    std::optional<SongReport> page;
+    if (options.report)
+        page.emplace(options.stems, song.sampleRate());
+    Separation separation(loadModel(options.model, options.key), song, folder, options.stems,
+                          page ? &*page : nullptr);
     ProgressDisplay display(platform::standardErrorIsTerminal());
-    return separation.run([&display](double fraction, double audioSeconds)
-                          { display.update(fraction, audioSeconds); });
+    const SeparationResult result = separation.run([&display](double fraction, double audioSeconds)
+                                                   { display.update(fraction, audioSeconds); });
+    if (page)
+        page->write(folder.path() / "report.html",
+                    {toText(options.song.filename()), toText(options.model.filename()), song.channels(),
+                     result.audioSeconds, result.processingSeconds, result.nullPeak,
+                     result.nonFiniteSamples});
+    return result;
 }
 
 // The library logs to standard output, so this comes after its end: it is the last line there.

@@ -2,7 +2,8 @@
 # Installs the Debian 12 packages that the named groups need. Installs only what is missing: when everything is
 # there, nothing is run as root and the network is not touched.
 #
-#   scripts/setup.sh GROUP...      groups: native fetch windows test lint fuzz deep training demo peers, or all
+#   scripts/setup.sh GROUP...      groups: native fetch windows test browser lint fuzz deep training demo peers, or
+#                                    all
 set -euo pipefail
 
 declare -A packages=(
@@ -11,6 +12,8 @@ declare -A packages=(
     # clang, lld and llvm link the DLL (delayed loading needs lld); wine runs the Windows tests.
     [windows]="g++-mingw-w64-x86-64-posix clang lld llvm wine wine64"
     [test]="binutils python3 python3-numpy python3-onnx python3-pefile unzip"
+    # The report page is tested in it.
+    [browser]="chromium chromium-driver"
     [lint]="clang-format clang-tidy"
     [fuzz]="clang libclang-rt-14-dev llvm"
     [deep]="valgrind"
@@ -30,7 +33,7 @@ fail() {
     exit 1
 }
 
-[ $# -gt 0 ] || { sed -n '2,5s/^# \{0,1\}//p' "$0" >&2; exit 2; }
+[ $# -gt 0 ] || { sed -n '2,6s/^# \{0,1\}//p' "$0" >&2; exit 2; }
 [ "$*" != all ] || set -- "${!packages[@]}"
 
 missing=()
