@@ -43,7 +43,7 @@ std::string reportPage(const nlohmann::json& data)
         place = found + mark.size();
     };
     insertAt("/* report.css */", reportStyle());
-    insertAt("{\"report\": \"data\"}", asScriptText(data));
+    insertAt(R"({"report": "data"})", asScriptText(data));
     insertAt("/* scripts */", reportScript());
     return page.append(frame.substr(place));
 }

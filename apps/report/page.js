@@ -189,10 +189,10 @@ mixer.addEventListener('change', showMixer);
 
 /* --- Mouse and touch --- */
 
-function setLoopRegion(from, to) {
+function setLoopRegion(from, to, on = true) {
     const [start, end] = [Math.min(from, to), Math.max(from, to)];
     const shortest = Math.min(0.1, data.seconds);
-    player.setLoop({ on: true, start: Math.min(start, data.seconds - shortest), end: Math.max(end, start + shortest) });
+    player.setLoop({ on, start: Math.min(start, data.seconds - shortest), end: Math.max(end, start + shortest) });
 }
 
 function bindPictures(pictures) {
@@ -209,12 +209,14 @@ function bindPictures(pictures) {
         pictures.setPointerCapture(event.pointerId);
     });
     pictures.addEventListener('pointermove', (event) => {
-        if (isDrag(event)) setLoopRegion(from.time, timeAt(event));
+        if (isDrag(event)) setLoopRegion(from.time, timeAt(event), false);
     });
     pictures.addEventListener('pointerup', (event) => {
         if (from === null) return;
-        if (isDrag(event)) player.moveTo(player.loop.start);
-        else goTo(timeAt(event));
+        if (isDrag(event)) {
+            setLoopRegion(from.time, timeAt(event));
+            player.moveTo(player.loop.start);
+        } else goTo(timeAt(event));
         from = null;
     });
     pictures.addEventListener('pointercancel', () => (from = null));
@@ -305,7 +307,7 @@ function actionOf(event) {
 }
 
 document.addEventListener('keydown', (event) => {
-    if (event.ctrlKey || event.metaKey || byId('help').open) return;
+    if (event.ctrlKey || event.altKey || event.metaKey || byId('help').open) return;
     const control = event.target.closest('button, a, input');
     const itsOwn = control?.matches('input') ? /^(Arrow|Home|End|Page)/ : /^(Space|Enter)$/;
     if (control && itsOwn.test(event.code)) return; // a focused control keeps the keys that work it

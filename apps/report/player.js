@@ -48,12 +48,6 @@ class StemPlayer extends EventTarget {
         return Math.min(this.elements[0].currentTime, this.duration);
     }
 
-    /** Largest difference in seconds between the positions of two stems. */
-    get spread() {
-        const times = this.elements.map((element) => element.currentTime);
-        return Math.max(...times) - Math.min(...times);
-    }
-
     toggle() {
         return this.playing ? this.pause() : this.play();
     }

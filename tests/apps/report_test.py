@@ -44,10 +44,14 @@ def rising_noise(seconds):
     return noise * np.linspace(-0.2, 1, frames).clip(0)[:, None]
 
 
-def make_report(folder, song, seconds, *options):
+def separate(folder, song, seconds, *options):
     (folder / song).write_bytes(wav_of(rising_noise(seconds)))
-    done = subprocess.run([*command, song, "-o", "out", "--model", str(models / "gains.onnx"), "--report", *options],
+    return subprocess.run([*command, song, "-o", "out", "--model", str(models / "gains.onnx"), *options],
                           cwd=folder, capture_output=True, encoding="utf-8")
+
+
+def make_report(folder, song, seconds, *options):
+    done = separate(folder, song, seconds, "--report", *options)
     if done.returncode:
         raise AssertionError(done.stderr)
     return folder / "out" / Path(song).stem / "report.html"
@@ -245,6 +249,18 @@ class ReportTest(unittest.TestCase):
         self.browser.press("space")
         self.browser.wait("[0, 2].every((stem) => document.querySelectorAll('audio')[stem].currentTime > 0.2)")
         self.assertTrue(all("bass.wav" in error for error in self.browser.errors()))
+
+    def test_a_page_that_cannot_be_written_is_told_and_the_stems_stay(self):
+        folder = self.folder / "out" / "blocked"
+        (folder / "report.html").mkdir(parents=True)
+        done = separate(self.folder, "blocked.wav", 1, "--report")
+        self.assertEqual(done.returncode, 1)
+        self.assertRegex(done.stderr.splitlines()[-1], r'^tonwerk-separate: Cannot rename ".*report.html.part".*\.$')
+        self.assertEqual({path.name for path in folder.iterdir()}, {"report.html", *(f"{name}.wav" for name in STEMS)})
+
+    def test_no_page_is_written_unasked(self):
+        self.assertEqual(separate(self.folder, "plain.wav", 1).returncode, 0)
+        self.assertFalse((self.folder / "out" / "plain" / "report.html").exists())
 
     @unittest.skipIf(sys.argv[-1].endswith(".exe"), "Windows has no such file names")
     def test_a_hostile_name_is_only_text(self):
