@@ -17,7 +17,7 @@ public:
 class Interrupted : public std::runtime_error
 {
 public:
-    Interrupted() : std::runtime_error("Interrupted, no stems were kept.") {}
+    Interrupted() : std::runtime_error("Interrupted: songs that are not done have left no stems.") {}
 };
 
 /// The command line makes no sense: the text is one whole sentence.

@@ -1,7 +1,16 @@
 #include "Platform.h"
 
+#include <atomic>
 #include <csignal>
+#include <cwchar>
+#include <cwctype>
+#include <string_view>
+#include <system_error>
 
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <link.h>
+#include <locale.h> // NOLINT(modernize-deprecated-headers): POSIX's newlocale stands in no other
 #include <unistd.h>
 
 namespace tonwerk::app::platform
@@ -10,11 +19,42 @@ namespace tonwerk::app::platform
 namespace
 {
 
-volatile std::sig_atomic_t stopRequested = 0;
+std::atomic<bool> stopRequested{false};
 
 extern "C" void requestStop(int)
 {
-    stopRequested = 1;
+    stopRequested = true;
+}
+
+/// A temporary file without a name, opened for appending and once more for reading.
+struct TemporaryFile
+{
+    int appending = -1;
+    int reading = -1;
+};
+
+TemporaryFile openTemporaryFile()
+{
+    std::error_code failure;
+    std::string path = (std::filesystem::temp_directory_path(failure) / "tonwerk-log-XXXXXX").string();
+    TemporaryFile file;
+    file.appending = failure ? -1 : mkostemp(path.data(), O_APPEND | O_CLOEXEC);
+    if (file.appending >= 0)
+    {
+        file.reading = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        unlink(path.c_str());
+    }
+    return file;
+}
+
+extern "C" int noteRuntime(dl_phdr_info* module, std::size_t, void* path)
+{
+    constexpr std::string_view name = "/libonnxruntime_pelagrin.so";
+    const std::string_view found = module->dlpi_name;
+    if (found.size() < name.size() || found.substr(found.size() - name.size()) != name)
+        return 0;
+    *static_cast<std::string*>(path) = found;
+    return 1;
 }
 
 } // namespace
@@ -29,11 +69,69 @@ bool seekFile(std::FILE* file, std::int64_t offset, int origin)
     return fseeko(file, offset, origin) == 0;
 }
 
+void makeBinary(std::FILE*) {}
+
 void setUpConsole() {}
 
 bool standardErrorIsTerminal()
 {
     return isatty(STDERR_FILENO) == 1;
+}
+
+DivertedOutput divertStandardOutput()
+{
+    std::fflush(stdout);
+    const int former = fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 3);
+    std::FILE* const output = former >= 0 ? fdopen(former, "w") : nullptr;
+    const TemporaryFile file = openTemporaryFile();
+    if (output == nullptr || file.reading < 0 || dup2(file.appending, STDOUT_FILENO) < 0)
+        return {output != nullptr ? output : stderr, nullptr};
+    close(file.appending);
+    return {output, fdopen(file.reading, "r")};
+}
+
+unsigned threadNumber()
+{
+    return static_cast<unsigned>(gettid());
+}
+
+std::string inLowerCase(const std::string& utf8)
+{
+    static const locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    if (locale == nullptr)
+        return utf8;
+    const locale_t former = uselocale(locale);
+    std::string lower;
+    std::mbstate_t reading{};
+    std::mbstate_t writing{};
+    for (std::size_t place = 0; place < utf8.size();)
+    {
+        wchar_t character = 0;
+        const std::size_t length =
+            std::mbrtowc(&character, utf8.data() + place, utf8.size() - place, &reading);
+        if (length == 0 || length > utf8.size() - place)
+        {
+            lower += utf8[place++]; // no UTF-8, which file names need not be
+            reading = {};
+            continue;
+        }
+        std::string bytes(MB_CUR_MAX, '\0');
+        const std::size_t count = std::wcrtomb(
+            bytes.data(), static_cast<wchar_t>(std::towlower(static_cast<wint_t>(character))), &writing);
+        lower.append(bytes, 0, count);
+        place += length;
+    }
+    uselocale(former);
+    return lower;
+}
+
+void* runtimeEntryPoint()
+{
+    std::string path;
+    if (dl_iterate_phdr(noteRuntime, &path) == 0)
+        return nullptr;
+    void* const runtime = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
+    return runtime != nullptr ? dlsym(runtime, "OrtGetApiBase") : nullptr;
 }
 
 void watchInterrupts()
@@ -52,7 +150,7 @@ void watchInterrupts()
 
 bool interruptRequested()
 {
-    return stopRequested != 0;
+    return stopRequested;
 }
 
 } // namespace tonwerk::app::platform

@@ -1,7 +1,12 @@
 #include "Platform.h"
 
+#include <array>
 #include <atomic>
+#include <cwchar>
+#include <vector>
 
+#include <fcntl.h>
+#include <io.h>
 #include <windows.h>
 
 namespace tonwerk::app::platform
@@ -22,6 +27,35 @@ BOOL WINAPI requestStop(DWORD event)
     return again ? FALSE : TRUE;
 }
 
+HANDLE openTemporary(const wchar_t* path, DWORD access, DWORD disposition)
+{
+    return CreateFileW(path, access, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                       disposition, FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+}
+
+/// A temporary file, opened for appending and once more for reading.
+struct TemporaryFile
+{
+    int appending = -1;
+    int reading = -1;
+};
+
+TemporaryFile openTemporaryFile()
+{
+    std::array<wchar_t, MAX_PATH + 1> folder{};
+    std::array<wchar_t, MAX_PATH + 1> path{};
+    if (GetTempPathW(MAX_PATH, folder.data()) == 0 ||
+        GetTempFileNameW(folder.data(), L"ton", 0, path.data()) == 0)
+        return {};
+    const HANDLE appending =
+        openTemporary(path.data(), FILE_APPEND_DATA | SYNCHRONIZE | DELETE, CREATE_ALWAYS);
+    const HANDLE reading = openTemporary(path.data(), GENERIC_READ | DELETE, OPEN_EXISTING);
+    if (appending == INVALID_HANDLE_VALUE || reading == INVALID_HANDLE_VALUE)
+        return {};
+    return {_open_osfhandle(reinterpret_cast<std::intptr_t>(appending), _O_APPEND | _O_WRONLY | _O_BINARY),
+            _open_osfhandle(reinterpret_cast<std::intptr_t>(reading), _O_RDONLY | _O_BINARY)};
+}
+
 } // namespace
 
 std::FILE* openFile(const std::filesystem::path& path, FileMode mode)
@@ -32,6 +66,11 @@ std::FILE* openFile(const std::filesystem::path& path, FileMode mode)
 bool seekFile(std::FILE* file, std::int64_t offset, int origin)
 {
     return _fseeki64(file, offset, origin) == 0;
+}
+
+void makeBinary(std::FILE* stream)
+{
+    _setmode(_fileno(stream), _O_BINARY);
 }
 
 void setUpConsole()
@@ -45,6 +84,40 @@ bool standardErrorIsTerminal()
     return GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &mode) != 0;
 }
 
+DivertedOutput divertStandardOutput()
+{
+    std::fflush(stdout);
+    const int former = _dup(_fileno(stdout));
+    std::FILE* const output = former >= 0 ? _fdopen(former, "w") : nullptr;
+    const TemporaryFile file = openTemporaryFile();
+    if (output == nullptr || file.reading < 0 || _dup2(file.appending, _fileno(stdout)) != 0)
+        return {output != nullptr ? output : stderr, nullptr};
+    _close(file.appending);
+    return {output, _fdopen(file.reading, "rb")};
+}
+
+unsigned threadNumber()
+{
+    return GetCurrentThreadId();
+}
+
+std::string inLowerCase(const std::string& utf8)
+{
+    const std::wstring text = std::filesystem::path(std::u8string(utf8.begin(), utf8.end())).wstring();
+    std::vector<wchar_t> lower(text.size());
+    if (LCMapStringEx(LOCALE_NAME_INVARIANT, LCMAP_LOWERCASE, text.c_str(), static_cast<int>(text.size()),
+                      lower.data(), static_cast<int>(lower.size()), nullptr, nullptr, 0) == 0)
+        return utf8;
+    const std::u8string result = std::filesystem::path(lower.begin(), lower.end()).u8string();
+    return {result.begin(), result.end()};
+}
+
+void* runtimeEntryPoint()
+{
+    const HMODULE runtime = GetModuleHandleW(L"onnxruntime_pelagrin.dll");
+    return runtime != nullptr ? reinterpret_cast<void*>(GetProcAddress(runtime, "OrtGetApiBase")) : nullptr;
+}
+
 void watchInterrupts()
 {
     SetConsoleCtrlHandler(requestStop, TRUE);
@@ -52,7 +125,7 @@ void watchInterrupts()
 
 bool interruptRequested()
 {
-    return stopRequested.load();
+    return stopRequested;
 }
 
 } // namespace tonwerk::app::platform

@@ -23,16 +23,18 @@ int wholePercent(double fraction)
 
 } // namespace
 
-ProgressDisplay::ProgressDisplay(bool onTerminal) : terminal(onTerminal)
-{
-    if (terminal)
-        std::fprintf(stderr, "[%*s]   0 %%", static_cast<int>(barWidth), "");
-}
+ProgressDisplay::ProgressDisplay(bool onTerminal) : terminal(onTerminal) {}
 
 ProgressDisplay::~ProgressDisplay()
 {
-    if (terminal)
+    endLine();
+}
+
+void ProgressDisplay::endLine()
+{
+    if (barIsShown)
         std::fputc('\n', stderr);
+    barIsShown = false;
 }
 
 void ProgressDisplay::update(double fraction, double audioSeconds)
@@ -55,6 +57,7 @@ void ProgressDisplay::drawBar(double fraction, double secondsLeft, double speed)
     // The blanks at the end cover what a longer line left behind.
     std::fprintf(stderr, "\r[%s] %3d %%, %s left, %.1f x real time    ", bar.c_str(), wholePercent(fraction),
                  asClock(secondsLeft).c_str(), speed);
+    barIsShown = true;
 }
 
 void ProgressDisplay::printStep(double fraction, double secondsLeft, double speed)

@@ -11,10 +11,10 @@ namespace tonwerk::app
 class ProgressDisplay
 {
 public:
-    /// Starts the clock and shows the beginning.
+    /// Starts the clock.
     explicit ProgressDisplay(bool onTerminal);
 
-    /// Ends the bar's line.
+    /// Ends the bar's line, if it is shown.
     ~ProgressDisplay();
 
     ProgressDisplay(const ProgressDisplay&) = delete;
@@ -23,6 +23,9 @@ public:
     /// \param fraction of the work that is done, from 0 to 1
     /// \param audioSeconds of sound that have been worked on, for the speed
     void update(double fraction, double audioSeconds);
+
+    /// Leaves the line of the bar to somebody else; the next update draws it anew.
+    void endLine();
 
 private:
     using Clock = std::chrono::steady_clock;
@@ -33,6 +36,7 @@ private:
     bool terminal;
     Clock::time_point start = Clock::now();
     int lastStep = 0;
+    bool barIsShown = false;
 };
 
 } // namespace tonwerk::app

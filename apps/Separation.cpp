@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <exception>
 #include <new>
-#include <string>
 #include <utility>
 
 #include "Failure.h"
@@ -19,7 +18,7 @@ namespace
 
 /// What `separate` returns; a failure of the library becomes a sentence for the user.
 template <typename Separate>
-StreamFeeder::Stems separated(Separate separate)
+StemStream::Stems separated(Separate separate)
 {
     try
     {
@@ -37,9 +36,11 @@ StreamFeeder::Stems separated(Separate separate)
 
 } // namespace
 
-Separation::Separation(std::shared_ptr<InferenceContext> model, SongReader& song, StemFolder& stems,
-                       const StemSet& wanted, SongReport* report)
-    : feeder(std::move(model), processorConfig(wanted)), reader(song), folder(stems), report(report)
+Separation::Separation(std::shared_ptr<InferenceContext> model, SongSource& song,
+                       const std::vector<Track>& tracks, StemSink& sink, LibraryLog& log, SongReport* report)
+    : stream(std::move(model), stemsToAsk(tracks), song.sampleRate()), source(song), sink(sink),
+      libraryLog(log), report(report), maker(tracks, song.channels()),
+      meters(tracks.size(), TrackMeter(song.channels(), song.sampleRate()))
 {
 }
 
@@ -47,61 +48,74 @@ SeparationResult Separation::run(const Progress& progress)
 {
     using Clock = std::chrono::steady_clock;
     const auto start = Clock::now();
-    if (reader.statedFrames() > StemWriter::maxFrames(reader.channels()))
-        throw Failure("The song is too long: its stems would exceed the 4 GB that a WAV file can hold.");
     bool atEnd = false;
     while (!atEnd)
     {
         if (platform::interruptRequested())
             throw Interrupted();
         atEnd = processBlock();
-        progress(atEnd ? 1.0 : reader.fractionRead(), seconds(reader.framesRead()));
+        progress(atEnd ? 1.0 : source.fractionRead(), seconds(source.framesRead()));
     }
     checkLength();
     if (platform::interruptRequested())
         throw Interrupted();
-    folder.keep();
     const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
-    return {seconds(reader.framesRead()), elapsed, nullTest.peak(), nullTest.nonFiniteSamples()};
+    // A mono song was counted on both channels.
+    const std::uint64_t nonFinite = stream.nonFiniteSamples() * source.channels() / 2;
+    return {framesReturned, seconds(framesReturned), elapsed,          stream.nullPeak(),
+            nonFinite,      std::move(meters),       std::move(logged)};
 }
 
 bool Separation::processBlock()
 {
     // One run of the model each time, so that the progress tells the speed.
-    const std::size_t frames = feeder.framesUntilResult();
-    reader.read(frames, block);
+    const std::size_t frames = stream.framesUntilResult();
+    source.read(frames, block);
     const bool atEnd = block.size() < 2 * frames;
-    nullTest.feed(block);
     if (report)
         report->feedSong(block);
-    take(separated([this] { return feeder.feed(block); }));
+    take(separated([this] { return stream.feed(block); }));
     if (atEnd)
-        take(separated([this] { return feeder.finish(); }));
+        take(separated([this] { return stream.finish(); }));
     return atEnd;
 }
 
-void Separation::take(const StreamFeeder::Stems& stems)
+void Separation::take(const StemStream::Stems& stems)
 {
-    if (stems.empty())
+    checkLog();
+    if (stems.empty() || stems.front().empty())
         return;
-    nullTest.compare(stems);
-    folder.write(stems);
+    const auto& tracks = maker.make(stems);
+    for (std::size_t track = 0; track < tracks.size(); ++track)
+        meters[track].feed(tracks[track]);
+    sink.write(tracks);
     if (report)
         report->feedStems(stems);
     framesReturned += stems.front().size() / 2;
 }
 
+void Separation::checkLog()
+{
+    for (LibraryLog::Record& record : libraryLog.take())
+    {
+        if (record.isError)
+            throw Failure("The model failed at " + asClock(seconds(framesReturned)) +
+                          " or soon after: " + record.text + ".");
+        logged.push_back(std::move(record.text));
+    }
+}
+
 void Separation::checkLength() const
 {
-    if (framesReturned != reader.framesRead())
+    if (framesReturned != source.framesRead())
         throw Failure("The library returned " + std::to_string(framesReturned) +
-                      " samples per channel for the " + std::to_string(reader.framesRead()) +
+                      " samples per channel for the " + std::to_string(source.framesRead()) +
                       " that it was given.");
 }
 
 double Separation::seconds(std::uint64_t frames) const
 {
-    return static_cast<double>(frames) / static_cast<double>(reader.sampleRate());
+    return static_cast<double>(frames) / static_cast<double>(source.sampleRate());
 }
 
 } // namespace tonwerk::app

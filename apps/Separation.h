@@ -4,16 +4,18 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <string>
 #include <vector>
 
-#include <tonwerk/StreamFeeder.h>
 #include <tonwerk/TonwerkProc.h>
 
-#include "NullTest.h"
-#include "SongReader.h"
+#include "LibraryLog.h"
 #include "SongReport.h"
-#include "StemFolder.h"
-#include "Stems.h"
+#include "SongSource.h"
+#include "StemSink.h"
+#include "StemStream.h"
+#include "TrackMeter.h"
+#include "Tracks.h"
 
 namespace tonwerk::app
 {
@@ -21,6 +23,8 @@ namespace tonwerk::app
 /// What a separation has shown.
 struct SeparationResult
 {
+    /// Samples per channel of the song, and so of each track.
+    std::uint64_t frames;
     /// Length of the song.
     double audioSeconds;
     /// Time that it took to decode, separate and write it, without loading the model.
@@ -29,39 +33,47 @@ struct SeparationResult
     double nullPeak;
     /// Samples of the song that were NaN or infinite.
     std::uint64_t nonFiniteSamples;
+    /// Of each track.
+    std::vector<TrackMeter> meters;
+    /// What the library logged meanwhile.
+    std::vector<std::string> log;
 };
 
-/// Streams one song through the library and into its files. Takes as much memory for a long song as for a
+/// Streams one song through the library and into its tracks. Takes as much memory for a long song as for a
 /// short one.
 class Separation
 {
 public:
     /// All references must outlive this object.
-    /// \param wanted the stems to ask of the model
     /// \param report watches the song and its stems, if there is one
-    Separation(std::shared_ptr<InferenceContext> model, SongReader& song, StemFolder& stems,
-               const StemSet& wanted, SongReport* report);
+    Separation(std::shared_ptr<InferenceContext> model, SongSource& song, const std::vector<Track>& tracks,
+               StemSink& sink, LibraryLog& log, SongReport* report);
 
     /// Called after every block with the fraction that is done and the seconds of sound that have been worked
     /// on.
     using Progress = std::function<void(double fraction, double audioSeconds)>;
 
-    /// Separates the whole song and keeps its files.
-    /// \throws Failure if the song cannot be read, separated or written
+    /// Separates the whole song.
+    /// \throws Failure if the song cannot be read, separated or written; also if the model fails in its
+    ///         middle, where the library would go on with silence
     /// \throws Interrupted if the user asks to stop
     SeparationResult run(const Progress& progress);
 
 private:
     bool processBlock();
-    void take(const StreamFeeder::Stems& stems);
+    void take(const StemStream::Stems& stems);
+    void checkLog();
     void checkLength() const;
     double seconds(std::uint64_t frames) const;
 
-    StreamFeeder feeder;
-    SongReader& reader;
-    StemFolder& folder;
+    StemStream stream;
+    SongSource& source;
+    StemSink& sink;
+    LibraryLog& libraryLog;
     SongReport* report;
-    NullTest nullTest;
+    TrackMaker maker;
+    std::vector<TrackMeter> meters;
+    std::vector<std::string> logged;
     std::vector<float> block;
     std::uint64_t framesReturned = 0;
 };

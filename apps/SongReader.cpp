@@ -12,6 +12,7 @@
 #include "BinaryFile.h"
 #include "Failure.h"
 #include "OggPages.h"
+#include "Sha256.h"
 #include "Text.h"
 
 namespace tonwerk::app
@@ -19,8 +20,6 @@ namespace tonwerk::app
 
 namespace
 {
-
-constexpr unsigned separableRate = 44100;
 
 /// The formats in the order in which they are tried. MP3 stands last because it has no signature: its decoder
 /// searches the whole file for something that looks like a frame, and finds it in many a large file of other
@@ -77,6 +76,20 @@ struct SongReader::Source
         return *bytesRead == 0 && size > 0 ? MA_AT_END : MA_SUCCESS;
     }
 
+    /// Whether this is a WAV file of unsigned 8-bit samples.
+    bool hasEightBits()
+    {
+        ma_decoder_config asStored = ma_decoder_config_init(ma_format_unknown, 0, 0);
+        asStored.encodingFormat = ma_encoding_format_wav;
+        ma_decoder probe;
+        rewind();
+        if (ma_decoder_init(Source::read, Source::seek, this, &asStored, &probe) != MA_SUCCESS)
+            return false;
+        const bool eight = probe.outputFormat == ma_format_u8;
+        ma_decoder_uninit(&probe);
+        return eight;
+    }
+
     static ma_result seek(ma_decoder* open, ma_int64 offset, ma_seek_origin origin)
     {
         Source& source = *static_cast<Source*>(open->pUserData);
@@ -109,6 +122,7 @@ void SongReader::openDecoder()
     if (source->beginsWith("OggS") && !oggPagesAreIntact(source->file))
         throw Failure("The song " + quoted(location) +
                       " is damaged or cut off: not all of its Ogg pages are whole.");
+    eightBits = source->hasEightBits();
     const bool tagged = source->beginsWith("ID3"); // a tag can be long: it may hold a picture
     // Channels and rate as they are in the file, but float samples.
     ma_decoder_config config = ma_decoder_config_init(ma_format_f32, 0, 0);
@@ -141,15 +155,19 @@ void SongReader::checkFormat()
     if (channelCount > 2)
         throw Failure("The song " + quoted(location) + " has " + std::to_string(channelCount) +
                       " channels, but only mono and stereo can be separated.");
-    if (rate != separableRate)
+    if (rate < lowestSampleRate || rate > highestSampleRate)
         throw Failure("The song " + quoted(location) + " has a sample rate of " + std::to_string(rate) +
-                      " Hz, but only " + std::to_string(separableRate) + " Hz can be separated so far.");
+                      " Hz, but only rates from " + std::to_string(lowestSampleRate) + " to " +
+                      std::to_string(highestSampleRate) + " Hz can be separated.");
 }
 
 void SongReader::read(std::size_t frames, std::vector<float>& stereo)
 {
     stereo.resize(2 * frames);
     const std::size_t count = decode(stereo.data(), frames);
+    if (eightBits) // the decoder's zero lies half a step beside silence, which is 128
+        for (float& sample : stereo)
+            sample = (sample * 255.0F - 1.0F) / 256.0F;
     if (channelCount == 1)
     {
         // From the end, so that no sample is overwritten before it has been copied.
@@ -194,6 +212,11 @@ double SongReader::fractionRead() const
         static_cast<double>(stated > 0 ? framesSoFar : static_cast<std::uint64_t>(source->position));
     const auto whole = static_cast<double>(stated > 0 ? stated : source->size);
     return std::min(1.0, done / whole);
+}
+
+std::string SongReader::sha256()
+{
+    return sha256OfFile(location);
 }
 
 } // namespace tonwerk::app

@@ -2,15 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <system_error>
 #include <utility>
 
 #include <nlohmann/json.hpp>
 
-#include "BinaryFile.h"
-#include "Failure.h"
 #include "ReportPage.h"
-#include "Text.h"
+#include "WholeFile.h"
 
 namespace tonwerk::app
 {
@@ -62,28 +59,6 @@ nlohmann::json describe(const TrackPictures& track, const Scales& scales, Color 
             {"spectrogram", track.spectrogram.draw(pictureWidth, scales.power).dataUri()}};
 }
 
-void writeFile(const std::filesystem::path& path, const std::string& content)
-{
-    std::filesystem::path temporary = path;
-    temporary += ".part";
-    std::error_code failure;
-    try
-    {
-        BinaryFile file(temporary, platform::FileMode::write);
-        file.write(content.data(), content.size());
-        file.close();
-        std::filesystem::rename(temporary, path, failure);
-        if (failure)
-            throw Failure("Cannot rename " + quoted(temporary) + " to " + quoted(path) + ": " +
-                          asReason(failure.message()) + ".");
-    }
-    catch (...)
-    {
-        std::filesystem::remove(temporary, failure);
-        throw;
-    }
-}
-
 } // namespace
 
 SongReport::SongReport(const StemSet& wanted, unsigned sampleRate) : rate(sampleRate), song(sampleRate)
@@ -133,7 +108,8 @@ void SongReport::write(const std::filesystem::path& path, const SongFacts& facts
         description["name"] = stemNames.at(stem);
         page["stems"].push_back(std::move(description));
     }
-    writeFile(path, reportPage(page));
+    const std::string text = reportPage(page);
+    writeWholeFile(path, text.data(), text.size());
 }
 
 } // namespace tonwerk::app

@@ -1,26 +1,14 @@
 #include "StemFolder.h"
 
-#include <string>
+#include <cstddef>
 #include <system_error>
+#include <utility>
 
 #include "Failure.h"
 #include "Text.h"
 
 namespace tonwerk::app
 {
-
-namespace
-{
-
-/// Windows drops full stops and blanks at the end of a folder's name, so they go everywhere.
-std::filesystem::path folderName(const std::filesystem::path& song)
-{
-    std::string name = toText(song.stem());
-    name.erase(name.find_last_not_of(". ") + 1);
-    return toPath(name.empty() ? "song" : name);
-}
-
-} // namespace
 
 // Constructs through another constructor, so that the destructor runs if this one throws.
 StemFolder::MadeFolders::MadeFolders(const std::filesystem::path& wanted) : MadeFolders()
@@ -43,32 +31,28 @@ StemFolder::MadeFolders::~MadeFolders()
         std::filesystem::remove(path, notEmpty);
 }
 
-StemFolder::StemFolder(const std::filesystem::path& outputFolder, const std::filesystem::path& song,
-                       const StemSet& wanted, unsigned channels, unsigned sampleRate)
-    : folder(outputFolder / folderName(song)), madeFolders(folder)
+StemFolder::StemFolder(std::filesystem::path path, const std::vector<Track>& tracks, unsigned channels,
+                       unsigned sampleRate)
+    : folder(std::move(path)), madeFolders(folder)
 {
-    for (std::size_t stem = 0; stem < stemNames.size(); ++stem)
-    {
-        if (!wanted.test(stem))
-            continue;
-        const auto path = folder / toPath(std::string(stemNames[stem]) + ".wav");
-        writers.emplace_back(stem, std::make_unique<StemWriter>(path, channels, sampleRate));
-    }
+    for (const Track& track : tracks)
+        writers.push_back(
+            std::make_unique<StemWriter>(folder / toPath(track.name + ".wav"), channels, sampleRate));
 }
 
 StemFolder::~StemFolder() = default;
 
-void StemFolder::write(const std::vector<std::vector<float>>& stems)
+void StemFolder::write(const std::vector<std::vector<float>>& tracks)
 {
-    for (auto& [stem, writer] : writers)
-        writer->write(stems.at(stem));
+    for (std::size_t track = 0; track < writers.size(); ++track)
+        writers[track]->write(tracks.at(track));
 }
 
-void StemFolder::keep()
+void StemFolder::keep(SampleFormat format, double gain)
 {
-    for (auto& [stem, writer] : writers)
-        writer->finish();
-    for (auto& [stem, writer] : writers)
+    for (const auto& writer : writers)
+        writer->finish(format, gain);
+    for (const auto& writer : writers)
         writer->keep();
 }
 

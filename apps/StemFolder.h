@@ -1,41 +1,35 @@
 #ifndef TONWERK_APPS_STEMFOLDER_H
 #define TONWERK_APPS_STEMFOLDER_H
 
-#include <cstddef>
 #include <filesystem>
 #include <memory>
-#include <utility>
 #include <vector>
 
+#include "FixedPoint.h"
+#include "StemSink.h"
 #include "StemWriter.h"
-#include "Stems.h"
+#include "Tracks.h"
 
 namespace tonwerk::app
 {
 
-/// The stems of one song on disk: a folder named after the song with one WAV file per wanted stem. Nothing is
-/// left of files and folders that were made here, unless they are kept.
-class StemFolder
+/// The tracks of one song on disk: a folder with one WAV file for each. Nothing is left of files and folders
+/// that were made here, unless they are kept.
+class StemFolder : public StemSink
 {
 public:
-    /// Makes DIR/SONG, as far as it does not exist, and empty files of temporary names in it.
-    /// \param outputFolder DIR
-    /// \param song path of the song; its name without extension becomes SONG
+    /// Makes the folder, as far as it does not exist, and empty files of temporary names in it.
     /// \throws Failure if a folder or file cannot be made
-    StemFolder(const std::filesystem::path& outputFolder, const std::filesystem::path& song,
-               const StemSet& wanted, unsigned channels, unsigned sampleRate);
-    ~StemFolder();
+    StemFolder(std::filesystem::path path, const std::vector<Track>& tracks, unsigned channels,
+               unsigned sampleRate);
+    ~StemFolder() override;
 
-    StemFolder(const StemFolder&) = delete;
-    StemFolder& operator=(const StemFolder&) = delete;
+    void write(const std::vector<std::vector<float>>& tracks) override;
 
-    /// Appends a result of TonwerkProc::process to the files.
+    /// Completes all files in this format and then gives them their final names.
+    /// \param gain factor for fixed-point samples
     /// \throws Failure if that is not possible
-    void write(const std::vector<std::vector<float>>& stems);
-
-    /// Completes all files and then gives them their final names.
-    /// \throws Failure if that is not possible
-    void keep();
+    void keep(SampleFormat format, double gain);
 
     const std::filesystem::path& path() const { return folder; }
 
@@ -58,7 +52,7 @@ private:
 
     std::filesystem::path folder;
     MadeFolders madeFolders; // before the files: it goes after them
-    std::vector<std::pair<std::size_t, std::unique_ptr<StemWriter>>> writers;
+    std::vector<std::unique_ptr<StemWriter>> writers;
 };
 
 } // namespace tonwerk::app

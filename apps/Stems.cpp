@@ -12,7 +12,7 @@ StemSet stemsNamed(const std::vector<std::string>& names)
     StemSet stems;
     for (const std::string& name : names)
     {
-        const auto* const found = std::find(stemNames.begin(), stemNames.end(), name);
+        const auto found = std::find(stemNames.begin(), stemNames.end(), name);
         if (found == stemNames.end())
             throw UsageError("There is no stem \"" + name + "\", the stems are " + listOfStems() + ".");
         stems.set(static_cast<std::size_t>(found - stemNames.begin()));
@@ -30,12 +30,8 @@ std::string listOfStems()
     return list;
 }
 
-TonwerkProcConfig processorConfig(const StemSet& wanted)
+TonwerkProcConfig processorConfig(const StemSet& asked)
 {
-    StemSet asked = wanted;
-    for (std::size_t made = modelStemCount; made < stemNames.size(); ++made)
-        if (wanted.test(made))
-            asked.set();
     TonwerkProcConfig config{};
     config.vocals = asked.test(0);
     config.drum = asked.test(1);

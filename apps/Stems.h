@@ -30,9 +30,9 @@ StemSet stemsNamed(const std::vector<std::string>& names);
 /// The stem names for people: "vocals, drum, ...".
 std::string listOfStems();
 
-/// What to ask of the library so that these stems can be written: the model stems among them, and all six if
-/// there is the residual or the mix, which are made of all six. Samples are interleaved stereo.
-TonwerkProcConfig processorConfig(const StemSet& wanted);
+/// What to ask of the library: these stems, of which only the model's six count. Samples are interleaved
+/// stereo.
+TonwerkProcConfig processorConfig(const StemSet& asked);
 
 } // namespace tonwerk::app
 

@@ -1,20 +1,17 @@
-#include <cmath>
 #include <cstdio>
 #include <exception>
+#include <memory>
 #include <new>
-#include <optional>
 #include <string>
 
+#include "Batch.h"
 #include "Failure.h"
-#include "Model.h"
+#include "JsonAnnouncer.h"
+#include "LibraryLog.h"
 #include "Options.h"
 #include "Platform.h"
-#include "ProgressDisplay.h"
-#include "Separation.h"
-#include "SongReader.h"
-#include "SongReport.h"
-#include "StemFolder.h"
 #include "Text.h"
+#include "TextAnnouncer.h"
 
 namespace
 {
@@ -29,44 +26,24 @@ enum ExitCode
     interrupted = 130
 };
 
-SeparationResult separateSong(const Options& options)
+std::unique_ptr<Announcer> makeAnnouncer(const Options& options, std::FILE* output)
 {
-    SongReader song(options.song);
-    StemFolder folder(options.outputFolder, options.song, options.stems, song.channels(), song.sampleRate());
-    std::optional<SongReport> page;
-    if (options.report)
-        page.emplace(options.stems, song.sampleRate());
-    Separation separation(loadModel(options.model, options.key), song, folder, options.stems,
-                          page ? &*page : nullptr);
-    ProgressDisplay display(platform::standardErrorIsTerminal());
-    const SeparationResult result = separation.run([&display](double fraction, double audioSeconds)
-                                                   { display.update(fraction, audioSeconds); });
-    if (page)
-        page->write(folder.path() / "report.html",
-                    {toText(options.song.filename()), toText(options.model.filename()), song.channels(),
-                     result.audioSeconds, result.processingSeconds, result.nullPeak,
-                     result.nonFiniteSamples});
-    return result;
-}
-
-// The library logs to standard output, so this comes after its end: it is the last line there.
-void report(const Options& options, const SeparationResult& result)
-{
-    if (result.nonFiniteSamples > 0)
-        std::fprintf(stderr, "Warning: %llu samples of the song are not finite numbers.\n",
-                     static_cast<unsigned long long>(result.nonFiniteSamples));
-    std::printf("%s (%s): real-time factor %.3f, null test %.1f dBFS (%.3g)\n",
-                toText(options.song.filename()).c_str(), asClock(result.audioSeconds).c_str(),
-                result.processingSeconds / result.audioSeconds, 20.0 * std::log10(result.nullPeak),
-                result.nullPeak);
+    if (options.jsonProgress)
+        return std::make_unique<JsonAnnouncer>();
+    return std::make_unique<TextAnnouncer>(options.raw ? stderr : output);
 }
 
 int runProgram(int argc, char** argv)
 {
     const auto options = readOptions(argc, argv);
-    if (options)
-        report(*options, separateSong(*options));
-    return done;
+    if (!options)
+        return done;
+    const platform::DivertedOutput streams = platform::divertStandardOutput();
+    if (streams.log == nullptr)
+        throw Failure("A temporary file is needed and cannot be made.");
+    LibraryLog log(streams.log);
+    const auto announcer = makeAnnouncer(*options, streams.output);
+    return Batch(*options, *announcer, log, streams.output).run().failed > 0 ? failed : done;
 }
 
 int complain(const std::string& sentence, ExitCode code)

@@ -14,6 +14,7 @@ if(EXISTS "${depsFolder}/include/onnxruntime" AND EXISTS "${depsFolder}/src/pfff
     add_library(pffft STATIC "${depsFolder}/src/pffft/pffft.c")
     target_include_directories(pffft SYSTEM PUBLIC "${depsFolder}/src/pffft")
     target_compile_options(pffft PRIVATE $<IF:$<BOOL:${MSVC}>,/w,-w>)
+    set(resamplerFolder "${depsFolder}/src/r8brain")
 elseif(DEFINED VCPKG_TARGET_TRIPLET)
     include(VcpkgDependencies)
 else()
@@ -25,6 +26,11 @@ target_compile_definitions(tonwerk_deps INTERFACE
 if(WIN32)
     target_compile_definitions(tonwerk_deps INTERFACE NOMINMAX WIN32_LEAN_AND_MEAN _WIN32_WINNT=0x0A00)
 endif()
+
+# A resampler of headers alone.
+add_library(r8brain INTERFACE)
+target_include_directories(r8brain SYSTEM INTERFACE "${resamplerFolder}")
+target_compile_definitions(r8brain INTERFACE $<$<BOOL:${WIN32}>:_USE_MATH_DEFINES>)
 
 # The inference runtime is never linked in. On Linux the loader opens it; on Windows it is a delayed import, whose
 # import library is made here from the one name that is imported.

@@ -21,6 +21,7 @@ trixie   libplog-dev        1.1.10-2                    plog          b6741d441a
 trixie   libminiaudio-dev   0.11.22+dfsg-1              miniaudio     c4f3fa5238814def9604dda97a4b688909ad5b33e5e443b617c376ceea0ddc8b
 trixie   libcli11-dev       2.4.1+ds-2                  cli11         3b44d5a1edc75b413b2dddfa81bcf7dac05dae8dae502e7d818d9c2b03392023
 trixie   nlohmann-json3-dev 3.11.3-2.1                  nlohmann-json 741a6a32f61a14eaf9560ba1814b27da8e78fa3b9bed9e8867ab46316ddf3793
+trixie   libboost1.88-dev   1.88.0-1                    boost         4f9599afe8039a130320325e6bcb41b135f3c607ab678c643ae1ef29f411cada
 bookworm libstb-dev         0.0~git20220908.8b5f1f3+ds-1 stb           4f85f82942c61845ac96d64d722ef1b2f4897d6662cb98bc5ff78596b8fbb144
 '
 onnxruntimePack='onnxruntime-node@1.21.1'

@@ -11,7 +11,8 @@ declare -A packages=(
     [fetch]="ca-certificates debian-archive-keyring"
     # clang, lld and llvm link the DLL (delayed loading needs lld); wine runs the Windows tests.
     [windows]="g++-mingw-w64-x86-64-posix clang lld llvm wine wine64"
-    [test]="binutils python3 python3-numpy python3-onnx python3-pefile unzip"
+    # parallel is the batch example of docs/separate.md.
+    [test]="binutils parallel python3 python3-numpy python3-onnx python3-pefile unzip"
     # The report page is tested in it.
     [browser]="chromium chromium-driver"
     [lint]="clang-format clang-tidy"

@@ -1,118 +1,24 @@
 #!/usr/bin/python3
-"""Runs tonwerk-separate as a user does and looks at what it leaves behind.
+"""Separates one song after another with tonwerk-separate.
 
 Usage: separate_test.py MODELDIR [RUNNER] PROGRAM
 
 RUNNER starts a Windows program. data/tone.* hold 20,000 frames of two sines (see `tone`).
 """
 
+import hashlib
 import os
 import pty
-import re
-import signal
 import struct
 import subprocess
-import sys
-import tempfile
-import unittest
-from pathlib import Path
 
 import numpy as np
 
-RATE = 44100
-DATA = Path(__file__).resolve().parent / "data"
-# What the model gains.onnx makes of a song. The first six sum to 1.
-GAINS = {"vocals": 10 / 32, "drum": 8 / 32, "piano": 4 / 32, "acoustic_guitar": 3 / 32,
-         "electric_guitar": 1 / 32, "bass": 6 / 32, "residual": 0.0, "mix": 1.0}
-SUMMARY = re.compile(r"(.+) \(\d+:\d\d\): real-time factor \d+\.\d+, "
-                     r"null test (-?[\d.]+|-inf) dBFS \(([\d.e+-]+)\)")
-INTERRUPTED = "tonwerk-separate: Interrupted, no stems were kept."
-# The runtime speaks before any of our code can silence it where the system hides its processor's caches.
-RUNTIMES_OWN = re.compile(r"\[E:onnxruntime:.*InitializeCpuInfo\]")
-PROGRESS = re.compile(r"\d+ %, \d+:\d\d left, [\d.]+ x real time")
-# Mostly what the edges of a song have in the Nyquist bin; elsewhere rounding, about 1e-7.
-TOLERANCE = 1e-4
-
-models = Path()
-command = []
-on_windows = False
+from program import (DATA, GAINS, RATE, TOLERANCE, ProgramTest, decibels, file_set, main, noise, tone, wav_bytes,
+                     wav_header)
 
 
-def noise(frames, channels=2):
-    """Noise without the highest frequency: the model's tensors have no place for the Nyquist bin."""
-    white = np.random.default_rng(frames).uniform(-0.5, 0.5, (frames + 4, channels))
-    weighted = [weight * white[start:start + frames] for start, weight in enumerate((1, 4, 6, 4, 1))]
-    return (sum(weighted) / 16).astype("<f4")
-
-
-def tone(frames):
-    time = np.arange(frames) / RATE
-    return np.stack([0.25 * np.sin(2 * np.pi * 441 * time), 0.125 * np.sin(2 * np.pi * 882 * time)], axis=1)
-
-
-def wav_header(frames, channels=2, rate=RATE):
-    size = frames * channels * 4
-    return struct.pack("<4sI4s4sIHHIIHH4sI", b"RIFF", 36 + size, b"WAVE", b"fmt ", 16, 3, channels, rate,
-                       rate * channels * 4, channels * 4, 32, b"data", size)
-
-
-def wav_bytes(samples, rate=RATE):
-    return wav_header(len(samples), samples.shape[1], rate) + samples.astype("<f4").tobytes()
-
-
-class SeparateTest(unittest.TestCase):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory(prefix="tonwerk-separate-test-")
-        self.addCleanup(folder.cleanup)
-        self.folder = Path(folder.name)
-
-    def put(self, name, content):
-        (self.folder / name).write_bytes(content)
-        return name
-
-    def arguments(self, song, model="gains.onnx"):
-        return [*command, song, "-o", "out", "--model", str(models / model)]
-
-    def run_program(self, arguments):
-        done = subprocess.run(arguments, cwd=self.folder, capture_output=True, encoding="utf-8")
-        done.complaints = [line for line in done.stderr.splitlines()
-                           if not PROGRESS.fullmatch(line) and not RUNTIMES_OWN.search(line)]
-        return done
-
-    def separate(self, song, *arguments, model="gains.onnx"):
-        return self.run_program([*self.arguments(song, model), *arguments])
-
-    def files(self):
-        """All files below the output folder, as paths relative to it."""
-        out = self.folder / "out"
-        return {str(path.relative_to(out)) for path in out.rglob("*") if path.is_file()}
-
-    def stem(self, song, name):
-        content = (self.folder / "out" / song / f"{name}.wav").read_bytes()
-        channels = struct.unpack_from("<H", content, 22)[0]
-        samples = np.frombuffer(content, "<f4", offset=44).reshape(-1, channels)
-        self.assertEqual(content[:44], wav_header(len(samples), channels), name)
-        return samples
-
-    def assert_done(self, done):
-        self.assertEqual((done.returncode, done.complaints), (0, []), done.stdout)
-        summary = SUMMARY.fullmatch(done.stdout.splitlines()[-1])
-        self.assertIsNotNone(summary, done.stdout)
-        self.assertLess(float(summary[2]), -120.0)
-        return summary
-
-    def assert_stems(self, song, expected, names=tuple(GAINS)):
-        for name in names:
-            samples = self.stem(song, name)
-            self.assertEqual(samples.shape, expected.shape, name)
-            np.testing.assert_allclose(samples, GAINS[name] * expected, rtol=0, atol=TOLERANCE, err_msg=name)
-
-    def assert_failed(self, done, words, code=1):
-        """One sentence on standard error with these words, and no files."""
-        self.assertEqual((done.returncode, len(done.complaints)), (code, 1), done.stderr)
-        self.assertRegex(done.complaints[0], f"^tonwerk-separate: .*{re.escape(words)}.*\\.$")
-        self.assertFalse((self.folder / "out").exists(), "files or folders are left behind")
-
+class SeparateTest(ProgramTest):
     def test_stems_are_as_long_as_the_song_in_step_with_it_and_mono_if_it_is(self):
         # One sample; exactly one block; a block and a rest; four blocks that leave nothing for a fifth.
         for frames, channels in ((1, 2), (257024, 2), (300000, 2), (300000, 1), (257024 + 3 * 254976, 2)):
@@ -120,7 +26,7 @@ class SeparateTest(unittest.TestCase):
                 song = noise(frames, channels)
                 self.assert_done(self.separate(self.put("song.wav", wav_bytes(song))))
                 self.assert_stems("song", song)
-                self.assertEqual(self.files(), {f"song/{name}.wav" for name in GAINS})
+                self.assertEqual(self.files(), file_set("song"))
 
     def test_silence_comes_back_as_exact_zeros(self):
         summary = self.assert_done(self.separate(self.put("still.wav", wav_bytes(np.zeros((70000, 2))))))
@@ -131,7 +37,7 @@ class SeparateTest(unittest.TestCase):
         song = noise(30000)
         self.put("song.wav", wav_bytes(song))
         self.assert_done(self.separate("song.wav", "--stems", "bass,vocals"))
-        self.assertEqual(self.files(), {"song/bass.wav", "song/vocals.wav"})
+        self.assertEqual(self.files(), file_set("song", ("bass", "vocals")))
         self.assert_stems("song", song, ["bass", "vocals"])
         # All six are asked of the model for the residual: it would hold the whole song otherwise.
         self.assert_done(self.separate("song.wav", "--stems=residual"))
@@ -148,6 +54,117 @@ class SeparateTest(unittest.TestCase):
                 middle = slice(1000, 18000)
                 np.testing.assert_allclose(mix[delay:][middle], expected[middle], rtol=0, atol=tolerance)
 
+    def test_wav_files_of_all_kinds_are_read(self):
+        song = (np.round(noise(2000) * 100) / 128).astype("<f8")
+        integers = np.round(song * 2**31).astype("<i8")
+
+        def wav(tag, bits, data, head=b"RIFF", extra=b""):
+            extension = b"" if tag != 0xFFFE else struct.pack("<HHIH", 22, bits, 3, 1) + \
+                b"\0\0\0\0\x10\0\x80\0\0\xaa\0\x38\x9b\x71"
+            fmt = struct.pack("<HHIIHH", tag, 2, RATE, RATE * bits // 4, bits // 4, bits) + extension
+            size = 0xFFFFFFFF if extra else len(data)
+            return (head + struct.pack("<I", size) + b"WAVE" + extra + b"fmt " + struct.pack("<I", len(fmt)) + fmt +
+                    b"data" + struct.pack("<I", size) + data)
+
+        def packed(bits):
+            shifted = (integers >> (32 - bits)).astype("<i4")
+            return shifted.view("u1").reshape(-1, 4)[:, :bits // 8].tobytes()
+
+        ds64 = b"ds64" + struct.pack("<IQQQI", 28, 2000 * 6 + 72, 2000 * 6, 2000, 0)
+        for name, content in (("8", wav(1, 8, ((integers >> 24) + 128).astype("u1").tobytes())),
+                              ("16", wav(1, 16, packed(16))), ("24", wav(1, 24, packed(24))),
+                              ("32", wav(1, 32, packed(32))), ("float64", wav(3, 64, song.tobytes())),
+                              ("extensible", wav(0xFFFE, 24, packed(24))),
+                              ("rf64", wav(1, 24, packed(24), b"RF64", ds64))):
+            with self.subTest(kind=name):
+                self.assert_done(self.separate(self.put(f"{name}.wav", content), "--stems", "mix"))
+                np.testing.assert_allclose(self.stem(name, "mix"), song, rtol=0, atol=TOLERANCE)
+
+    def test_a_song_of_any_rate_comes_back_at_its_own(self):
+        for rate, channels in ((8000, 2), (22050, 1), (48000, 2), (192000, 2)):
+            with self.subTest(rate=rate):
+                frames = 2 * rate + 7
+                song = tone(frames, rate)[:, :channels] + 0.1 * noise(frames, channels)
+                self.assert_done(self.separate(self.put("song.wav", wav_bytes(song, rate))))
+                stems = {name: self.stem("song", name, rate) for name in GAINS}
+                self.assertEqual({stem.shape for stem in stems.values()}, {song.shape})
+                whole = sum(stem.astype(float) for name, stem in stems.items() if name != "mix")
+                np.testing.assert_allclose(whole, song.astype("<f4"), rtol=0, atol=1e-6)
+                # The tones' share of each stem, by the wave's own phase: a sample's delay would be 0.5 % at 192 kHz.
+                wave = np.exp(2j * np.pi * 441 / rate * np.arange(frames)) * np.hanning(frames)
+                expected = wave @ song[:, 0]
+                for name in ("vocals", "bass", "mix"):
+                    self.assertLess(abs(wave @ stems[name][:, 0] / expected - GAINS[name]), 1e-4, name)
+
+    def test_fixed_point_files_of_a_loud_song_are_lowered_alike(self):
+        song = 4 * noise(20000)
+        peak = np.abs(song).max()
+        self.put("song.wav", wav_bytes(song))
+        for name, bits, step in (("pcm16", 16, 2**-15), ("pcm24", 24, 2**-23)):
+            done = self.separate("song.wav", "--format", name, "--mix", "vocals=+6.0206,bass=-inf", "--stems=mix,bass")
+            self.assertEqual(done.returncode, 0, done.stderr)
+            self.assertRegex("".join(done.complaints), r"^Warning: All files of .*song.wav\" are lowered by [\d.]+ dB")
+            gain = 10 ** (self.receipt("song")["gain_db"] / 20)
+            parts = {"mix": 1.0, "bass": GAINS["bass"], "practice_mix": 1 + GAINS["vocals"] - GAINS["bass"]}
+            self.assertAlmostEqual(gain * peak * max(parts.values()), 1, delta=1e-3)
+            for part, share in parts.items():
+                content = (self.folder / "out/song" / f"{part}.wav").read_bytes()
+                self.assertEqual(struct.unpack_from("<HHIIHH", content, 20),
+                                 (1, 2, RATE, RATE * bits // 4, bits // 4, bits))
+                samples = np.zeros((40000, 4), "u1")
+                samples[:, 4 - bits // 8:] = np.frombuffer(content, "u1", offset=44).reshape(40000, -1)
+                values = samples.view("<i4").reshape(-1, 2) / 2**31
+                np.testing.assert_allclose(values, gain * share * song, rtol=0, atol=4 * TOLERANCE + 2 * step)
+        self.separate(self.put("soft.wav", wav_bytes(noise(5000))), "--format", "pcm16")
+        self.assertEqual(self.receipt("soft")["gain_db"], 0)
+
+    def test_mixtures_are_written_in_the_same_pass(self):
+        song = noise(30000)
+        self.put("song.wav", wav_bytes(song))
+        self.assert_done(self.separate("song.wav", "--karaoke"))
+        self.assertEqual(self.files(), file_set("song", ["karaoke"]))
+        np.testing.assert_allclose(self.stem("song", "karaoke"), (1 - GAINS["vocals"]) * song, rtol=0, atol=TOLERANCE)
+        self.assert_done(self.separate("song.wav", "--stems", "drum", "--mix", "piano=-6.0206dB,residual=-inf"))
+        self.assert_stems("song", song, ["drum"])
+        # Without the residual, every stem has to be known.
+        np.testing.assert_allclose(self.stem("song", "practice_mix"), (1 - GAINS["piano"] / 2) * song, rtol=0,
+                                   atol=TOLERANCE)
+
+    def test_the_receipt_tells_what_was_measured(self):
+        song = np.concatenate([np.zeros((48000, 1)), 0.5 * tone(96000, 48000)[:, :1], np.zeros((24001, 1))])
+        song[3] = np.nan
+        self.put("song.wav", wav_bytes(song, 48000))
+        self.assertEqual(self.separate("song.wav", "--stems=vocals,bass,mix").returncode, 0)
+        receipt = self.receipt("song")
+        model = self.models / "gains.onnx"
+        hashes = [hashlib.sha256(path.read_bytes()).hexdigest() for path in (self.folder / "song.wav", model)]
+        self.assertEqual(receipt["input"], {"file": "song.wav", "sample_rate": 48000, "channels": 1, "frames": 168001,
+                                            "seconds": 168001 / 48000, "non_finite_samples": 1, "sha256": hashes[0]})
+        self.assertEqual(receipt["model"], {"file": model.name, "sha256": hashes[1]})
+        self.assertEqual(receipt["options"]["stems"], ["vocals", "bass", "mix"])
+        self.assertIn("CPUExecutionProvider", receipt["runtime_providers"])
+        self.assertLess(receipt["null_test_dbfs"], -120)
+        self.assertGreater(receipt["real_time_factor"], 0)
+        mix, vocals = receipt["tracks"]["mix"], receipt["tracks"]["vocals"]
+        self.assertAlmostEqual(mix["peak_dbfs"], decibels(0.125), delta=0.1)
+        self.assertAlmostEqual(mix["loudness_lufs"] - vocals["loudness_lufs"], -decibels(GAINS["vocals"]), delta=0.01)
+        self.assertAlmostEqual(mix["loudness_lufs"], decibels(0.125) - 3 - 0.7, delta=0.6)
+        np.testing.assert_allclose(mix["active_seconds"], [[1, 3]], atol=0.06)
+        self.assertEqual(mix["non_finite_samples"], 0)
+
+    def test_stems_pass_through_a_pipe(self):
+        song = noise(300000)
+        model = str(self.models / "gains.onnx")
+        done = self.run_program([*self.command, "-", "--raw", "--stems", "bass,vocals", "--model", model],
+                                input=song.tobytes())
+        self.assertEqual((done.returncode, len(done.raw)), (0, 300000 * 4 * 4), done.stderr)
+        frames = np.frombuffer(done.raw, "<f4").reshape(-1, 2, 2)
+        for place, name in enumerate(("vocals", "bass")):
+            np.testing.assert_allclose(frames[:, place], GAINS[name] * song, rtol=0, atol=TOLERANCE)
+        self.assertEqual(list(self.folder.iterdir()), [])
+        self.assert_done(self.run_program([*self.arguments("-"), "--input-rate", "48000"], input=song.tobytes()))
+        self.assertEqual(len(self.stem("stdin", "mix", 48000)), 300000)
+
     def test_names_in_any_script_work(self):
         song = noise(5000)
         done = self.separate(self.put("Größe 歌 песня 🎵.wav", wav_bytes(song)))
@@ -156,7 +173,7 @@ class SeparateTest(unittest.TestCase):
 
     def test_a_scrambled_model_needs_its_key(self):
         key = b"correct horse"
-        plain = np.frombuffer((models / "gains.onnx").read_bytes(), np.uint8)
+        plain = np.frombuffer((self.models / "gains.onnx").read_bytes(), np.uint8)
         scrambled = plain ^ np.resize(np.frombuffer(key, np.uint8), plain.shape)
         model = self.folder / self.put("model.onnx", scrambled.tobytes())
         self.put("song.wav", wav_bytes(noise(5000)))
@@ -168,7 +185,8 @@ class SeparateTest(unittest.TestCase):
         flac = (DATA / "tone.flac").read_bytes()
         ogg = (DATA / "tone.ogg").read_bytes()
         for name, content, words in (
-                ("rate.wav", wav_bytes(noise(100), rate=48000), "48000 Hz"),
+                ("slow.wav", wav_bytes(noise(100), rate=7999), "7999 Hz"),
+                ("fast.wav", wav_bytes(noise(100), rate=192001), "192001 Hz"),
                 ("six.wav", wav_bytes(noise(100, channels=6)), "6 channels"),
                 ("empty.wav", b"", "empty"),
                 ("soundless.wav", wav_header(0), "no sound"),
@@ -182,7 +200,19 @@ class SeparateTest(unittest.TestCase):
             with self.subTest(song=name):
                 self.assert_failed(self.separate(self.put(name, content)), words)
         self.assert_failed(self.separate("missing.wav"), "does not exist")
-        self.assert_failed(self.separate("."), "is a folder")
+        self.assert_failed(self.separate("*.aiff"), "Nothing matches")
+        (self.folder / "none").mkdir()
+        self.assert_failed(self.separate("none"), "holds no WAV")
+        self.assert_failed(self.run_program([*self.arguments("-"), "--stems", "bass"], input=b"123"), "cut off")
+        self.assert_failed(self.run_program(self.arguments("-"), input=b""), "no sound")
+
+    def test_a_song_in_which_the_model_fails_has_failed(self):
+        song = noise(3 * 254976)
+        song[400000] = 1e6  # beyond what that model takes; the chunks before it are good
+        done = self.separate(self.put("song.wav", wav_bytes(song)), model="fail_on_request.onnx")
+        self.assertEqual(done.returncode, 1)
+        self.assertRegex(done.complaints[-1], r"^tonwerk-separate: The model failed at 0:06 or soon after: .*[^ ]\.$")
+        self.assertFalse((self.folder / "out").exists())
 
     def test_a_model_that_cannot_be_used_is_refused_in_one_sentence(self):
         self.put("song.wav", wav_bytes(noise(5000)))
@@ -195,36 +225,24 @@ class SeparateTest(unittest.TestCase):
         self.put("song.wav", wav_bytes(noise(100)))
         self.assert_failed(self.separate("song.wav", "--stems", "vocals,trumpet"), "\"trumpet\"", code=2)
         self.assert_failed(self.separate("song.wav", "--loud"), "--loud", code=2)
-        self.assert_failed(self.run_program([*command, "song.wav"]), "required", code=2)
+        self.assert_failed(self.run_program([*self.command, "song.wav"]), "required", code=2)
+        for options, words in ((["--mix", "vocals=loud"], "\"vocals=loud\""), (["--mix", "mix=-3"], "but not mix"),
+                               (["--stems", "none"], "nothing to write"), (["--shard", "3/2"], "\"3/2\""),
+                               (["--raw"], "none of"), (["--format", "pcm8"], "pcm8"), (["--jobs", "0"], "--jobs")):
+            with self.subTest(options=options):
+                self.assert_failed(self.separate("song.wav", *options), words, code=2)
 
     def test_older_stems_stay_when_a_run_fails_and_go_when_one_succeeds(self):
         self.assert_done(self.separate(self.put("song.wav", wav_bytes(noise(3000)))))
         before = self.stem("song", "vocals").copy()
         self.assertEqual(self.separate(self.put("song.wav", wav_bytes(noise(300000))[:-8])).returncode, 1)
         np.testing.assert_array_equal(self.stem("song", "vocals"), before)
-        self.assertEqual(len(self.files()), 8)
+        self.assertEqual(self.files(), file_set("song"))
         self.assert_done(self.separate(self.put("song.wav", wav_bytes(noise(4000)))))
         self.assertEqual(len(self.stem("song", "vocals")), 4000)
 
-    def test_an_interrupted_run_leaves_nothing(self):
-        frames = 10 * 60 * RATE  # long enough to be still at work
-        with open(self.folder / "long.wav", "wb") as song:
-            song.write(wav_header(frames))
-            song.truncate(44 + frames * 8)
-        # A shell's background jobs, and so perhaps we, ignore the signal.
-        with subprocess.Popen(self.arguments("long.wav"), cwd=self.folder, stderr=subprocess.PIPE,
-                              stdout=subprocess.DEVNULL, encoding="utf-8",
-                              preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL)) as program:
-            first = next(line for line in program.stderr if not RUNTIMES_OWN.search(line))
-            self.assertRegex(first, PROGRESS)
-            self.assertIn("long/vocals.wav.part", self.files())
-            program.send_signal(signal.SIGINT)
-            last = program.stderr.read().splitlines()[-1]
-        self.assertEqual((last, program.returncode), (INTERRUPTED, 130))
-        self.assertFalse((self.folder / "out").exists())
-
     def test_a_full_disk_is_told(self):
-        if on_windows:
+        if self.on_windows:
             self.skipTest("needs a device that is always full")
         (self.folder / "out/song").mkdir(parents=True)
         (self.folder / "out/song/drum.wav.part").symlink_to("/dev/full")
@@ -234,7 +252,7 @@ class SeparateTest(unittest.TestCase):
         self.assertEqual(self.files(), set())
 
     def test_a_terminal_shows_a_bar(self):
-        if on_windows:
+        if self.on_windows:
             self.skipTest("needs a console")
         self.put("song.wav", wav_bytes(noise(300000)))
         ours, theirs = pty.openpty()
@@ -247,7 +265,4 @@ class SeparateTest(unittest.TestCase):
 
 
 if __name__ == "__main__":
-    models = Path(sys.argv[1]).resolve()
-    command = sys.argv[2:]
-    on_windows = command[-1].endswith(".exe")
-    unittest.main(argv=[sys.argv[0]], verbosity=2)
+    main()

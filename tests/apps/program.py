@@ -1,0 +1,126 @@
+"""Running tonwerk-separate as a user does, and looking at what it leaves behind."""
+
+import json
+import re
+import struct
+import subprocess
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+
+import numpy as np
+
+RATE = 44100
+DATA = Path(__file__).resolve().parent / "data"
+# What the model gains.onnx makes of a song. The first six sum to 1.
+GAINS = {"vocals": 10 / 32, "drum": 8 / 32, "piano": 4 / 32, "acoustic_guitar": 3 / 32,
+         "electric_guitar": 1 / 32, "bass": 6 / 32, "residual": 0.0, "mix": 1.0}
+SUMMARY = re.compile(r"(.+) \(\d+:\d\d\): real-time factor \d+\.\d+, "
+                     r"null test (-?[\d.]+|-inf) dBFS \(([\d.e+-]+)\)")
+# The runtime speaks before any of our code can silence it where the system hides its processor's caches.
+RUNTIMES_OWN = re.compile(r"\[E:onnxruntime:.*InitializeCpuInfo\]")
+PROGRESS = re.compile(r"\d+ %, \d+:\d\d left, [\d.]+ x real time")
+# Mostly what the edges of a song have in the Nyquist bin; elsewhere rounding, about 1e-7.
+TOLERANCE = 1e-4
+
+def noise(frames, channels=2):
+    """Noise without the highest frequency: the model's tensors have no place for the Nyquist bin."""
+    white = np.random.default_rng(frames).uniform(-0.5, 0.5, (frames + 4, channels))
+    weighted = [weight * white[start:start + frames] for start, weight in enumerate((1, 4, 6, 4, 1))]
+    return (sum(weighted) / 16).astype("<f4")
+
+
+def tone(frames, rate=RATE):
+    time = np.arange(frames) / rate
+    return np.stack([0.25 * np.sin(2 * np.pi * 441 * time), 0.125 * np.sin(2 * np.pi * 882 * time)], axis=1)
+
+
+def wav_header(frames, channels=2, rate=RATE):
+    size = frames * channels * 4
+    return struct.pack("<4sI4s4sIHHIIHH4sI", b"RIFF", 36 + size, b"WAVE", b"fmt ", 16, 3, channels, rate,
+                       rate * channels * 4, channels * 4, 32, b"data", size)
+
+
+def file_set(song, names=tuple(GAINS)):
+    return {f"{song}/{name}.wav" for name in names} | {f"{song}/receipt.json"}
+
+
+def decibels(value):
+    return 20 * np.log10(value)
+
+
+def wav_bytes(samples, rate=RATE):
+    return wav_header(len(samples), samples.shape[1], rate) + samples.astype("<f4").tobytes()
+
+
+class ProgramTest(unittest.TestCase):
+    """Each test has a folder of its own, in which the program runs."""
+
+    models = Path()
+    command = []
+    on_windows = False
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory(prefix="tonwerk-separate-test-")
+        self.addCleanup(folder.cleanup)
+        self.folder = Path(folder.name)
+
+    def put(self, name, content):
+        (self.folder / name).write_bytes(content)
+        return name
+
+    def arguments(self, song, model="gains.onnx"):
+        return [*self.command, song, "-o", "out", "--model", str(self.models / model)]
+
+    def run_program(self, arguments, input=None):
+        done = subprocess.run(arguments, cwd=self.folder, capture_output=True, input=input)
+        done.raw, done.stdout, done.stderr = done.stdout, done.stdout.decode("utf-8", "replace"), done.stderr.decode()
+        done.complaints = [line for line in done.stderr.splitlines()
+                           if not PROGRESS.fullmatch(line) and not RUNTIMES_OWN.search(line)]
+        return done
+
+    def separate(self, song, *arguments, model="gains.onnx"):
+        return self.run_program([*self.arguments(song, model), *arguments])
+
+    def files(self):
+        """All files below the output folder, as paths relative to it."""
+        out = self.folder / "out"
+        return {str(path.relative_to(out)) for path in out.rglob("*") if path.is_file()}
+
+    def stem(self, song, name, rate=RATE):
+        content = (self.folder / "out" / song / f"{name}.wav").read_bytes()
+        channels = struct.unpack_from("<H", content, 22)[0]
+        samples = np.frombuffer(content, "<f4", offset=44).reshape(-1, channels)
+        self.assertEqual(content[:44], wav_header(len(samples), channels, rate), name)
+        return samples
+
+    def receipt(self, song):
+        return json.loads((self.folder / "out" / song / "receipt.json").read_text(encoding="utf-8"))
+
+    def assert_done(self, done):
+        self.assertEqual((done.returncode, done.complaints), (0, []), done.stdout)
+        summary = SUMMARY.fullmatch(done.stdout.splitlines()[-1])
+        self.assertIsNotNone(summary, done.stdout)
+        self.assertLess(float(summary[2]), -120.0)
+        return summary
+
+    def assert_stems(self, song, expected, names=tuple(GAINS)):
+        for name in names:
+            samples = self.stem(song, name)
+            self.assertEqual(samples.shape, expected.shape, name)
+            np.testing.assert_allclose(samples, GAINS[name] * expected, rtol=0, atol=TOLERANCE, err_msg=name)
+
+    def assert_failed(self, done, words, code=1):
+        """One sentence on standard error with these words, and no files."""
+        self.assertEqual((done.returncode, len(done.complaints)), (code, 1), done.stderr)
+        self.assertRegex(done.complaints[0], f"^tonwerk-separate: .*{re.escape(words)}.*\\.$")
+        self.assertFalse((self.folder / "out").exists(), "files or folders are left behind")
+
+
+def main():
+    """Runs the tests of the program that the command line names: MODELDIR [RUNNER] PROGRAM."""
+    ProgramTest.models = Path(sys.argv[1]).resolve()
+    ProgramTest.command = sys.argv[2:]
+    ProgramTest.on_windows = sys.argv[-1].endswith(".exe")
+    unittest.main(argv=[sys.argv[0]], verbosity=2)
