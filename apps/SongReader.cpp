@@ -123,6 +123,7 @@ void SongReader::openDecoder()
         throw Failure("The song " + quoted(location) +
                       " is damaged or cut off: not all of its Ogg pages are whole.");
     eightBits = source->hasEightBits();
+    const bool lengthIsOpen = source->beginsWith("RIFF\xFF\xFF\xFF\xFF"); // written into a pipe
     const bool tagged = source->beginsWith("ID3"); // a tag can be long: it may hold a picture
     // Channels and rate as they are in the file, but float samples.
     ma_decoder_config config = ma_decoder_config_init(ma_format_f32, 0, 0);
@@ -138,7 +139,7 @@ void SongReader::openDecoder()
             break;
         // The length of an MP3 would have to be counted by decoding it; OGG has none.
         ma_uint64 length = 0;
-        if ((format == ma_encoding_format_wav || format == ma_encoding_format_flac) &&
+        if ((format == ma_encoding_format_wav || format == ma_encoding_format_flac) && !lengthIsOpen &&
             ma_decoder_get_length_in_pcm_frames(decoder.get(), &length) == MA_SUCCESS)
             stated = length;
         return;

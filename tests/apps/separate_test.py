@@ -7,6 +7,7 @@ RUNNER starts a Windows program. data/tone.* hold 20,000 frames of two sines (se
 """
 
 import hashlib
+import json
 import os
 import pty
 import struct
@@ -58,12 +59,12 @@ class SeparateTest(ProgramTest):
         song = (np.round(noise(2000) * 100) / 128).astype("<f8")
         integers = np.round(song * 2**31).astype("<i8")
 
-        def wav(tag, bits, data, head=b"RIFF", extra=b""):
+        def wav(tag, bits, data, head=b"RIFF", extra=None):
             extension = b"" if tag != 0xFFFE else struct.pack("<HHIH", 22, bits, 3, 1) + \
                 b"\0\0\0\0\x10\0\x80\0\0\xaa\0\x38\x9b\x71"
             fmt = struct.pack("<HHIIHH", tag, 2, RATE, RATE * bits // 4, bits // 4, bits) + extension
-            size = 0xFFFFFFFF if extra else len(data)
-            return (head + struct.pack("<I", size) + b"WAVE" + extra + b"fmt " + struct.pack("<I", len(fmt)) + fmt +
+            size = len(data) if extra is None else 0xFFFFFFFF
+            return (head + struct.pack("<I", size) + b"WAVE" + (extra or b"") + b"fmt " + struct.pack("<I", len(fmt)) + fmt +
                     b"data" + struct.pack("<I", size) + data)
 
         def packed(bits):
@@ -75,6 +76,7 @@ class SeparateTest(ProgramTest):
                               ("16", wav(1, 16, packed(16))), ("24", wav(1, 24, packed(24))),
                               ("32", wav(1, 32, packed(32))), ("float64", wav(3, 64, song.tobytes())),
                               ("extensible", wav(0xFFFE, 24, packed(24))),
+                              ("piped", wav(1, 16, packed(16), extra=b"")),
                               ("rf64", wav(1, 24, packed(24), b"RF64", ds64))):
             with self.subTest(kind=name):
                 self.assert_done(self.separate(self.put(f"{name}.wav", content), "--stems", "mix"))
@@ -170,6 +172,11 @@ class SeparateTest(ProgramTest):
         done = self.separate(self.put("Größe 歌 песня 🎵.wav", wav_bytes(song)))
         self.assertEqual(self.assert_done(done)[1], "Größe 歌 песня 🎵.wav")
         self.assert_stems("Größe 歌 песня 🎵", song)
+        self.assert_done(self.separate("*歌 ПЕСНЯ ?.wav", "-o", "вывод/結果 🎹", "--karaoke", "--format", "pcm24"))
+        folder = self.folder / "вывод/結果 🎹/Größe 歌 песня 🎵"
+        self.assertEqual({path.name for path in folder.iterdir()}, {"karaoke.wav", "receipt.json"})
+        receipt = json.loads((folder / "receipt.json").read_text(encoding="utf-8"))
+        self.assertEqual(receipt["input"]["file"], "Größe 歌 песня 🎵.wav")
 
     def test_a_scrambled_model_needs_its_key(self):
         key = b"correct horse"
