@@ -40,7 +40,8 @@ int runProgram(int argc, char** argv)
         return done;
     const platform::DivertedOutput streams = platform::divertStandardOutput();
     if (streams.log == nullptr)
-        throw Failure("A temporary file is needed and cannot be made.");
+        throw Failure(
+            "The folder for temporary files cannot be written to (TMPDIR, on Windows TEMP, names it).");
     LibraryLog log(streams.log);
     const auto announcer = makeAnnouncer(*options, streams.output);
     return Batch(*options, *announcer, log, streams.output).run().failed > 0 ? failed : done;
