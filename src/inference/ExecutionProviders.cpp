@@ -20,24 +20,24 @@ char asciiLower(char letter)
     return letter >= 'A' && letter <= 'Z' ? static_cast<char>(letter - 'A' + 'a') : letter;
 }
 
-// Both statuses are received, so that they are released, and deliberately not tested.
-void appendDirectML(Ort::SessionOptions& options)
+/// \return how the runtime answered, which the session does not depend on
+Ort::Status appendDirectML(Ort::SessionOptions& options)
 {
     options.SetExecutionMode(ORT_SEQUENTIAL);
     options.DisableMemPattern();
     const void* table = nullptr;
-    const Ort::Status found(Ort::GetApi().GetExecutionProviderApi("DML", ORT_API_VERSION, &table));
+    Ort::Status found(Ort::GetApi().GetExecutionProviderApi("DML", ORT_API_VERSION, &table));
     const std::int32_t deviceIndex = selectDmlAdapterIndex();
-    if (table != nullptr)
-        const Ort::Status appended(
-            static_cast<const DmlApi*>(table)->appendExecutionProvider(options, deviceIndex));
+    if (table == nullptr)
+        return found;
+    return Ort::Status(static_cast<const DmlApi*>(table)->appendExecutionProvider(options, deviceIndex));
 }
 
 } // namespace
 
 std::deque<std::string> providerPreference(const std::string& preferred)
 {
-    std::deque<std::string> names{"DmlExecutionProvider",  "QNNExecutionProvider",    "CUDAExecutionProvider",
+    std::deque<std::string> names{directMLProvider,        "QNNExecutionProvider",    "CUDAExecutionProvider",
                                   "ROCmExecutionProvider", "CoreMLExecutionProvider", cpuProvider};
     if (!preferred.empty())
     {
@@ -55,8 +55,8 @@ bool sameProvider(const std::string& left, const std::string& right)
 
 bool appendProvider(Ort::SessionOptions& options, const std::string& provider)
 {
-    if (sameProvider(provider, "DmlExecutionProvider"))
-        appendDirectML(options);
+    if (sameProvider(provider, directMLProvider))
+        appendDirectML(options); // its answer is deliberately not tested
     else if (sameProvider(provider, "CUDAExecutionProvider"))
         options.AppendExecutionProvider_CUDA(OrtCUDAProviderOptions{});
     else if (sameProvider(provider, "ROCmExecutionProvider"))
@@ -64,4 +64,23 @@ bool appendProvider(Ort::SessionOptions& options, const std::string& provider)
     else
         return false;
     return true;
+}
+
+std::string providerRefusal(const std::string& provider)
+{
+    try
+    {
+        Ort::SessionOptions options;
+        if (sameProvider(provider, directMLProvider))
+        {
+            const Ort::Status answer = appendDirectML(options);
+            return answer.IsOK() ? "" : answer.GetErrorMessage();
+        }
+        const bool known = sameProvider(provider, cpuProvider) || appendProvider(options, provider);
+        return known ? "" : "there is no way to ask for it on this system";
+    }
+    catch (const Ort::Exception& failure)
+    {
+        return failure.what();
+    }
 }

@@ -11,6 +11,8 @@
 /// Where the walk over the providers ends: it needs no asking for.
 inline constexpr const char* cpuProvider = "CPUExecutionProvider";
 
+inline constexpr const char* directMLProvider = "DmlExecutionProvider";
+
 /// The order in which providers are tried, with `preferred`, unless empty, moved or put to the front.
 std::deque<std::string> providerPreference(const std::string& preferred);
 
@@ -21,8 +23,13 @@ bool sameProvider(const std::string& left, const std::string& right);
 /// Asks for `provider` in `options`.
 /// \return false if there is no way to ask for it on this platform
 /// \throws Ort::Exception if CUDA or ROCm refuse. DirectML's refusal is not reported: the options then stay
-/// as they
-///         are, and the session made with them runs on the CPU
+///         as they are, and the session made with them runs on the CPU
 bool appendProvider(Ort::SessionOptions& options, const std::string& provider);
+
+/// Asks for `provider` and drops it again: for people who want to know why their model runs on the CPU.
+/// \return the runtime's reason for refusing it, DirectML's included; empty if it can be had. An Ort::Env
+/// must
+///         exist
+std::string providerRefusal(const std::string& provider);
 
 #endif // TONWERK_INFERENCE_EXECUTIONPROVIDERS_H

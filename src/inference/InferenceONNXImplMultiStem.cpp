@@ -1,16 +1,16 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <deque>
 #include <exception>
 #include <filesystem>
 #include <functional>
 #include <numeric>
 
 #include "common/Log.h"
-#include "inference/ExecutionProviders.h"
 #include "inference/InferenceBackend.h"
 #include "inference/ModelCache.h"
+#include "inference/ModelContract.h"
+#include "inference/ModelSession.h"
 #include "inference/OrtApi.h"
 #include "inference/RuntimeLoader.h"
 
@@ -31,8 +31,6 @@ public:
 private:
     static constexpr std::size_t stemCount = 6;
 
-    void createSession(const void* model, std::size_t size, const std::string& providerName);
-    void tryProvider(const std::string& name, const void* model, std::size_t size);
     void readInterface(const std::vector<std::string>& givenInputs,
                        const std::vector<std::string>& givenOutputs);
     std::vector<Ort::Value> bindInputs(const Ort::MemoryInfo& memory, const float* input, std::size_t count,
@@ -54,16 +52,6 @@ private:
 
 namespace
 {
-
-constexpr const char* constructorName = "InferenceONNXImplMultiStem::InferenceONNXImplMultiStem";
-
-// In flag order, as are the output names below: both are the model contract's.
-constexpr std::array<const char*, 7> contractInputs{
-    "unified_input", "vocals_flag",          "drum_flag",           "bass_flag",
-    "piano_flag",    "acoustic_guitar_flag", "electric_guitar_flag"};
-constexpr std::array<const char*, 6> contractOutputs{
-    "vocals_output",          "drum_output",           "bass_output", "piano_output",
-    "acoustic_guitar_output", "electric_guitar_output"};
 
 std::vector<std::string> ownInputNames(const Ort::Session& session)
 {
@@ -108,7 +96,7 @@ InferenceONNXImplMultiStem::InferenceONNXImplMultiStem(const void* model, std::s
     TONWERK_LOG(info) << "[INFERENCE_onnx] Create Inference ONNX";
     try
     {
-        createSession(model, size, providerName);
+        session = makeModelSession(env, model, size, providerName).session;
     }
     catch (const std::exception& failure)
     {
@@ -118,45 +106,6 @@ InferenceONNXImplMultiStem::InferenceONNXImplMultiStem(const void* model, std::s
     const std::filesystem::path coreMLCache; // no provider of this build keeps compiled models
     removeModelCache(coreMLCache);
     readInterface(inputNames, outputNames);
-}
-
-// Every available provider gets a full session build and the last success stays: a machine that can run the
-// model on CUDA shall do so even though DirectML comes first in the list.
-void InferenceONNXImplMultiStem::createSession(const void* model, std::size_t size,
-                                               const std::string& providerName)
-{
-    const std::vector<std::string> available = Ort::GetAvailableProviders();
-    for (const std::string& name : available)
-        TONWERK_LOG_AS(constructorName, info) << "[INFERENCE_onnx] Available Provider: " << name;
-
-    for (const std::string& name : providerPreference(providerName))
-    {
-        if (sameProvider(name, cpuProvider))
-            break;
-        if (std::any_of(available.begin(), available.end(),
-                        [&](const std::string& offered) { return sameProvider(offered, name); }))
-            tryProvider(name, model, size);
-    }
-    if (!session)
-        session = std::make_unique<Ort::Session>(env, model, size, Ort::SessionOptions());
-}
-
-void InferenceONNXImplMultiStem::tryProvider(const std::string& name, const void* model, std::size_t size)
-{
-    try
-    {
-        Ort::SessionOptions options;
-        TONWERK_LOG_AS(constructorName, info) << "[INFERENCE_onnx] Append execution provider: " << name;
-        if (appendProvider(options, name))
-            session = std::make_unique<Ort::Session>(env, model, size, options);
-        else
-            TONWERK_LOG_AS(constructorName, warning) << "[INFERENCE_onnx] Unknown EP: " << name;
-    }
-    catch (const std::exception& failure)
-    {
-        TONWERK_LOG_AS(constructorName, error)
-            << "[INFERENCE_onnx] Failed to init backend: " << failure.what();
-    }
 }
 
 void InferenceONNXImplMultiStem::readInterface(const std::vector<std::string>& givenInputs,

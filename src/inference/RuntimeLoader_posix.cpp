@@ -19,7 +19,8 @@ constexpr const char* entryPoint = "OrtGetApiBase";
 /// dynamic loader's record may be relative to a directory that is no longer the current one.
 std::string ownFolder()
 {
-    const auto address = reinterpret_cast<std::uintptr_t>(&openRuntimeLibrary);
+    RuntimeLibrary (*code)() = &openRuntimeLibrary;
+    const auto address = reinterpret_cast<std::uintptr_t>(code);
     std::ifstream mappings("/proc/self/maps");
     for (std::string line; std::getline(mappings, line);)
     {
@@ -57,9 +58,8 @@ std::string lastReason()
     return reason != nullptr ? reason : "unknown reason";
 }
 
-void* openLibrary(std::string& location)
+void* openLibrary(const std::string& folder, std::string& location)
 {
-    const std::string folder = ownFolder();
     location = folder + "/" + fileName;
     if (void* handle = dlopen(location.c_str(), RTLD_NOW | RTLD_LOCAL))
         return handle;
@@ -83,8 +83,13 @@ void* openLibrary(std::string& location)
 
 RuntimeLibrary openRuntimeLibrary()
 {
+    return openRuntimeLibrary(ownFolder());
+}
+
+RuntimeLibrary openRuntimeLibrary(const std::filesystem::path& folder)
+{
     std::string location;
-    void* handle = openLibrary(location);
+    void* handle = openLibrary(folder.string(), location);
     using GetApiBase = const OrtApiBase* (*)();
     const auto getApiBase = reinterpret_cast<GetApiBase>(dlsym(handle, entryPoint));
     if (getApiBase == nullptr)

@@ -49,17 +49,17 @@ std::wstring modulePath(HMODULE module)
 std::wstring ownFolder()
 {
     HMODULE module = nullptr;
+    RuntimeLibrary (*code)() = &openRuntimeLibrary;
     GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                       reinterpret_cast<LPCWSTR>(&openRuntimeLibrary), &module);
+                       reinterpret_cast<LPCWSTR>(code), &module);
     const std::wstring path = modulePath(module);
-    return path.substr(0, path.find_last_of(L"\\/") + 1);
+    return path.substr(0, path.find_last_of(L"\\/"));
 }
 
-HMODULE openLibrary()
+HMODULE openLibrary(const std::wstring& folder)
 {
-    const std::wstring folder = ownFolder();
     // The runtime's own dependencies are looked for beside it too, before the system's copies.
-    if (HMODULE module = LoadLibraryExW((folder + fileName).c_str(), nullptr,
+    if (HMODULE module = LoadLibraryExW((folder + L"\\" + fileName).c_str(), nullptr,
                                         LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS))
         return module;
     const std::string reason = reasonText(GetLastError());
@@ -89,8 +89,13 @@ extern "C"
 
 RuntimeLibrary openRuntimeLibrary()
 {
+    return openRuntimeLibrary(ownFolder());
+}
+
+RuntimeLibrary openRuntimeLibrary(const std::filesystem::path& folder)
+{
     if (runtimeModule == nullptr)
-        runtimeModule = openLibrary();
+        runtimeModule = openLibrary(folder.wstring());
     const std::string location = toUtf8(modulePath(runtimeModule));
     // The delay-load helper would end the process if the entry point were missing.
     if (GetProcAddress(runtimeModule, entryPoint) == nullptr)
