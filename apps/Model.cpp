@@ -14,9 +14,6 @@
 namespace tonwerk::app
 {
 
-namespace
-{
-
 std::vector<char> readModel(const std::filesystem::path& path)
 {
     std::error_code failure;
@@ -36,8 +33,6 @@ std::vector<char> readModel(const std::filesystem::path& path)
     file.requireGood();
     return bytes;
 }
-
-} // namespace
 
 std::shared_ptr<InferenceContext> loadModel(const std::filesystem::path& path, const std::string& key)
 {

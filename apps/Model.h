@@ -4,11 +4,16 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include <tonwerk/TonwerkProc.h>
 
 namespace tonwerk::app
 {
+
+/// The bytes of a model's file.
+/// \throws Failure if the file is empty or cannot be read
+std::vector<char> readModel(const std::filesystem::path& path);
 
 /// Loads a separation model from a file.
 /// \param key scrambling key of the file, empty for a plain one

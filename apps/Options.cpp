@@ -31,6 +31,11 @@ constexpr const char* details =
     "names end in .part, and they can be played. DIR/SONG/receipt.json comes last; it tells what was\n"
     "measured.\n"
     "\n"
+    "Other commands, each with a --help of its own (a song of such a name is ./doctor):\n"
+    "  tonwerk-separate doctor       what a separation needs on this machine, and what to do if it lacks\n"
+    "  tonwerk-separate check-model  whether a network can be used as a model, and how fast it is\n"
+    "  tonwerk-separate scramble     makes a model that needs a key\n"
+    "\n"
     "Exit codes: 0 done, 1 some songs failed and the others are done, 2 wrong usage, 130 interrupted.";
 
 /// The options as CLI11 fills them in.

@@ -12,6 +12,7 @@
 #include "Platform.h"
 #include "Text.h"
 #include "TextAnnouncer.h"
+#include "tools/Tools.h"
 
 namespace
 {
@@ -60,6 +61,8 @@ int main(int argc, char** argv)
     try
     {
         platform::setUpConsole();
+        if (const auto code = runTool(argc, argv))
+            return *code;
         platform::watchInterrupts();
         return runProgram(argc, argv);
     }

@@ -18,13 +18,15 @@ find_package(plog CONFIG REQUIRED)
 find_package(xtensor CONFIG REQUIRED)
 find_path(miniaudioFolder miniaudio.h REQUIRED)
 find_path(stbFolder stb_vorbis.c REQUIRED)
+find_path(resamplerFolder CDSPResampler.h PATH_SUFFIXES r8brain r8brain-free-src REQUIRED)
+find_package(boost_hash2 CONFIG REQUIRED)
 
 # Our sources name stb's headers as Debian does.
 file(WRITE "${CMAKE_BINARY_DIR}/vcpkg/stb/stb_vorbis.h" "#include <stb_vorbis.c>\n")
 file(WRITE "${CMAKE_BINARY_DIR}/vcpkg/stb/stb_image_write.h" "#include <stb_image_write.h>\n")
 
 target_link_libraries(tonwerk_deps INTERFACE
-    CLI11::CLI11 nlohmann_json::nlohmann_json plog::plog xtensor)
+    CLI11::CLI11 nlohmann_json::nlohmann_json plog::plog xtensor Boost::hash2)
 target_include_directories(tonwerk_deps SYSTEM INTERFACE
     "${miniaudioFolder}" "${stbFolder}" "${CMAKE_BINARY_DIR}/vcpkg")
 

@@ -1,0 +1,176 @@
+#include "tools/Doctor.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "DefaultModel.h"
+#include "Failure.h"
+#include "Machine.h"
+#include "Model.h"
+#include "Text.h"
+#include "inference/ExecutionProviders.h"
+#include "inference/ModelSession.h"
+#include "tools/Findings.h"
+#include "tools/LogLines.h"
+#include "tools/ModelInterface.h"
+#include "tools/Runtime.h"
+#include "tools/SelfTest.h"
+
+namespace tonwerk::app
+{
+
+namespace
+{
+
+/// Rounding is a ten-thousandth of it, a damaged library or runtime is far above.
+constexpr double tolerance = 1e-4;
+
+void tellProgram(const Findings& findings)
+{
+    findings.tell("program", "tonwerk-separate " TONWERK_VERSION ", " + quoted(machine::programFile()));
+    findings.tell("library", quoted(machine::libraryFile()));
+    const std::string name = machine::processorName();
+    findings.tell("processor", (name.empty() ? "of unknown name" : name) + ", " +
+                                   std::to_string(std::thread::hardware_concurrency()) + " threads");
+}
+
+/// \return whether the runtime can be used
+bool checkRuntime(Findings& findings)
+{
+    try
+    {
+        findings.tell("runtime", loadRuntime());
+        return true;
+    }
+    catch (const Failure& failure)
+    {
+        findings.object(
+            failure.what() +
+            std::string(" Put the runtime that came with this program beside its library again. If it "
+                        "is there, it lacks something itself: on Windows, the Microsoft Visual C++ "
+                        "Redistributable (x64)."));
+        return false;
+    }
+}
+
+// The library tries the providers in its order of preference and keeps the last that takes the model.
+void tellProviders(const Findings& findings)
+{
+    const std::vector<std::string> offered = Ort::GetAvailableProviders();
+    std::string chosen = cpuProvider;
+    bool isAnyRefused = false;
+    for (const std::string& provider : providerPreference(""))
+    {
+        if (std::none_of(offered.begin(), offered.end(),
+                         [&](const std::string& name) { return sameProvider(name, provider); }))
+            continue;
+        LogLines adapters;
+        const std::string refusal = providerRefusal(provider);
+        findings.tell("provider",
+                      provider + ": " +
+                          (refusal.empty() ? "can be had" : "refused, " + runtimeReason(refusal)));
+        for (const std::string& line : adapters.take())
+            findings.tell("adapter", line);
+        if (refusal.empty() && !sameProvider(provider, cpuProvider))
+            chosen = provider;
+        isAnyRefused = isAnyRefused || !refusal.empty();
+    }
+    findings.tell("runs on", chosen + (sameProvider(chosen, cpuProvider) ? "" : ", if it takes the model"));
+    if (isAnyRefused)
+        findings.tell("note", "The library logs by itself what it is refused; that does no harm.");
+}
+
+void checkDefaultModel(Findings& findings, const Ort::Env& env, const std::filesystem::path& path,
+                       const std::vector<char>& bytes)
+{
+    const std::string advice = "; tonwerk-separate check-model " + quoted(path) +
+                               " tells more, and takes the key of a scrambled one.";
+    try
+    {
+        const ModelSession made = makeModelSession(env, bytes.data(), bytes.size(), "");
+        if (!checkInterface(*made.session).violations.empty())
+            findings.object("The default model breaks the contract" + advice);
+    }
+    catch (const Ort::Exception& failure)
+    {
+        findings.object("The default model cannot be loaded: " + runtimeReason(failure) + advice);
+    }
+}
+
+/// \param env null if there is no runtime
+void lookAtDefaultModel(Findings& findings, const Ort::Env* env)
+{
+    try
+    {
+        const std::filesystem::path path = defaultModel();
+        const std::vector<char> bytes = readModel(path);
+        findings.tell("model", quoted(path) + ", " + std::to_string(bytes.size()) + " bytes");
+        if (env != nullptr)
+            checkDefaultModel(findings, *env, path, bytes);
+    }
+    catch (const Failure& failure)
+    {
+        findings.object(failure.what());
+    }
+}
+
+std::string summary(const SelfTestResult& result)
+{
+    char text[160]; // NOLINT(modernize-avoid-c-arrays): what snprintf fills
+    std::snprintf(
+        text, sizeof text,
+        "stems right to %.1g, null test %.1f dBFS, real-time factor %.4f (%.0f s of sound, without a "
+        "network's work)",
+        result.stemError, 20.0 * std::log10(result.nullPeak), result.processingSeconds / result.audioSeconds,
+        result.audioSeconds);
+    return text;
+}
+
+void tellSelfTest(Findings& findings)
+{
+    try
+    {
+        const SelfTestResult result = runSelfTest();
+        findings.tell("self-test", summary(result));
+        if (!(result.stemError < tolerance && result.nullPeak < tolerance))
+            findings.object(
+                "The stems of the self-test are wrong: install the program and its libraries anew, "
+                "from one package.");
+    }
+    catch (const std::exception& failure)
+    {
+        findings.object("The self-test cannot be run: " + runtimeReason(failure) + '.');
+    }
+}
+
+} // namespace
+
+bool runDoctor()
+{
+    Findings findings("problem");
+    tellProgram(findings);
+    if (checkRuntime(findings))
+    {
+        {
+            // What goes wrong is told by us.
+            const Ort::Env env(ORT_LOGGING_LEVEL_FATAL, "");
+            tellProviders(findings);
+            lookAtDefaultModel(findings, &env);
+        }
+        tellSelfTest(findings);
+    }
+    else
+    {
+        lookAtDefaultModel(findings, nullptr);
+    }
+    const bool well = findings.objections() == 0;
+    findings.tell("result", well ? "All is well." : findings.countText() + " to solve.");
+    return well;
+}
+
+} // namespace tonwerk::app

@@ -1,0 +1,30 @@
+#ifndef TONWERK_APPS_TOOLS_MODELINTERFACE_H
+#define TONWERK_APPS_TOOLS_MODELINTERFACE_H
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "inference/OrtApi.h"
+
+namespace tonwerk::app
+{
+
+/// Shape of the spectrogram that a network takes and of each of the six that it gives: one pair of real and
+/// imaginary plane per channel, frames, bins.
+inline constexpr std::array<std::int64_t, 4> spectrogramShape{1, 4, 256, 2048};
+
+/// How a network's inputs and outputs differ from what the library expects, a sentence each.
+struct InterfaceFaults
+{
+    std::vector<std::string> violations; ///< with these the library cannot use the network
+    std::vector<std::string> warnings;
+};
+
+/// Compares the names, types and shapes that a network declares with the contract.
+InterfaceFaults checkInterface(const Ort::Session& session);
+
+} // namespace tonwerk::app
+
+#endif // TONWERK_APPS_TOOLS_MODELINTERFACE_H

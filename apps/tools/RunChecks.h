@@ -1,0 +1,40 @@
+#ifndef TONWERK_APPS_TOOLS_RUNCHECKS_H
+#define TONWERK_APPS_TOOLS_RUNCHECKS_H
+
+#include <vector>
+
+#include "tools/Findings.h"
+#include "tools/NetworkRunner.h"
+
+namespace tonwerk::app
+{
+
+/// Runs a network and looks at what it gives.
+class RunChecks
+{
+public:
+    /// \param session of a network that keeps to the contract
+    RunChecks(Ort::Session& session, Findings& findings);
+
+    /// Makes all checks, in about a dozen runs. What is wrong with a run goes to the findings.
+    void makeAll();
+
+private:
+    bool checkNumbers();
+    void checkEquality();
+    void checkSilence();
+    void checkFlags();
+    void checkLevels() const;
+    void tellSpeed() const;
+    double timedRun();
+
+    NetworkRunner runner;
+    Findings& findings;
+    std::vector<float> input;
+    NetworkRunner::Results reference; ///< of the first run
+    std::vector<double> seconds;      ///< of the later runs with the same input
+};
+
+} // namespace tonwerk::app
+
+#endif // TONWERK_APPS_TOOLS_RUNCHECKS_H

@@ -1,0 +1,42 @@
+#include "tools/Runtime.h"
+
+#include <string_view>
+
+#include "Failure.h"
+#include "Machine.h"
+#include "Text.h"
+#include "inference/RuntimeLoader.h"
+
+namespace tonwerk::app
+{
+
+std::string loadRuntime()
+{
+    try
+    {
+        const RuntimeLibrary library = openRuntimeLibrary(machine::libraryFile().parent_path());
+        Ort::InitApi(runtimeApi(library));
+        return "ONNX Runtime " + std::string(library.apiBase->GetVersionString()) + ", " +
+               quoted(toPath(library.location));
+    }
+    catch (const std::exception& failure)
+    {
+        throw Failure(asReason(failure.what()) + '.');
+    }
+}
+
+// The runtime writes "FILE:LINE FUNCTION [ONNXRuntimeError] : 1 : FAIL : REASON".
+std::string runtimeReason(const std::string& message)
+{
+    constexpr std::string_view separator = " : ";
+    std::size_t start = message.rfind("[ONNXRuntimeError] : ");
+    for (int field = 0; field < 3 && start != std::string::npos; ++field)
+    {
+        start = message.find(separator, start);
+        if (start != std::string::npos)
+            start += separator.size();
+    }
+    return asReason(start == std::string::npos ? message : message.substr(start));
+}
+
+} // namespace tonwerk::app

@@ -1,0 +1,30 @@
+#include "tools/Scramble.h"
+
+#include <cstdio>
+#include <system_error>
+#include <vector>
+
+#include "Failure.h"
+#include "Model.h"
+#include "Text.h"
+#include "WholeFile.h"
+#include "api/ModelScrambling.h"
+
+namespace tonwerk::app
+{
+
+void scrambleModel(const std::filesystem::path& model, const std::filesystem::path& output,
+                   const std::string& key)
+{
+    const std::vector<char> bytes = readModel(model);
+    std::error_code absent; // then it is another file
+    if (std::filesystem::equivalent(model, output, absent))
+        throw Failure("The scrambled model would replace the model " + quoted(model) +
+                      ": give it another name.");
+    const ScrambledCopy scrambled(bytes.data(), bytes.size(), key);
+    writeWholeFile(output, scrambled.data(), scrambled.size());
+    std::printf("%s: %zu bytes. Separate with it by --model and --key; the same command turns it back.\n",
+                quoted(output).c_str(), bytes.size());
+}
+
+} // namespace tonwerk::app

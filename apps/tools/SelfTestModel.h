@@ -1,0 +1,14 @@
+#ifndef TONWERK_APPS_TOOLS_SELFTESTMODEL_H
+#define TONWERK_APPS_TOOLS_SELFTESTMODEL_H
+
+#include <string_view>
+
+namespace tonwerk::app
+{
+
+/// The bytes of gains.onnx, which cmake/EmbedText.cmake puts into the program.
+std::string_view selfTestModel();
+
+} // namespace tonwerk::app
+
+#endif // TONWERK_APPS_TOOLS_SELFTESTMODEL_H

@@ -1,0 +1,121 @@
+#include "tools/Tools.h"
+
+#include <string>
+#include <string_view>
+
+#include <CLI/CLI.hpp>
+
+#include "Failure.h"
+#include "Text.h"
+#include "tools/Doctor.h"
+#include "tools/ModelCheck.h"
+#include "tools/Scramble.h"
+
+namespace tonwerk::app
+{
+
+namespace
+{
+
+constexpr int good = 0;
+constexpr int bad = 1;
+
+/// A command line that begins with the name of a tool.
+class ToolOptions
+{
+public:
+    ToolOptions(const std::string& name, const std::string& description)
+        : tool(name), app(description, "tonwerk-separate " + name)
+    {
+        app.set_help_flag("-h,--help", "Print this text and exit");
+        app.allow_windows_style_options(false); // a path may begin with a slash
+        app.option_defaults()->take_last();
+    }
+
+    CLI::Option* add(const std::string& name, std::string& value, const std::string& description)
+    {
+        return app.add_option(name, value, description)->type_name("");
+    }
+
+    /// Fills the values. \return false if the help text was asked for, which has then been printed
+    bool read(int argc, char** argv)
+    {
+        try
+        {
+            app.parse(argc - 1, app.ensure_utf8(argv) + 1);
+            return true;
+        }
+        catch (const CLI::Success& request)
+        {
+            app.exit(request);
+            return false;
+        }
+        catch (const CLI::ParseError& error)
+        {
+            throw UsageError(asReason(error.what()) + " (" + tool + " --help tells more).");
+        }
+    }
+
+private:
+    std::string tool;
+    CLI::App app;
+};
+
+int doctorTool(int argc, char** argv)
+{
+    ToolOptions options("doctor",
+                        "Looks at everything that a separation needs on this machine, and tells what is "
+                        "wrong and what to do.\n\nExit codes: 0 all is well, 1 it is not.\n");
+    if (!options.read(argc, argv))
+        return good;
+    return runDoctor() ? good : bad;
+}
+
+int checkModelTool(int argc, char** argv)
+{
+    ToolOptions options("check-model",
+                        "Tells whether a network can be used as a separation model, what is wrong "
+                        "with it, and how fast it is.\n\nExit codes: 0 it can, 1 it cannot.\n");
+    std::string file;
+    std::string key;
+    options.add("FILE", file, "The network, an ONNX file")->required();
+    options.add("--key", key, "Its scrambling key")->type_name("KEY");
+    if (!options.read(argc, argv))
+        return good;
+    return checkModel(toPath(file), key) ? good : bad;
+}
+
+int scrambleTool(int argc, char** argv)
+{
+    ToolOptions options("scramble",
+                        "Scrambles a model with a key, so that other programs do not open it. This is no "
+                        "encryption.\nWith a scrambled model and its key it gives the plain one.\n");
+    std::string model;
+    std::string output;
+    std::string key;
+    options.add("MODEL", model, "The model, an ONNX file")->required();
+    options.add("-o,--output", output, "The file to write")->required()->type_name("FILE");
+    options.add("--key", key, "The key, any text")->required()->type_name("KEY");
+    if (!options.read(argc, argv))
+        return good;
+    if (key.empty())
+        throw UsageError("The key is empty: that would scramble nothing.");
+    scrambleModel(toPath(model), toPath(output), key);
+    return good;
+}
+
+} // namespace
+
+std::optional<int> runTool(int argc, char** argv)
+{
+    const std::string_view name = argc > 1 ? argv[1] : "";
+    if (name == "doctor")
+        return doctorTool(argc, argv);
+    if (name == "check-model")
+        return checkModelTool(argc, argv);
+    if (name == "scramble")
+        return scrambleTool(argc, argv);
+    return std::nullopt;
+}
+
+} // namespace tonwerk::app
