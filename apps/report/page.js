@@ -35,7 +35,7 @@ function buildFacts() {
         ['Length', clock(data.seconds)],
         ['Format', `${data.sampleRate / 1000} kHz, ${data.channels === 1 ? 'mono' : 'stereo'}`],
         ['Speed', `${(data.seconds / data.processingSeconds).toFixed(1)} \u00d7 real time`, 'Length of the song by the time that its separation took'],
-        ['Null test', decibels(data.nullPeak, 'dBFS'), 'Largest absolute value of six stems + residual \u2212 song'],
+        ['Null test', data.nullPeak === 0 ? 'exact' : decibels(data.nullPeak, 'dBFS'), byId('nullTest').textContent],
     ];
     if (data.nonFiniteSamples > 0) facts.push(['Samples that are no numbers', String(data.nonFiniteSamples)]);
     for (const [term, text, title] of facts) {
@@ -79,7 +79,9 @@ function buildTrack(description, title) {
     track.style.setProperty('--color', description.color);
     track.querySelector('h2').textContent = title;
     track.querySelector('.note').textContent =
-        `peak ${decibels(description.peak, '')}, RMS ${decibels(description.rms, 'dBFS')}`;
+        description.peak === 0
+            ? 'silent'
+            : `peak ${decibels(description.peak, '')}, RMS ${decibels(description.rms, 'dBFS')}`;
     buildPictures(track, description, title);
     byId('tracks').append(track);
     tracks.push(track);
