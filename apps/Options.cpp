@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "DefaultModel.h"
 #include "Failure.h"
 #include "SongReader.h"
 #include "Text.h"
@@ -30,6 +31,9 @@ constexpr const char* details =
     "have the same name. Older files of these names are replaced. While they are being written their\n"
     "names end in .part, and they can be played. DIR/SONG/receipt.json comes last; it tells what was\n"
     "measured.\n"
+    "\n"
+    "The default model is the one that the environment variable TONWERK_MODEL names, else\n"
+    "tonwerk-small.onnx beside the program or in the folder models beside the program's.\n"
     "\n"
     "Other commands, each with a --help of its own (a song of such a name is ./doctor):\n"
     "  tonwerk-separate doctor       what a separation needs on this machine, and what to do if it lacks\n"
@@ -64,7 +68,8 @@ void declareMain(CLI::App& app, RawOptions& raw)
     app.add_option("SONG", raw.songs, "The songs to separate")->required()->take_all()->type_name("");
     app.add_option("-o,--output", raw.outputFolder, "Folder in which the songs' folders are made")
         ->type_name("DIR");
-    app.add_option("--model", raw.model, "The separation model, an ONNX file")->required()->type_name("FILE");
+    app.add_option("--model", raw.model, "The separation model, an ONNX file, if it is not the default one")
+        ->type_name("FILE");
     app.add_option("--key", raw.key, "Scrambling key of the model")->type_name("KEY");
     app.add_option("--input-rate", raw.inputRate, "Sample rate of standard input in Hz, if it is not 44100")
         ->check(CLI::Range(lowestSampleRate, highestSampleRate).description(""))
@@ -181,7 +186,7 @@ Options checked(const RawOptions& raw)
     Options options{};
     options.inputs = raw.songs;
     options.outputFolder = toPath(raw.outputFolder);
-    options.model = toPath(raw.model);
+    options.model = raw.model.empty() ? defaultModel() : toPath(raw.model);
     options.key = raw.key;
     options.stems = stems;
     options.tracks = chosenTracks(raw, stems);

@@ -10,8 +10,11 @@
 
 #include "DefaultModel.h"
 #include "Failure.h"
+#include "LibraryLog.h"
 #include "Machine.h"
 #include "Model.h"
+#include "Platform.h"
+#include "Sha256.h"
 #include "Text.h"
 #include "inference/ExecutionProviders.h"
 #include "inference/ModelSession.h"
@@ -63,7 +66,6 @@ void tellProviders(const Findings& findings)
 {
     const std::vector<std::string> offered = Ort::GetAvailableProviders();
     std::string chosen = cpuProvider;
-    bool isAnyRefused = false;
     for (const std::string& provider : providerPreference(""))
     {
         if (std::none_of(offered.begin(), offered.end(),
@@ -78,11 +80,8 @@ void tellProviders(const Findings& findings)
             findings.tell("adapter", line);
         if (refusal.empty() && !sameProvider(provider, cpuProvider))
             chosen = provider;
-        isAnyRefused = isAnyRefused || !refusal.empty();
     }
     findings.tell("runs on", chosen + (sameProvider(chosen, cpuProvider) ? "" : ", if it takes the model"));
-    if (isAnyRefused)
-        findings.tell("note", "The library logs by itself what it is refused; that does no harm.");
 }
 
 void checkDefaultModel(Findings& findings, const Ort::Env& env, const std::filesystem::path& path,
@@ -109,7 +108,8 @@ void lookAtDefaultModel(Findings& findings, const Ort::Env* env)
     {
         const std::filesystem::path path = defaultModel();
         const std::vector<char> bytes = readModel(path);
-        findings.tell("model", quoted(path) + ", " + std::to_string(bytes.size()) + " bytes");
+        findings.tell("model", quoted(path) + ", " + std::to_string(bytes.size()) + " bytes, SHA-256 " +
+                                   sha256OfFile(path));
         if (env != nullptr)
             checkDefaultModel(findings, *env, path, bytes);
     }
@@ -131,28 +131,35 @@ std::string summary(const SelfTestResult& result)
     return text;
 }
 
-void tellSelfTest(Findings& findings)
+/// \param log of the library, which is worth telling only if something is wrong
+void tellSelfTest(Findings& findings, LibraryLog& log)
 {
     try
     {
         const SelfTestResult result = runSelfTest();
         findings.tell("self-test", summary(result));
-        if (!(result.stemError < tolerance && result.nullPeak < tolerance))
-            findings.object(
-                "The stems of the self-test are wrong: install the program and its libraries anew, "
-                "from one package.");
+        if (result.stemError < tolerance && result.nullPeak < tolerance)
+            return;
+        findings.object("The stems of the self-test are wrong: install the program and its libraries anew, "
+                        "from one package.");
     }
     catch (const std::exception& failure)
     {
         findings.object("The self-test cannot be run: " + runtimeReason(failure) + '.');
     }
+    for (const LibraryLog::Record& record : log.take())
+        findings.tell("log", record.text);
 }
 
 } // namespace
 
 bool runDoctor()
 {
-    Findings findings("problem");
+    const platform::DivertedOutput streams = platform::divertStandardOutput();
+    if (streams.log == nullptr)
+        throw Failure("A temporary file is needed and cannot be made.");
+    LibraryLog log(streams.log);
+    Findings findings("problem", streams.output);
     tellProgram(findings);
     if (checkRuntime(findings))
     {
@@ -162,7 +169,7 @@ bool runDoctor()
             tellProviders(findings);
             lookAtDefaultModel(findings, &env);
         }
-        tellSelfTest(findings);
+        tellSelfTest(findings, log);
     }
     else
     {

@@ -1,18 +1,20 @@
 #include "tools/Findings.h"
 
-#include <cstdio>
 #include <utility>
 
 namespace tonwerk::app
 {
 
-Findings::Findings(std::string objection) : objectionName(std::move(objection)) {}
+Findings::Findings(std::string objection, std::FILE* output)
+    : objectionName(std::move(objection)), stream(output)
+{
+}
 
-// Flushed, because libraries write to the same place in their own way, and may end the process.
+// Flushed, because a library may end the process.
 void Findings::tell(const std::string& name, const std::string& text) const
 {
-    std::printf("%-10s %s\n", name.c_str(), text.c_str());
-    std::fflush(stdout);
+    std::fprintf(stream, "%-10s %s\n", name.c_str(), text.c_str());
+    std::fflush(stream);
 }
 
 void Findings::approve(const std::string& sentence) const

@@ -1,17 +1,19 @@
 #ifndef TONWERK_APPS_TOOLS_FINDINGS_H
 #define TONWERK_APPS_TOOLS_FINDINGS_H
 
+#include <cstdio>
 #include <string>
 
 namespace tonwerk::app
 {
 
-/// What a tool finds out, told on standard output as it comes: a line each, under a name.
+/// What a tool finds out, told as it comes: a line each, under a name.
 class Findings
 {
 public:
     /// \param objection what to call what is wrong: "problem", "violation"
-    explicit Findings(std::string objection);
+    /// \param output where to tell it; not owned
+    explicit Findings(std::string objection, std::FILE* output = stdout);
 
     /// A fact, such as a version, under its name.
     void tell(const std::string& name, const std::string& text) const;
@@ -33,6 +35,7 @@ public:
 
 private:
     std::string objectionName;
+    std::FILE* stream;
     unsigned count = 0;
 };
 

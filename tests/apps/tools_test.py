@@ -6,6 +6,7 @@ Usage: tools_test.py MODELDIR [RUNNER] PROGRAM
 RUNNER starts a Windows program.
 """
 
+import hashlib
 import os
 import re
 import shutil
@@ -57,6 +58,11 @@ class ToolTest(unittest.TestCase):
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_bytes(content)
         return path
+
+    def put_song(self):
+        song = np.zeros(1000, "<f4")
+        self.put("song.wav", struct.pack("<4sI4s4sIHHIIHH4sI", b"RIFF", 36 + song.nbytes, b"WAVE", b"fmt ", 16, 3, 2,
+                                         44100, 44100 * 8, 8, 32, b"data", song.nbytes) + song.tobytes())
 
     def put_network(self, network):
         return self.put("network.onnx", network.model().SerializeToString())
@@ -220,9 +226,7 @@ class Scramble(ToolTest):
         np.testing.assert_array_equal(scrambled ^ plain,
                                       np.resize(np.frombuffer(self.KEY.encode(), np.uint8), plain.shape))
 
-        song = np.zeros(1000, "<f4")
-        self.put("song.wav", struct.pack("<4sI4s4sIHHIIHH4sI", b"RIFF", 36 + song.nbytes, b"WAVE", b"fmt ", 16, 3, 2,
-                                         44100, 44100 * 8, 8, 32, b"data", song.nbytes) + song.tobytes())
+        self.put_song()
         arguments = ["song.wav", "-o", "out", "--model", "model 楽.onnx", "--key"]
         self.assertEqual(self.run_tool(*arguments, "wrong").code, 1)
         self.assertEqual(self.run_tool(*arguments, self.KEY).code, 0)
@@ -270,7 +274,10 @@ class Doctor(ToolTest):
         self.assertIn("CPUExecutionProvider: can be had", done.all("provider"))
         self.assertTrue(all(": refused, " in line for line in done.all("provider")[:-1]))
         self.assertEqual(done.all("runs on"), ["CPUExecutionProvider"])
-        self.assertRegex(done.all("model")[0], r'gains\.onnx", 1153 bytes')
+        content = (models / "gains.onnx").read_bytes()
+        self.assertTrue(done.all("model")[0].endswith(
+            f'gains.onnx", {len(content)} bytes, SHA-256 {hashlib.sha256(content).hexdigest()}'), done.output)
+        self.assertFalse([name for name in done.lines if name.startswith("20")], "log lines of the library")
         null_test = re.fullmatch(r"stems right to \S+, null test (\S+) dBFS, real-time factor \d\.\d+ \(.*\)",
                                  done.all("self-test")[0])
         self.assertLess(float(null_test[1]), -120.0)
@@ -304,6 +311,15 @@ class Doctor(ToolTest):
         self.assertIn("Größe 歌.onnx", self.run_tool("doctor", program=program, model=named).all("model")[0])
         self.assertRegex(self.run_tool("doctor", program=program, model="gone.onnx").all("problem")[-1],
                          r'^The environment variable TONWERK_MODEL names the model "gone\.onnx", which does not exist\.$')
+
+    def test_songs_are_separated_with_the_default_model(self):
+        self.put_song()
+        for model, words in ((models / "gains.onnx", ""), (self.put("text.onnx", b"text"), "cannot be used: ")):
+            done = self.run_tool("song.wav", "-o", "out", model=model)
+            self.assertEqual(done.code, 1 if words else 0, done.complaints)
+            self.assertIn(words, done.complaints[-1] if words else "")
+        done = self.run_tool("song.wav", "-o", "out", program=self.program_without_runtime("bin"))
+        self.assert_failed(done, "There is no model: ")
 
     def test_a_default_model_that_cannot_be_used_is_a_problem(self):
         for model, words in ((self.put("text.onnx", b"text"), "cannot be loaded: "),
