@@ -25,9 +25,14 @@ std::string loadRuntime()
     }
 }
 
-// The runtime writes "FILE:LINE FUNCTION [ONNXRuntimeError] : 1 : FAIL : REASON".
+// The runtime writes "FILE:LINE FUNCTION [ONNXRuntimeError] : 1 : FAIL : REASON", and with DirectML
+// "FILE(LINE)\MODULE!ADDRESS: (caller: ADDRESS) Exception(1) tid(10c) 887A0004 REASON".
 std::string runtimeReason(const std::string& message)
 {
+    const std::size_t thread = message.find(" tid(");
+    if (const std::size_t end = message.find(") ", thread);
+        thread != std::string::npos && end != std::string::npos)
+        return "HRESULT " + asReason(message.substr(end + 2));
     constexpr std::string_view separator = " : ";
     std::size_t start = message.rfind("[ONNXRuntimeError] : ");
     for (int field = 0; field < 3 && start != std::string::npos; ++field)
