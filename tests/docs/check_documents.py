@@ -4,9 +4,10 @@
 usage: check_documents.py SOURCES PRODUCTS BUILD_TREE MODELS
 
 Each document's commands run in one folder that looks like the repository after `make build`, with a song.wav, the same
-as raw samples in song.raw, and a model.onnx. Blocks marked `file=NAME` are written there first. tests/docs/shell_blocks.py
+as raw samples in song.raw, and a model.onnx; the built programs are on the search path. Blocks marked `file=NAME` are written there first. tests/docs/shell_blocks.py
 tells how blocks are marked. The package's own README.md is run by the package's test.
 """
+import os
 import re
 import subprocess
 import sys
@@ -52,6 +53,7 @@ def run_commands(document):
             (folder / target).parent.mkdir(parents=True, exist_ok=True)
             (folder / target).write_text(text)
         done = subprocess.run(["bash", "-eux", "-c", "\n".join(commands)], cwd=folder, stdin=subprocess.DEVNULL,
+                              env={**os.environ, "PATH": f"{PRODUCTS}:{os.environ['PATH']}"},
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
     print(f"=== {document.name}\n{done.stdout}", flush=True)
     return [f"{document.name}: its commands end with {done.returncode}."] if done.returncode else []
