@@ -55,11 +55,11 @@ package:
 
 demo: build
 	scripts/setup.sh demo
-	$(call compile,linux-release) --target analytic_models
 	@mkdir -p build/demo
 	$(PYTHON) scripts/make_demo_song.py build/demo/song.wav
-	build/linux/tonwerk-separate build/demo/song.wav -o build/demo --model build/models/band_split.onnx
-	@printf '\nThe stems of build/demo/song.wav:\n'; ls build/demo/song/*.wav
+	build/linux/tonwerk-separate build/demo/song.wav -o build/demo --report
+	@printf '\nThe stems of build/demo/song.wav, and a page that plays them:\n'; ls build/demo/song/*.wav build/demo/song/*.html
+	@printf 'Nobody has the stems that the band recorded, so this cannot be scored: models/README.md has scores.\n'
 
 test:
 	scripts/setup.sh native fetch windows test browser training

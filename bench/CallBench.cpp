@@ -79,8 +79,13 @@ void registerCalls(std::size_t frames)
         benchmark::RegisterBenchmark("callWithoutResult", callWithoutResult)
             ->ArgNames({"frames", "interleaved"})
             ->Args({size, interleaved})
+            ->UseRealTime() // clocks of processor time are too coarse on some systems
             ->Iterations(calls);
-    benchmark::RegisterBenchmark("copyOfBlock", copyOfBlock)->ArgName("frames")->Arg(size)->Iterations(calls);
+    benchmark::RegisterBenchmark("copyOfBlock", copyOfBlock)
+        ->ArgName("frames")
+        ->Arg(size)
+        ->UseRealTime()
+        ->Iterations(calls);
 }
 
 [[maybe_unused]] const bool registered = []

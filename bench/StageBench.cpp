@@ -149,6 +149,25 @@ void stageHostVectors(benchmark::State& state)
     moved(state, 2 * result.size());
 }
 
+/// What the system takes for fresh memory of the size of the returned vectors, which a host keeps or gives
+/// back.
+void freshVectors(benchmark::State& state)
+{
+    const std::size_t floatsPerPage = 4096 / sizeof(float);
+    for (auto _ : state)
+    {
+        std::vector<std::unique_ptr<float[]>> vectors;
+        for (std::size_t i = 0; i < stems + 2; ++i)
+        {
+            vectors.push_back(std::make_unique_for_overwrite<float[]>(channels * blockFrames));
+            for (std::size_t k = 0; k < channels * blockFrames; k += floatsPerPage)
+                vectors.back()[k] = 0.25F;
+        }
+        benchmark::DoNotOptimize(vectors.data());
+        benchmark::ClobberMemory();
+    }
+}
+
 void stageResidualMix(benchmark::State& state)
 {
     const std::vector<std::vector<float>> six(stems, noise(channels * blockFrames));
@@ -165,5 +184,6 @@ BENCHMARK(stageUnpack)->Unit(benchmark::kMillisecond);
 BENCHMARK(stageInverseOverlapAdd)->Unit(benchmark::kMillisecond);
 BENCHMARK(stageHostVectors)->ArgName("interleaved")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 BENCHMARK(stageResidualMix)->Unit(benchmark::kMillisecond);
+BENCHMARK(freshVectors)->Unit(benchmark::kMillisecond);
 
 } // namespace

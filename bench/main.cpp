@@ -110,6 +110,8 @@ void printStages(const CollectingReporter& results)
     stage("inverse transform and overlap-add", "stageInverseOverlapAdd");
     stage("interleave", "stageHostVectors interleaved:1");
     stage("residual and mix", "stageResidualMix");
+    std::printf("(in the last two, fresh memory for the eight vectors: %.2f ms)\n",
+                results.milliseconds("freshVectors"));
 }
 
 void printCalls(const CollectingReporter& results)
@@ -121,9 +123,9 @@ void printCalls(const CollectingReporter& results)
         for (const int interleaved : {0, 1})
         {
             const std::string size = "frames:" + std::to_string(frames);
-            const double call = results.milliseconds("callWithoutResult " + size +
-                                                     "/interleaved:" + std::to_string(interleaved));
-            const double copy = results.milliseconds("copyOfBlock " + size);
+            const double call = results.clockMilliseconds("callWithoutResult " + size +
+                                                          "/interleaved:" + std::to_string(interleaved));
+            const double copy = results.clockMilliseconds("copyOfBlock " + size);
             std::printf("%6d frames, %-22s %8.2f us %8.2f us %9.2f\n", frames,
                         interleaved == 1 ? "interleaved" : "planar", 1e3 * call, 1e3 * copy, call / copy);
         }

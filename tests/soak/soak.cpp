@@ -85,14 +85,14 @@ void require(bool holds, const std::string& what)
 class Soak
 {
 public:
-    Soak(tonwerk::TonwerkProc& processor, std::uint64_t totalFrames)
-        : processor(processor), total(totalFrames)
+    /// \param loaded figures of the process before the processor was built
+    Soak(tonwerk::TonwerkProc& processor, std::uint64_t totalFrames, const ProcessFigures& loaded)
+        : processor(processor), total(totalFrames), loaded(loaded)
     {
     }
 
     void run()
     {
-        const ProcessFigures loaded = processFigures();
         std::printf("runtime and model loaded: %.1f MB\n", loaded.megabytes);
         ProcessFigures settled{};
         for (std::uint64_t minute = 0; fed < total; ++minute)
@@ -102,12 +102,12 @@ public:
             if (minute == 0)
                 settled = processFigures();
             if (minute == 0 || (minute + 1) % 60 == 0)
-                report(minute + 1, loaded);
+                report(minute + 1);
         }
         const auto rest = processor.process({}, true);
         check(rest, lastLength);
         require(returned == fed, "the stream has lost or gained frames");
-        compare(settled, processFigures(), loaded);
+        compare(settled, processFigures());
     }
 
 private:
@@ -158,7 +158,7 @@ private:
         require(edge || largestError <= tolerance, "the stems do not add up to the input");
     }
 
-    void report(std::uint64_t minutes, const ProcessFigures& loaded)
+    void report(std::uint64_t minutes)
     {
         const ProcessFigures now = processFigures();
         std::printf(
@@ -169,8 +169,7 @@ private:
         std::fflush(stdout);
     }
 
-    static void compare(const ProcessFigures& before, const ProcessFigures& after,
-                        const ProcessFigures& loaded)
+    void compare(const ProcessFigures& before, const ProcessFigures& after) const
     {
         std::printf(
             "at the end: at most %.1f MB above the loaded model, %.2f MB more than after the first minute\n",
@@ -183,6 +182,7 @@ private:
     tonwerk::TonwerkProc& processor;
     const EndlessNoise noise;
     const std::uint64_t total;
+    const ProcessFigures loaded;
     std::uint64_t fed = 0;
     std::uint64_t returned = 0;
     double largestError = 0.0;
@@ -208,8 +208,9 @@ try
         1;
     config.channels = 2;
     config.interleaved = true;
+    const ProcessFigures loaded = processFigures();
     tonwerk::TonwerkProc processor(std::move(context), config);
-    Soak(processor, std::strtoull(argv[2], nullptr, 10) * framesPerMinute).run();
+    Soak(processor, std::strtoull(argv[2], nullptr, 10) * framesPerMinute, loaded).run();
     return 0;
 }
 catch (const std::exception& failure)
