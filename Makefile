@@ -130,7 +130,8 @@ bench-peers:
 	scripts/fetch-deps.sh
 	@$(call configured,linux-release)
 	$(call compile,linux-release) --target bench
-	$(PYTHON) bench/peers/compare.py
+	@$(if $(BENCH_OUT),mkdir -p $(BENCH_OUT))
+	BENCH_OUT=$(if $(BENCH_OUT),$(BENCH_OUT)/peers.json) $(PYTHON) bench/peers/compare.py
 
 clean:
 	rm -rf build
