@@ -9,10 +9,12 @@ import tempfile
 import time
 import urllib.error
 import urllib.request
+from pathlib import Path
 
 CHROMIUM = ["--headless", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
             "--disable-background-networking", "--disable-component-update", "--disable-sync",
-            "--autoplay-policy=no-user-gesture-required", "--window-size=1360,1000"]
+            "--disable-background-timer-throttling", "--disable-renderer-backgrounding",
+            "--autoplay-policy=no-user-gesture-required", "--window-size=1360,1000", "--remote-debugging-port=0"]
 KEYS = {"space": " ", "left": "\ue012", "right": "\ue014", "up": "\ue013", "down": "\ue015", "home": "\ue011",
         "end": "\ue010", "escape": "\ue00c", "shift": "\ue008", "tab": "\ue004", "enter": "\ue007"}
 
@@ -23,10 +25,13 @@ class Browser:
     def __init__(self):
         self.profile = tempfile.mkdtemp(prefix="tonwerk-browser-")
         self.driver = subprocess.Popen(["chromedriver", "--port=0"], stdout=subprocess.PIPE, text=True)
+        # The driver itself would look for a browser on "localhost", a name that a system need not know.
+        self.chromium = subprocess.Popen(["chromium", *CHROMIUM, f"--user-data-dir={self.profile}", "about:blank"],
+                                         stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         self.session = ""
         try:
             self.address = f"http://127.0.0.1:{self._port()}"
-            options = {"args": [*CHROMIUM, f"--user-data-dir={self.profile}"]}
+            options = {"debuggerAddress": f"127.0.0.1:{self._debugging_port()}"}
             capabilities = {"goog:chromeOptions": options, "goog:loggingPrefs": {"browser": "ALL"}}
             session = self._send("POST", "/session", {"capabilities": {"alwaysMatch": capabilities}})
             self.session = f"/session/{session['sessionId']}"
@@ -40,6 +45,16 @@ class Browser:
             if found:
                 return int(found[1])
         raise RuntimeError("chromedriver did not start")
+
+    def _debugging_port(self):
+        told = Path(self.profile) / "DevToolsActivePort"
+        for _ in range(300):
+            if told.exists() and "\n" in told.read_text():
+                return int(told.read_text().split()[0])
+            if self.chromium.poll() is not None:
+                break
+            time.sleep(0.1)
+        raise RuntimeError("chromium did not start")
 
     def _send(self, method, path, body=None):
         data = None if body is None else json.dumps(body).encode()
@@ -57,8 +72,9 @@ class Browser:
             if self.session:
                 self._send("DELETE", self.session)
         finally:
-            self.driver.terminate()
-            self.driver.wait()
+            for process in (self.driver, self.chromium):
+                process.terminate()
+                process.wait()
             self.driver.stdout.close()
             shutil.rmtree(self.profile, ignore_errors=True)
 
