@@ -10,7 +10,7 @@
 #include "Failure.h"
 #include "Model.h"
 #include "Platform.h"
-#include "RuntimeProviders.h"
+#include "Runtime.h"
 #include "Sha256.h"
 #include "Text.h"
 
@@ -93,6 +93,8 @@ void Batch::loadModels(std::size_t songs)
     const std::size_t count = jobCount(songs);
     while (models.size() < count)
         models.push_back(loadModel(options.model, options.key));
+    if (models.empty())
+        return; // nothing to do, and the runtime is not loaded
     model.providers = offeredProviders();
     for (LibraryLog::Record& record : log.take())
         model.log.push_back(std::move(record.text));

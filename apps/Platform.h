@@ -51,9 +51,6 @@ unsigned threadNumber();
 /// A UTF-8 text in lower case, for comparing file names as systems do that ignore case.
 std::string inLowerCase(const std::string& utf8);
 
-/// The entry point of the inference runtime, OrtGetApiBase. \return null if no runtime is loaded
-void* runtimeEntryPoint();
-
 /// From here on, a request to stop (Ctrl-C, end of session) only sets a flag, so that the program can tidy
 /// up; a second request ends the program at once.
 void watchInterrupts();

@@ -4,12 +4,9 @@
 #include <csignal>
 #include <cwchar>
 #include <cwctype>
-#include <string_view>
 #include <system_error>
 
-#include <dlfcn.h>
 #include <fcntl.h>
-#include <link.h>
 #include <locale.h> // NOLINT(modernize-deprecated-headers): POSIX's newlocale stands in no other
 #include <unistd.h>
 
@@ -45,16 +42,6 @@ TemporaryFile openTemporaryFile()
         unlink(path.c_str());
     }
     return file;
-}
-
-extern "C" int noteRuntime(dl_phdr_info* module, std::size_t, void* path)
-{
-    constexpr std::string_view name = "/libonnxruntime_pelagrin.so";
-    const std::string_view found = module->dlpi_name;
-    if (found.size() < name.size() || found.substr(found.size() - name.size()) != name)
-        return 0;
-    *static_cast<std::string*>(path) = found;
-    return 1;
 }
 
 } // namespace
@@ -123,15 +110,6 @@ std::string inLowerCase(const std::string& utf8)
     }
     uselocale(former);
     return lower;
-}
-
-void* runtimeEntryPoint()
-{
-    std::string path;
-    if (dl_iterate_phdr(noteRuntime, &path) == 0)
-        return nullptr;
-    void* const runtime = dlopen(path.c_str(), RTLD_NOW | RTLD_NOLOAD);
-    return runtime != nullptr ? dlsym(runtime, "OrtGetApiBase") : nullptr;
 }
 
 void watchInterrupts()

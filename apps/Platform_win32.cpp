@@ -112,12 +112,6 @@ std::string inLowerCase(const std::string& utf8)
     return {result.begin(), result.end()};
 }
 
-void* runtimeEntryPoint()
-{
-    const HMODULE runtime = GetModuleHandleW(L"onnxruntime_pelagrin.dll");
-    return runtime != nullptr ? reinterpret_cast<void*>(GetProcAddress(runtime, "OrtGetApiBase")) : nullptr;
-}
-
 void watchInterrupts()
 {
     SetConsoleCtrlHandler(requestStop, TRUE);

@@ -26,7 +26,7 @@ declare -A packages=(
         ffmpeg fluid-soundfont-gm musescore-general-soundfont csound-soundfont timgm6mb-soundfont sonic-pi-samples
         hydrogen-drumkits asterisk-core-sounds-ru-g722 asterisk-core-sounds-it-g722 asterisk-core-sounds-en-g722
         asterisk-prompt-fr-armelle festvox-ru pocketsphinx-testdata espeak-ng flite"
-    [demo]="python3 python3-numpy python3-onnx sox libsox-fmt-base"
+    [demo]="python3 sox libsox-fmt-base"
 )
 
 fail() {

@@ -14,6 +14,7 @@
 #include "Machine.h"
 #include "Model.h"
 #include "Platform.h"
+#include "Runtime.h"
 #include "Sha256.h"
 #include "Text.h"
 #include "inference/ExecutionProviders.h"
@@ -21,7 +22,6 @@
 #include "tools/Findings.h"
 #include "tools/LogLines.h"
 #include "tools/ModelInterface.h"
-#include "tools/Runtime.h"
 #include "tools/SelfTest.h"
 
 namespace tonwerk::app

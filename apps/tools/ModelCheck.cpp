@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Model.h"
+#include "Runtime.h"
 #include "Text.h"
 #include "api/ModelScrambling.h"
 #include "inference/ExecutionProviders.h"
@@ -16,7 +17,6 @@
 #include "tools/ModelInterface.h"
 #include "tools/OnnxHeader.h"
 #include "tools/RunChecks.h"
-#include "tools/Runtime.h"
 
 namespace tonwerk::app
 {

@@ -7,9 +7,9 @@
 #include <random>
 #include <string>
 
+#include "Runtime.h"
 #include "Text.h"
 #include "tools/ModelInterface.h"
-#include "tools/Runtime.h"
 
 namespace tonwerk::app
 {

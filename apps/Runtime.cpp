@@ -1,4 +1,4 @@
-#include "tools/Runtime.h"
+#include "Runtime.h"
 
 #include <string_view>
 
@@ -23,6 +23,12 @@ std::string loadRuntime()
     {
         throw Failure(asReason(failure.what()) + '.');
     }
+}
+
+std::vector<std::string> offeredProviders()
+{
+    loadRuntime();
+    return Ort::GetAvailableProviders();
 }
 
 // The runtime writes "FILE:LINE FUNCTION [ONNXRuntimeError] : 1 : FAIL : REASON", and with DirectML

@@ -1,8 +1,9 @@
-#ifndef TONWERK_APPS_TOOLS_RUNTIME_H
-#define TONWERK_APPS_TOOLS_RUNTIME_H
+#ifndef TONWERK_APPS_RUNTIME_H
+#define TONWERK_APPS_RUNTIME_H
 
 #include <exception>
 #include <string>
+#include <vector>
 
 namespace tonwerk::app
 {
@@ -11,6 +12,11 @@ namespace tonwerk::app
 /// \return its name, version and file, for people
 /// \throws Failure if that is not possible
 std::string loadRuntime();
+
+/// The execution providers that the inference runtime offers. Which of them works on this machine only the
+/// loading of a model shows.
+/// \throws Failure if there is no runtime
+std::vector<std::string> offeredProviders();
 
 /// What the runtime said, as part of a sentence: without the place in its sources and its codes.
 std::string runtimeReason(const std::string& message);
@@ -23,4 +29,4 @@ inline std::string runtimeReason(const std::exception& failure)
 
 } // namespace tonwerk::app
 
-#endif // TONWERK_APPS_TOOLS_RUNTIME_H
+#endif // TONWERK_APPS_RUNTIME_H
