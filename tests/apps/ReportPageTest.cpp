@@ -29,14 +29,4 @@ TEST(ReportPage, BytesThatAreNoTextDoNotStopIt)
     EXPECT_NE(page.find("{\"name\":\"a\\ufffd\\ufffdz\"}"), std::string::npos);
 }
 
-TEST(ReportPage, ScriptsAndStyleStandWhereTheMarksWere)
-{
-    const std::string page = reportPage({});
-    EXPECT_NE(page.find("class StemPlayer"), std::string::npos);
-    EXPECT_NE(page.find("color-scheme: light dark;"), std::string::npos);
-    EXPECT_EQ(page.find("/* scripts */"), std::string::npos);
-    EXPECT_EQ(page.find("/* report.css */"), std::string::npos);
-    EXPECT_EQ(page.substr(page.size() - 8), "</html>\n");
-}
-
 } // namespace

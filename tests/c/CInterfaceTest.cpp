@@ -253,18 +253,4 @@ TEST(CInterface, AStreamThatEndedOrFailedTakesNoMore)
     EXPECT_EQ(tonwerk_last_error(), text + " It failed in an earlier call.");
 }
 
-TEST(CInterface, HasASentenceForEveryStatusAndAVersion)
-{
-    std::vector<std::string> texts;
-    for (tonwerk_status status = TONWERK_OK; status <= TONWERK_STREAM_FAILED; ++status)
-        texts.emplace_back(tonwerk_status_text(status));
-    EXPECT_EQ(texts[TONWERK_OK], "All is well.");
-    for (const tonwerk_status none : {TONWERK_STREAM_FAILED + 1, -1, INT32_MAX})
-        EXPECT_STREQ(tonwerk_status_text(none), "The status is unknown.");
-    texts.emplace_back("The status is unknown.");
-    std::sort(texts.begin(), texts.end());
-    EXPECT_EQ(std::unique(texts.begin(), texts.end()), texts.end());
-    EXPECT_STREQ(tonwerk_version(), TONWERK_VERSION);
-}
-
 } // namespace

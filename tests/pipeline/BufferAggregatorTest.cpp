@@ -1,9 +1,7 @@
 #include "pipeline/BufferAggregator.h"
 
-#include <deque>
 #include <numeric>
-#include <random>
-#include <stdexcept>
+#include <exception>
 
 #include <gtest/gtest.h>
 
@@ -89,65 +87,4 @@ TEST(BufferAggregator, BlocksThatDoNotFitTheRowsAreRefusedUnchanged)
     BufferAggregator single(1, 8, 1);
     EXPECT_THROW(single.push(counting({2, 2})), std::exception);
     EXPECT_EQ(single.heldSamples(), 0U);
-}
-
-TEST(BufferAggregator, AnySequenceOfOperationsBehavesAsAQueue)
-{
-    std::mt19937 generator(randomSeed());
-    const auto below = [&](std::size_t limit)
-    { return std::uniform_int_distribution<std::size_t>(0, limit - 1)(generator); };
-    for (int round = 0; round < 50; ++round)
-    {
-        const std::size_t size = 1 + below(40);
-        BufferAggregator buffer(2, size, 1);
-        std::deque<float> queue; // of the first channel; the second holds the negated samples
-        float next = 0.0F;
-        const auto expectFront = [&](const Array& block, std::size_t count)
-        {
-            ASSERT_EQ(shapeOf(block), (Sizes{2, count}));
-            for (std::size_t i = 0; i < count; ++i)
-            {
-                ASSERT_EQ(block(0, i), queue[i]);
-                ASSERT_EQ(block(1, i), -queue[i]);
-            }
-        };
-        for (int step = 0; step < 200; ++step)
-        {
-            const std::size_t choice = below(8);
-            const std::size_t requested = below(size + 2);
-            if (choice < 5)
-            {
-                Array block = counting({2, requested}, next);
-                for (std::size_t i = 0; i < requested; ++i)
-                    block(1, i) = -block(0, i);
-                next += static_cast<float>(requested);
-                if (queue.size() + requested > size)
-                {
-                    EXPECT_THROW(buffer.push(block), std::runtime_error);
-                    continue;
-                }
-                buffer.push(block);
-                queue.insert(queue.end(), row(block, 0).begin(), row(block, 0).end());
-            }
-            else if (choice < 7)
-            {
-                const std::size_t count = requested != 0 ? requested : queue.size();
-                const std::size_t keep = count == 0 ? 0 : below(count);
-                const Array block = buffer.get(requested, keep);
-                if (queue.empty() || queue.size() < count)
-                {
-                    EXPECT_EQ(block.dimension(), 0U);
-                    continue;
-                }
-                expectFront(block, count);
-                queue.erase(queue.begin(), queue.begin() + static_cast<std::ptrdiff_t>(count - keep));
-            }
-            else
-            {
-                expectFront(buffer.flush(), queue.size());
-                queue.clear();
-            }
-            ASSERT_EQ(buffer.heldSamples(), queue.size());
-        }
-    }
 }

@@ -21,7 +21,7 @@
 #include <utility>
 #include <vector>
 
-#include "soak/ProcessFigures.h"
+#include "ProcessFigures.h"
 #include "tonwerk/TonwerkProc.h"
 
 namespace

@@ -1,7 +1,7 @@
 /// \file ProcessFigures.h
 /// What the system says of this process.
-#ifndef TONWERK_TESTS_SOAK_PROCESSFIGURES_H
-#define TONWERK_TESTS_SOAK_PROCESSFIGURES_H
+#ifndef TONWERK_BENCH_PROCESSFIGURES_H
+#define TONWERK_BENCH_PROCESSFIGURES_H
 
 #include <cstddef>
 
@@ -16,4 +16,4 @@ struct ProcessFigures
 /// \throws std::runtime_error if the system does not tell
 ProcessFigures processFigures();
 
-#endif // TONWERK_TESTS_SOAK_PROCESSFIGURES_H
+#endif // TONWERK_BENCH_PROCESSFIGURES_H

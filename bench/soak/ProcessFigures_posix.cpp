@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "soak/ProcessFigures.h"
+#include "ProcessFigures.h"
 
 namespace
 {

@@ -6,7 +6,7 @@
 #include <psapi.h>
 #include <tlhelp32.h>
 
-#include "soak/ProcessFigures.h"
+#include "ProcessFigures.h"
 
 namespace
 {
