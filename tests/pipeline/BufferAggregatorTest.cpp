@@ -1,7 +1,7 @@
 #include "pipeline/BufferAggregator.h"
 
-#include <numeric>
 #include <exception>
+#include <numeric>
 
 #include <gtest/gtest.h>
 
