@@ -13,7 +13,7 @@ import torch
 
 sys.path.insert(0, sys.argv.pop(1))
 
-from tonwerk_training import bands, chunkstore, exporting, losses, network, runtime, stft  # noqa: E402
+from tonwerk_training import bands, chunkstore, exporting, fluidsynth, losses, network, runtime, stft  # noqa: E402
 
 
 class Summaries(unittest.TestCase):
@@ -34,6 +34,37 @@ class Summaries(unittest.TestCase):
                 # 8 bits hide 1e-5 of the mixture's energy, 16-bit logs a part in 100 of each band's
                 self.assertAlmostEqual(told, exact, delta=0.01 * exact + 1e-4 * power.sum())
             np.testing.assert_allclose(summary["energy"][stem].sum(), (np.abs(spectra) ** 2).sum(), rtol=1e-4)
+
+
+class Timbres(unittest.TestCase):
+    def test_differ_at_the_same_pitch_and_last_for_one_part(self):
+        renderer = fluidsynth.Renderer(fluidsynth.TRAINING_FONTS["csound"])
+        self.play(renderer)  # FluidSynth begins its very first note a little differently
+        plain = self.play(renderer)
+        random = np.random.default_rng(1)
+        for _ in range(8):
+            part = fluidsynth.Part(25)
+            fluidsynth.vary_timbre(part, random)
+            varied = self.play(renderer, timbre=part.timbre, borrow=part.borrow)
+            self.assertLess(self.likeness(plain, varied), 0.99)
+            self.assertAlmostEqual(self.pitch(varied), self.pitch(plain), delta=0.02 * self.pitch(plain))
+            np.testing.assert_array_equal(self.play(renderer), plain)
+
+    @staticmethod
+    def play(renderer, **how):
+        notes = [fluidsynth.Note(0.1, 1.0, 57, 90)]
+        return renderer.render(fluidsynth.Part(25, notes=notes, **how), 1.0).mean(axis=0)
+
+    @staticmethod
+    def likeness(one, other):
+        return np.vdot(one, other) / np.sqrt(np.vdot(one, one) * np.vdot(other, other))
+
+    @staticmethod
+    def pitch(audio):
+        """Hz, from the highest peak of the autocorrelation between 150 and 350 Hz."""
+        correlation = np.fft.irfft(np.abs(np.fft.rfft(audio, 2 * len(audio))) ** 2)
+        lags = np.arange(stft.SAMPLE_RATE // 350, stft.SAMPLE_RATE // 150)
+        return stft.SAMPLE_RATE / lags[np.argmax(correlation[lags])]
 
 
 class Loss(unittest.TestCase):

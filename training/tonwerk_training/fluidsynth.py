@@ -22,6 +22,10 @@ HELD_OUT_FONTS = {"timgm": "/usr/share/sounds/sf2/TimGM6mb.sf2"}
 DRUM_BANK = 128
 MELODIC_CHANNEL, DRUM_CHANNEL = 0, 9
 RESET_CONTROLLERS = 121
+# Generators by their numbers in SoundFont 2.04, section 8.1.3; units in brackets. They are offsets to the font's own.
+FILTER_CUTOFF, FILTER_RESONANCE = 8, 9  # [cents, centibels]
+ATTACK, DECAY, RELEASE = 34, 36, 38  # of the volume's envelope [timecents]
+COARSE_TUNE, FINE_TUNE = 51, 52  # [semitones, cents]
 
 
 @dataclass
@@ -36,13 +40,32 @@ class Note:
 
 @dataclass
 class Part:
-    """What one instrument plays. controls: (seconds, controller, value); bends: (seconds, semitones, within 2)."""
+    """What one instrument plays. controls: (seconds, controller, value); bends: (seconds, semitones, within 2).
+
+    timbre: offsets of generators, by number. borrow: notes take the samples of the key so many semitones higher, tuned
+    back: the same pitch from another string, so to say.
+    """
 
     program: int
     bank: int = 0
     notes: list = field(default_factory=list)
     controls: list = field(default_factory=list)
     bends: list = field(default_factory=list)
+    timbre: dict = field(default_factory=dict)
+    borrow: int = 0
+
+
+def vary_timbre(part, rng):
+    """Makes a Part another instrument of its kind, so that a network does not learn a font's few samples by heart."""
+    if rng.random() < 0.6:
+        part.timbre[FILTER_CUTOFF] = -rng.uniform(0, 3200)
+        part.timbre[FILTER_RESONANCE] = rng.uniform(0, 60)
+    if rng.random() < 0.3:
+        part.timbre[ATTACK] = rng.uniform(0, 5000)
+    part.timbre[DECAY], part.timbre[RELEASE] = rng.normal(0, 700), rng.normal(0, 700)
+    part.timbre[FINE_TUNE] = rng.normal(0, 8 if part.bank != DRUM_BANK else 120)
+    if part.bank != DRUM_BANK and rng.random() < 0.7:
+        part.borrow = int(rng.integers(-5, 6))
 
 
 def _library():
@@ -59,6 +82,7 @@ def _library():
         "fluid_synth_noteoff": (integer, [pointer, integer, integer]),
         "fluid_synth_cc": (integer, [pointer, integer, integer, integer]),
         "fluid_synth_pitch_bend": (integer, [pointer, integer, integer]),
+        "fluid_synth_set_gen": (integer, [pointer, integer, integer, ctypes.c_float]),
         "fluid_synth_all_sounds_off": (integer, [pointer, integer]),
         "fluid_synth_pin_preset": (integer, [pointer, integer, integer, integer]),
         "fluid_synth_write_float": (integer, [pointer, integer] + [pointer, integer, integer] * 2),
@@ -97,6 +121,8 @@ class Renderer:
         chosen = self._library.fluid_synth_program_select(self._synth, channel, self._font, part.bank, part.program)
         if chosen == FAILED:
             raise RuntimeError(f"The soundfont has no instrument {part.bank}:{part.program}.")
+        for generator, offset in {**part.timbre, COARSE_TUNE: -part.borrow}.items():
+            self._library.fluid_synth_set_gen(self._synth, channel, generator, float(offset))
         total = int(round(seconds * SAMPLE_RATE))
         audio = np.zeros((2, -(-total // BLOCK) * BLOCK), np.float32)
         position = 0
@@ -108,7 +134,7 @@ class Renderer:
         return audio[:, :total]
 
     def _silence(self):
-        """Ends what still sounds of the last part and resets its controllers and pitch wheel.
+        """Ends what still sounds of the last part and resets its controllers, its timbre and the pitch wheel.
 
         A reset of the whole synthesiser would let voices go on for half a second and load default instruments.
         """
@@ -131,11 +157,12 @@ class Renderer:
         for seconds, semitones in part.bends:
             add(seconds, 0, library.fluid_synth_pitch_bend, int(np.clip(8192 + semitones * 4096, 0, 16383)))
         for note in part.notes:
-            if not 0 < note.pitch < 128 or note.start < 0:
+            key = int(note.pitch) + part.borrow
+            if not 0 < key < 128 or note.start < 0:
                 continue
             velocity = int(np.clip(note.velocity, 1, 127))
-            add(note.start, 2, library.fluid_synth_noteon, int(note.pitch), velocity)
-            add(note.start + max(note.length, 0.02), 1, library.fluid_synth_noteoff, int(note.pitch))
+            add(note.start, 2, library.fluid_synth_noteon, key, velocity)
+            add(note.start + max(note.length, 0.02), 1, library.fluid_synth_noteoff, key)
         return [(block, action) for block, _, _, action in sorted(events, key=lambda event: event[:3])]
 
     def _advance(self, audio, position, end):

@@ -40,14 +40,20 @@ def choose_stems(rng):
     return chosen or {str(rng.choice(stems))}
 
 
-def treat(audio, stem, rng, response):
-    """A stem through its effects: equaliser, drive on electric guitars, place, room; level is set elsewhere."""
+def colour(audio, stem, rng):
+    """A stem through the effects that change its sound: drive on electric guitars, equaliser, doubled guitars."""
     if stem == "electric_guitar" and rng.random() < 0.35:
         audio = effects.drive(audio, rng)
     if rng.random() < 0.6:
         audio = effects.equalise(audio, rng)
     if stem in GUITARS and rng.random() < 0.2:
         audio = effects.double_track(audio, rng)
+    return audio
+
+
+def treat(audio, stem, rng, response):
+    """A stem through all its effects: colour, place, room; level is set elsewhere."""
+    audio = colour(audio, stem, rng)
     limit = PAN_WIDTH.get(stem, 0.6)
     audio = effects.spread(audio, rng.uniform(0.1, 1.25), float(np.clip(rng.normal(0, limit), -0.9, 0.9)))
     if rng.random() < (0.1 if stem == "bass" else 0.5):

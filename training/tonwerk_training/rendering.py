@@ -26,8 +26,11 @@ class Studio:
         self.voices = voices.load(material, role)
         self.kits = sampled.load_kits(material, role)
 
-    def render_song(self, rng, seconds, stems=SOURCES, activity=ACTIVITY, vocal_kind=None):
-        """A new song: (audio float32 [2, samples] by stem, what was used, by stem)."""
+    def render_song(self, rng, seconds, stems=SOURCES, activity=ACTIVITY, vocal_kind=None, vary=False):
+        """A new song: (audio float32 [2, samples] by stem, what was used, by stem).
+
+        vary: the fonts' instruments are played with changed timbres.
+        """
         song = songs.write_song(rng, seconds)
         audio, used = {}, {}
         for stem in stems:
@@ -41,6 +44,8 @@ class Studio:
                 kit = sampled.draw(self.kits, rng)
                 audio[stem], used[stem] = kit.render(part.notes, seconds, rng), f"kit {kit.name}"
             else:
+                if vary:
+                    fluidsynth.vary_timbre(part, rng)
                 audio[stem] = self.fonts[name].render(part, seconds)
                 used[stem] = f"{name} {part.bank}:{part.program}"
         return audio, used
@@ -71,13 +76,17 @@ def make_shard(studio, folder, seed, shard, count=CHUNKS_PER_SHARD, tracks=(), t
 
 
 def make_ordinary_shard(studio, folder, seed, shard, count=CHUNKS_PER_SHARD):
-    """As make_shard(), of songs in which all six stems play, mixed as usual. Returns seconds of processor time."""
+    """As make_shard(), of songs in which all six stems play, mixed as usual. Returns seconds of processor time.
+
+    They are what a network sees most, so their sounds vary the most: three fonts alone would be learned by heart.
+    """
     begin = time.process_time()
     rng = np.random.default_rng(np.random.SeedSequence([seed, shard]))
     chunks, provenance = [], []
     while len(chunks) < count:
         stems = SOURCES if rng.random() < ORDINARY_OTHER else SOURCES[:-1]
-        sources, used = studio.render_song(rng, SONG_SECONDS, stems, ORDINARY_ACTIVITY)
+        sources, used = studio.render_song(rng, SONG_SECONDS, stems, ORDINARY_ACTIVITY, vary=True)
+        sources = {stem: mixing.colour(audio, stem, rng) for stem, audio in sources.items()}
         mixed = mixing.mix_ordinary(sources, rng)
         for place in range(min(CHUNKS_PER_SONG, count - len(chunks))):
             piece = mixed[:, :, place * CHUNK_SAMPLES:(place + 1) * CHUNK_SAMPLES]
