@@ -1,6 +1,7 @@
 """The training run: schedule, checkpoints, records."""
 
 import csv
+import io
 import math
 import os
 import signal
@@ -122,13 +123,20 @@ class Trainer:
         self.minutes = saved["minutes"]
 
     def save(self):
-        """Writes the checkpoint; a crash leaves the former one."""
+        """Writes the checkpoint; a crash or a full disk leaves the former one."""
         partial = self.folder / f"checkpoint.{os.getpid()}.part"
-        torch.save({"network": self.network.settings, "weights": self.network.state_dict(),
-                    "average": self.average.state_dict(),
-                    "optimizers": [optimizer.state_dict() for optimizer in self.optimizers],
-                    "sampler": self.taken, "minutes": self.minutes}, partial)
-        partial.replace(self.folder / "checkpoint.pt")
+        state = {"network": self.network.settings, "weights": self.network.state_dict(),
+                 "average": self.average.state_dict(),
+                 "optimizers": [optimizer.state_dict() for optimizer in self.optimizers],
+                 "sampler": self.taken, "minutes": self.minutes}
+        packed = io.BytesIO()  # PyTorch itself would end the program on a full disk
+        torch.save(state, packed)
+        try:
+            partial.write_bytes(packed.getbuffer())
+            partial.replace(self.folder / "checkpoint.pt")
+        except OSError as failure:
+            partial.unlink(missing_ok=True)
+            raise OSError(f"The checkpoint cannot be written: {failure}. A former one is whole.") from failure
 
     def run(self):
         """Trains until the budget is spent or a signal asks to stop; the checkpoint is written either way."""
