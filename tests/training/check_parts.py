@@ -13,7 +13,8 @@ import torch
 
 sys.path.insert(0, sys.argv.pop(1))
 
-from tonwerk_training import bands, chunkstore, exporting, fluidsynth, losses, network, runtime, stft  # noqa: E402
+from tonwerk_training import (bands, chunkstore, exporting, fluidsynth, losses, network, optimizer, runtime,  # noqa: E402
+                               stft)
 
 
 class Summaries(unittest.TestCase):
@@ -113,6 +114,18 @@ class Loss(unittest.TestCase):
         decibel = 10 * torch.log10((error + weights["epsilon"]) / (energy + weights["epsilon"])).mean()
         return (weights["entropy"] * entropy + weights["amplitude"] * 10 * (power.sqrt() * squares).mean()
                 + weights["decibel"] * decibel)
+
+
+class Steps(unittest.TestCase):
+    def test_go_about_equally_far_in_all_directions_of_the_gradient(self):
+        torch.manual_seed(1)
+        for rows, columns in ((40, 300), (300, 40), (7, 14)):
+            gradient = torch.randn(rows, columns) @ torch.diag(torch.logspace(-1, 1, columns)) * 1e-5
+            left, _, right = torch.linalg.svd(gradient, full_matrices=False)
+            turned = left.t() @ optimizer.orthogonalise(gradient) @ right.t()
+            lengths = turned.diagonal()
+            self.assertTrue(((lengths > 0.6) & (lengths < 1.25)).all(), lengths)
+            self.assertLess((turned - torch.diag(lengths)).abs().max(), 0.01)
 
 
 class Export(unittest.TestCase):

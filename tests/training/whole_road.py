@@ -1,10 +1,12 @@
 #!/usr/bin/python3
 """The whole road from nothing to stems, as training/README.md has it, at the smallest size: a few chunks of songs,
-twenty steps, a model, a separation. Also that a run that is stopped and resumed ends where an undisturbed one does.
+twenty steps, a model, a separation. Also that a run that is stopped and resumed ends where an undisturbed one does, and that
+one whose checkpoint finds no room keeps the former.
 
 usage: whole_road.py TRAINING_FOLDER TONWERK_SEPARATE
 """
 
+import resource
 import signal
 import subprocess
 import sys
@@ -97,6 +99,17 @@ def check_stems(folder, song):
         sys.exit("A stem is louder than the song.")
 
 
+def check_full_disk(command, folder):
+    """Without room for a checkpoint, here by a limit of 1 MB for a file, training says so and the former one stays."""
+    before = (folder / "checkpoint.pt").read_bytes()
+    result = subprocess.run(command, capture_output=True, text=True, errors="replace",
+                            preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (1 << 20, 1 << 20)))
+    if result.returncode != 1 or "The checkpoint cannot be written" not in result.stderr:
+        sys.exit(f"train ended with {result.returncode} on a full disk: {result.stderr}")
+    if (folder / "checkpoint.pt").read_bytes() != before or list(folder.glob("*.part")):
+        sys.exit("A checkpoint that found no room has changed the former one, or left a part of itself.")
+
+
 def main():
     training, separate = Path(sys.argv[1]), sys.argv[2]
     with tempfile.TemporaryDirectory() as name:
@@ -108,6 +121,7 @@ def main():
         steps_before = steps_of(folder / "resumed")
         run(*train(training, folder / "data", folder / "resumed", "--resume"))
         check_resume(folder / "whole", folder / "resumed", steps_before)
+        check_full_disk(train(training, folder / "data", folder / "resumed", "--resume"), folder / "resumed")
         run(training / "export", "--checkpoint", folder / "whole/checkpoint.pt", "--out", folder / "model.onnx")
         song = write_song(folder / "song.wav")
         log = run(separate, folder / "song.wav", "-o", folder / "stems", "--model", folder / "model.onnx")

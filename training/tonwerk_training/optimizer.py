@@ -14,8 +14,8 @@ MATCH = 0.2  # size of a step's entries relative to the rate, as that of AdamW's
 def orthogonalise(matrix):
     """The nearest matrix with singular values near 1 (0.7 to 1.2).
 
-    Every iteration multiplies by a polynomial of the Gram matrix. Only these are followed, and the product of them all
-    multiplies at the end: the Gram matrix is small, and it takes a third of the time.
+    Every iteration multiplies by a polynomial of the Gram matrix. That matrix is small, so the polynomials' product is
+    gathered first and multiplies once, at the end, in a third of the time.
     """
     wide = matrix if matrix.shape[0] <= matrix.shape[1] else matrix.t()
     wide = wide / (wide.norm() + 1e-12)
