@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Each target sets up what it needs (Debian packages, fetched dependencies) and does only what is left to do.
 #
 #   make build      the library and tonwerk-separate for Linux, in build/linux

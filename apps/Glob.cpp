@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Glob.h"
 
 #include <cstddef>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "JsonAnnouncer.h"
 
 #include <cmath>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Loudness.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Machine.h"
 
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "NullTest.h"
 
 #include <algorithm>

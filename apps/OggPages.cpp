@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "OggPages.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "RateConversion.h"
 
 #include <algorithm>

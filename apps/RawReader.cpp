@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "RawReader.h"
 
 #include "Failure.h"

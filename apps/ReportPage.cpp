@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "ReportPage.h"
 
 #include <string_view>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Resampler.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Runtime.h"
 
 #include <string_view>

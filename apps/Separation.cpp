@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "Separation.h"
 
 #include <chrono>

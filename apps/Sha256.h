@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #ifndef TONWERK_APPS_SHA256_H
 #define TONWERK_APPS_SHA256_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "SongList.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #ifndef TONWERK_APPS_SONGLIST_H
 #define TONWERK_APPS_SONGLIST_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #ifndef TONWERK_APPS_SONGSEPARATOR_H
 #define TONWERK_APPS_SONGSEPARATOR_H
 

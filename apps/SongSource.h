@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #ifndef TONWERK_APPS_SONGSOURCE_H
 #define TONWERK_APPS_SONGSOURCE_H
 

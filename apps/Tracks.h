@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #ifndef TONWERK_APPS_TRACKS_H
 #define TONWERK_APPS_TRACKS_H
 

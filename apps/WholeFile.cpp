@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "WholeFile.h"
 
 #include <system_error>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file Allocations.h
 /// Replaces operator new of a benchmark program by one that counts.
 #ifndef TONWERK_BENCH_ALLOCATIONS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A network that costs next to nothing stands in for the real one, so that what is left of a call is the
 // pipeline.
 #include "BenchBackend.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file BenchBackend.h
 /// The network of the benchmarks, which costs next to nothing.
 #ifndef TONWERK_BENCH_BENCHBACKEND_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A call that completes no chunk, against a plain copy of its block into the next place of a buffer as large
 // as the library's.
 #include <algorithm>

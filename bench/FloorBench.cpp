@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What one steady-state chunk costs whoever computes it on this FFT: its transforms on warm buffers, and one
 // copy of everything that has to be read or written.
 #include <algorithm>

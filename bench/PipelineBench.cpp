@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the pipeline around the network costs.
 #include <cmath>
 #include <cstddef>

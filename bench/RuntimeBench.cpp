@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the library adds to the real runtime: when a model is loaded, and around each of its runs.
 #include <array>
 #include <cstdint>

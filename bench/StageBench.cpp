@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The parts of a steady-state chunk one by one, on buffers of their real size. "MB" is what a part reads and
 // writes beyond the processor's first cache, each value once.
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file Workload.h
 /// What the benchmarks share: the sizes of a steady-state chunk, its signals, its processor.
 #ifndef TONWERK_BENCH_WORKLOAD_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs the benchmarks and sets their figures against each other, all measured in this run.
 #include <cstdio>
 #include <map>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # How everything is compiled: warnings for our own code, hardening and sanitizers for all of it.
 
 add_library(tonwerk_warnings INTERFACE)

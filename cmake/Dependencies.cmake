@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What the sources are made of: .deps, which scripts/fetch-deps.sh fills, or vcpkg. Nothing is downloaded here.
 set(depsFolder "${PROJECT_SOURCE_DIR}/.deps")
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Writes a C++ source with functions that return the content of text files. Run as a script:
 #
 #   cmake -DOUTPUT=X.cpp -DHEADER=X.h "-DFUNCTIONS=one two" "-Done=FILE..." "-Dtwo=FILE..." -P EmbedText.cmake

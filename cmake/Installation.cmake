@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What `cmake --install` lays out, which is what the SDK package contains. Everything finds its neighbours from where it
 # lies, so the folder may be moved.
 include(CMakePackageConfigHelpers)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # MinGW's GCC compiles, but clang++ with LLVM's lld links: GNU ld cannot write the delay-import directory that loads
 # the inference runtime on its first call, and GCC does not hand over to another linker here.
 find_program(TONWERK_CLANGXX NAMES clang++ clang++-14 REQUIRED)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The analytic models that tests, benchmarks and the demo use: written by a script into one folder for all builds.
 set(modelScript "${PROJECT_SOURCE_DIR}/scripts/make_analytic_models.py")
 set(modelFolder "${PROJECT_SOURCE_DIR}/build/models")

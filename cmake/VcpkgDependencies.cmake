@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # The dependencies from vcpkg (vcpkg.json), for a native build on Windows without .deps. Written from the ports' files and
 # never run so far: docs/integrating.md says how it is meant.
 #

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # tonwerk_add_version_resource(TARGET DESCRIPTION): what Windows shows of a file under Properties, Details. Does nothing
 # elsewhere.
 function(tonwerk_add_version_resource target description)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Windows x86-64 from Linux. The -posix compilers, because the others lack std::mutex; cmake/MingwLinking.cmake
 # replaces the linker.
 set(CMAKE_SYSTEM_NAME Windows)

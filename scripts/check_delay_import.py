@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Checks that a DLL imports one function of one library, and that with the first call only.
 
 usage: check_delay_import.py DLL LIBRARY FUNCTION

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Checks that a library exports exactly the functions of a list, one demangled name a line.
 
 usage: check_exports.py LIBRARY LIST

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Reads back from a library that it was built hardened.
 
 usage: check_hardening.py LIBRARY

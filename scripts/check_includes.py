@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Checks that the sources include each other in one direction, and other libraries only where they belong.
 
 usage: check_includes.py ROOT        (ROOT holds include/ and src/)

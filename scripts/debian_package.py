@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Files out of Debian packages, without installing them."""
 
 import os

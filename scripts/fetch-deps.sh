@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Fetches everything that tonwerk is built from into .deps/: headers out of Debian packages, the ONNX Runtime
 # binaries and the sources of PFFFT and r8brain out of npm packages. Nothing is installed system-wide.
 #

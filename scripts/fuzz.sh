@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Fuzzes every target for a number of minutes, beginning with the committed seeds and what earlier runs have found.
 #
 #   scripts/fuzz.sh MINUTES [TARGET...]
@@ -7,7 +8,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-[ $# -ge 1 ] || { sed -n '2,6s/^# \{0,1\}//p' "$0" >&2; exit 2; }
+[ $# -ge 1 ] || { sed -n '3,7s/^# \{0,1\}//p' "$0" >&2; exit 2; }
 minutes=$1
 shift
 [ $# -gt 0 ] || set -- calls parts model

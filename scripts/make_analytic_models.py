@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Writes tiny networks with the model interface of tonwerk and with known answers into a folder.
 
 Usage: make_analytic_models.py OUTDIR

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Makes the piece of music that `make demo` separates: 36 seconds of a rock ballad, from a Debian package.
 
 Usage: make_demo_song.py OUT.wav

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Installs a built tree and packs it: the same files give the same archive, byte for byte.
 
 usage: make_package.py BUILD_TREE ARCHIVE      (ARCHIVE ends in .zip or .tar.gz)

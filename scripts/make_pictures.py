@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Draws the pictures of the documents, the same bytes on every run.
 
 usage: make_pictures.py FOLDER            writes the SVG files

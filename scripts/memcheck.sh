@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Runs the native tests under Valgrind's memcheck; any error or leaked block that is ours fails. What dependencies do
 # stands in memcheck.supp, with the cause.
 #

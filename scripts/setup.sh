@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs the Debian 12 packages that the named groups need. Installs only what is missing: when everything is
 # there, nothing is run as root and the network is not touched.
 #
@@ -34,7 +35,7 @@ fail() {
     exit 1
 }
 
-[ $# -gt 0 ] || { sed -n '2,6s/^# \{0,1\}//p' "$0" >&2; exit 2; }
+[ $# -gt 0 ] || { sed -n '3,7s/^# \{0,1\}//p' "$0" >&2; exit 2; }
 [ "$*" != all ] || set -- "${!packages[@]}"
 
 missing=()

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Runs clang-tidy over the sources that a compilation database lists.
 #
 #   scripts/tidy.sh BUILD_FOLDER JOBS
 set -euo pipefail
 cd "$(dirname "$0")/.."
-[ $# -eq 2 ] || { sed -n '2,4s/^# \{0,1\}//p' "$0" >&2; exit 2; }
+[ $# -eq 2 ] || { sed -n '3,5s/^# \{0,1\}//p' "$0" >&2; exit 2; }
 
 # GCC's own warning flags mean nothing to Clang. Its summary of what it left out goes nowhere.
 find src apps -name '*.cpp' ! -name '*_win32.cpp' -print0 | sort -z |

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Runs a Windows program under Wine, in a prefix of the build tree and without Wine's own messages.
 #
 #   scripts/wine-run.sh PROGRAM.exe ARGUMENT...

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * The switches and volumes of the stems. A stem that is soloed is heard even if it is muted, and while any is soloed
  * the others are not.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* The page around player and mixer: builds the tracks from the data, and binds mouse and keyboard. */
 
 const data = JSON.parse(document.getElementById('data').textContent);

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /*
  * Plays several audio files as one.
  *

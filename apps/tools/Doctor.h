@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #ifndef TONWERK_APPS_TOOLS_DOCTOR_H
 #define TONWERK_APPS_TOOLS_DOCTOR_H
 

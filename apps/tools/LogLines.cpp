@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/LogLines.h"
 
 #include <string_view>

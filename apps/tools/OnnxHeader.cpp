@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tools/OnnxHeader.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #ifndef TONWERK_APPS_TOOLS_SELFTEST_H
 #define TONWERK_APPS_TOOLS_SELFTEST_H
 

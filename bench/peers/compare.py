@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Sets our pipeline against the same job written with NumPy/SciPy and with PyTorch: one core, one run, no network.
 
 usage: compare.py [--seconds N] [--repetitions N] [--bench FILE]

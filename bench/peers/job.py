@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The job that the peers and our pipeline do: everything around the network, block by block.
 
 A peer is fed blocks of BLOCK frames, as our pipeline is from its second block on. For each block it transforms one

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The job as users of NumPy and SciPy write it."""
 
 import numpy as np

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The job as users of PyTorch write it, on one thread of the processor."""
 
 import torch

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file ProcessFigures.h
 /// What the system says of this process.
 #ifndef TONWERK_BENCH_PROCESSFIGURES_H

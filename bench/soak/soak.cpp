@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Streams hours of audio through the built library and watches that nothing grows, drifts or goes missing.
 //
 //   soak MODEL.onnx MINUTES

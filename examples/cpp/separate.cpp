@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Separates a piece of sound through the C++ interface and prints how loud each stem is.
 //
 //   example_cpp MODEL.onnx [SONG.raw]

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Checks that a model keeps the library's contract, first by reading it and then by running it in the library.
 
 usage: check.py LIBRARY MODEL.onnx [--pytorch]

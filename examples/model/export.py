@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Exports the network of network.py as a model for the library.
 
 usage: export.py MODEL.onnx

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A network that draws six masks over a spectrogram: small, untrained, and a starting point for your own."""
 import torch
 from torch import nn

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Separates a WAV file into one WAV file per stem, through the C interface with ctypes and NumPy.
 
 usage: separate.py LIBRARY MODEL.onnx SONG.wav FOLDER

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file StreamFeeder.h
 /// Blocks of any size for a TonwerkProc, which by itself wants blocks that keep to whole hops.
 ///

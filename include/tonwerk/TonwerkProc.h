@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file TonwerkProc.h
 /// The whole public interface of tonwerk: separating a stereo stream into stems, block by block.
 ///

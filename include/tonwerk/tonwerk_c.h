@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /**
  * \file tonwerk_c.h
  * tonwerk for every compiler and language: a flat C interface to streaming stem separation.

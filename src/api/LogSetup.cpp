@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "api/LogSetup.h"
 
 #include <plog/Appenders/ConsoleAppender.h>

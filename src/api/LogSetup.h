@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #ifndef TONWERK_API_LOGSETUP_H
 #define TONWERK_API_LOGSETUP_H
 

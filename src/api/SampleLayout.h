@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file SampleLayout.h
 /// From our layout of stereo samples to the host's, and the two stems that are sums.
 #ifndef TONWERK_API_SAMPLELAYOUT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tonwerk/TonwerkProc.h"
 
 #include <utility>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "c/Failures.h"
 
 #include <cstdio>

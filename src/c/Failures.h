@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #ifndef TONWERK_C_FAILURES_H
 #define TONWERK_C_FAILURES_H
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "c/StemQueue.h"
 
 #include <algorithm>

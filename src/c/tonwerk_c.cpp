@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "tonwerk/tonwerk_c.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "common/Arrays.h"
 
 std::string shapeText(const Array& array)

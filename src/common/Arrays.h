@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file Arrays.h
 /// The arrays that the modules hand to each other: dense, row-major, single precision, time on the last axis.
 #ifndef TONWERK_COMMON_ARRAYS_H

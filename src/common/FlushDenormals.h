@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file FlushDenormals.h
 /// Keeps a decaying signal from slowing its computation down.
 #ifndef TONWERK_COMMON_FLUSHDENORMALS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file Log.h
 /// The one door to the logger: every source that logs includes this header and nothing of plog itself.
 ///

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "inference/ExecutionProviders.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file ExecutionProviders.h
 /// The execution providers that a model may run on, in order of preference, and how each one is asked for.
 #ifndef TONWERK_INFERENCE_EXECUTIONPROVIDERS_H

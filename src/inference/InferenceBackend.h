@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file InferenceBackend.h
 /// Making and steering the inference backend without knowing what it is built on.
 #ifndef TONWERK_INFERENCE_INFERENCEBACKEND_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file ModelContract.h
 /// The names of a separation network's inputs and outputs.
 #ifndef TONWERK_INFERENCE_MODELCONTRACT_H

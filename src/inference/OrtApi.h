@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file OrtApi.h
 /// The one door to ONNX Runtime's headers, with what they need on each platform.
 ///

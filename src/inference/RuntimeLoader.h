@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file RuntimeLoader.h
 /// Finding and loading the inference runtime, which is not linked but loaded on first use.
 #ifndef TONWERK_INFERENCE_RUNTIMELOADER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "spectral/PreProcessor.h"
 
 #include <algorithm>

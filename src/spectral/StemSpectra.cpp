@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "spectral/StemSpectra.h"
 
 void StemSpectra::packFrame(std::size_t stem, std::size_t channel, std::size_t frame,

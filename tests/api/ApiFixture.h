@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file ApiFixture.h
 /// The public interface on the fake backend.
 #ifndef TONWERK_TESTS_API_APIFIXTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the public header promises to hosts with several threads: meant for the thread sanitizer, but the
 // results must be right as well.
 

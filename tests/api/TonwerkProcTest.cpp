@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "api/ApiFixture.h"
 #include "support/LogCapture.h"
 

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Separates many songs at once with tonwerk-separate.
 
 Usage: batch_test.py MODELDIR [RUNNER] PROGRAM

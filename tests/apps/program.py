@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Running tonwerk-separate as a user does, and looking at what it leaves behind."""
 
 import json

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Makes a report page with tonwerk-separate and uses it in a headless Chromium as a person would.
 
 Usage: report_test.py MODELDIR [RUNNER] PROGRAM

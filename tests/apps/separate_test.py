@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Separates one song after another with tonwerk-separate.
 
 Usage: separate_test.py MODELDIR [RUNNER] PROGRAM

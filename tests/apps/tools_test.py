@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Runs the tools of tonwerk-separate (doctor, check-model, scramble) as a user does.
 
 Usage: tools_test.py MODELDIR [RUNNER] PROGRAM

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """A headless Chromium, steered by its driver over the W3C WebDriver protocol, with nothing but the standard library."""
 
 import base64

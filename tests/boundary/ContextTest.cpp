@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Contexts and handles: what is thrown across the boundary, and when something is logged.
 
 #include <array>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs that fail, samples that are no numbers, configurations that make no sense.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file LoadedRuntime.h
 /// What the tests have to know about the platform's loader.
 #ifndef TONWERK_TESTS_BOUNDARY_LOADEDRUNTIME_H

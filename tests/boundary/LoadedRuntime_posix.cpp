@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "boundary/LoadedRuntime.h"
 
 #include <cstdlib>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The library in folders with and without a runtime, each time in a process of its own.
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Which stems come back, in which order, and how samples are laid out.
 
 #include <cstddef>

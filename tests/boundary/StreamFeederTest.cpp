@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Blocks of any size: the same stems for every way to cut the input, and what happens without the feeder.
 
 #include <algorithm>

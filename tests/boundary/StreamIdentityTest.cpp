@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A model whose gains sum to 1 gives the input back as the mix, sample for sample.
 
 #include <cstddef>

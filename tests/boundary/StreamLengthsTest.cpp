@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // When results come and how long they are, in frames per channel.
 
 #include <cstddef>

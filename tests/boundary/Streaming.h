@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file Streaming.h
 /// Driving the built library as a host does: signals, configurations, whole streams.
 #ifndef TONWERK_TESTS_BOUNDARY_STREAMING_H

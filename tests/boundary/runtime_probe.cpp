@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Loads a model that is none, and tells what the library and the inference runtime said to that. The tests
 // put it beside the library into folders with and without a runtime.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The flat C interface against the C++ one, and what it says when it is misused.
 
 #include <algorithm>

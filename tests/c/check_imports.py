@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Checks that a DLL imports from no other DLL than those named.
 
 usage: check_imports.py DLL ALLOWED...

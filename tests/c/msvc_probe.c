@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /* A program as Microsoft's compiler and linker make it, without any run-time library: calls the C library
    through its import library and returns 0, or the number of the step that went wrong. */
 #include <tonwerk/tonwerk_c.h>

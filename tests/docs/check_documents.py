@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Runs the commands that the documents show, and checks their links and pictures.
 
 usage: check_documents.py SOURCES PRODUCTS BUILD_TREE MODELS

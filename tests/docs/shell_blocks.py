@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The shell commands that the documents show.
 
 A fenced block of a document is one of

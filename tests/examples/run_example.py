@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Runs an example program on a model with known answers and checks what it prints.
 
 usage: run_example.py MODELS PROGRAM...      (MODELS is the folder of the analytic models)

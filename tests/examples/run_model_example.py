@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Exports the PyTorch example, checks it in the library against PyTorch, and sees that models which break the contract
 are told apart.
 

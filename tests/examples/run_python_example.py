@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Separates a file with the Python example, on a model with known answers, and checks the stems.
 
 usage: run_python_example.py MODELS EXAMPLE LIBRARY

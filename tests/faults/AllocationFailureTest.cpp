@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Memory that runs out at every point where the library asks for some, on a fake network.
 
 #include <cstddef>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "faults/CountingAllocator.h"
 
 #include <atomic>

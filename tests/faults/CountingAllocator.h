@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file CountingAllocator.h
 /// Replaces operator new and delete of a test program: counts the blocks that live and refuses one on
 /// request.

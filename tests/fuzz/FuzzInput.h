@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file FuzzInput.h
 /// Decisions drawn from a fuzzer's bytes.
 #ifndef TONWERK_TESTS_FUZZ_FUZZINPUT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Sequences of calls at the public boundary, on a fake network: whatever a host does, the promises of the
 // public header hold. Several streams, contexts that are empty or gone, blocks and samples of all kinds.
 

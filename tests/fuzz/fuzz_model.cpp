@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Model bytes and keys from anywhere, through the real runtime: an exception or a working context, and a
 // context that works streams or says why not.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The ring buffer, the shift, the windows and the chunk pipeline with small sizes, each against the plainest
 // code that does the same.
 

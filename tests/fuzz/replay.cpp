@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Runs a fuzz target over the files of its seed folder, as an ordinary test for every compiler and system.
 //
 //   replay_TARGET FOLDER

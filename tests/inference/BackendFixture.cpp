@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "inference/BackendFixture.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file BackendFixture.h
 /// What the tests on the stand-in runtime share.
 #ifndef TONWERK_TESTS_INFERENCE_BACKENDFIXTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Whole streams through the library on a runtime that fails on request.
 
 #include <algorithm>

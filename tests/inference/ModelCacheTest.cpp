@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "inference/ModelCache.h"
 
 #include <filesystem>

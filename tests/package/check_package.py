@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Makes the package of a build, unpacks it into a folder with a difficult name, builds the examples against it and runs
 them, all with nothing but the package and the system around.
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "pipeline/BufferAggregator.h"
 
 #include <exception>

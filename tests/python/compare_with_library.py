@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Compares the library's eight results with the offline reference, sample by sample, on the analytic models.
 
 usage: compare_with_library.py [--seed N] MODELS HOST...

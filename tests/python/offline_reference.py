@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What the library must return for a whole stereo signal, worked out at once instead of block by block.
 
 The signal is mirrored at both ends and cut into one row of frames that spans the whole stream; a model's answer is

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "spectral/PFFFTTransformer.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file Standin.h
 /// A runtime library that stands in for the real one: it has the real one's file name and hands every call
 /// on, but plays a script (which providers there are, what fails) and keeps a record of what happened.

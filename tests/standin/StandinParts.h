@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file StandinParts.h
 /// What the stand-in's own sources share.
 #ifndef TONWERK_TESTS_STANDIN_STANDINPARTS_H

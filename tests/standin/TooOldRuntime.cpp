@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A runtime library from before the version that is needed: it has the entry point and no function table.
 #include "inference/OrtApi.h"
 

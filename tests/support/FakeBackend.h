@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file FakeBackend.h
 /// Stands in for the inference backend at link time: makeInferenceBackend and setSelectedStems over
 /// FakeInference, so that the whole public interface runs without a network.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file FakeInference.h
 /// Models without a network, for everything between the host and IInference.
 #ifndef TONWERK_TESTS_SUPPORT_FAKEINFERENCE_H

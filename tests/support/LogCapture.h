@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file LogCapture.h
 /// Collects what the code under test logs.
 #ifndef TONWERK_TESTS_SUPPORT_LOGCAPTURE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file Noise.h
 /// Random signals that can be had again.
 #ifndef TONWERK_TESTS_SUPPORT_NOISE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file ReferenceTransform.h
 /// Textbook transforms in double precision, written apart from the system, to hold it against.
 #ifndef TONWERK_TESTS_SUPPORT_REFERENCETRANSFORM_H

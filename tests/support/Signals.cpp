@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/Signals.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file Signals.h
 /// Test signals, and comparing what comes back.
 #ifndef TONWERK_TESTS_SUPPORT_SIGNALS_H

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """Holds the parts of the training to what they stand for: the summaries to the audio, the loss's gradient to automatic
 differentiation, the exported model to PyTorch.
 

@@ -1,4 +1,5 @@
 #!/usr/bin/python3
+# SPDX-License-Identifier: MIT
 """The whole road from nothing to stems, as training/README.md has it, at the smallest size: a few chunks of songs,
 twenty steps, a model, a separation. Also that a run that is stopped and resumed ends where an undisturbed one does, and that
 one whose checkpoint finds no room keeps the former.

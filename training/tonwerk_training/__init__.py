@@ -1,1 +1,2 @@
+# SPDX-License-Identifier: MIT
 """Training of the default model: data, network, trainer, export and evaluation."""

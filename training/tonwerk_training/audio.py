@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Stereo WAV files of 32-bit float samples at the one rate that the project knows."""
 
 import numpy as np

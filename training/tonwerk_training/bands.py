@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The 896 frequency bands in which the network sees the spectrum and draws its masks.
 
 2048 bins -> 896 bands: bins 0-511 singly, bins 512-1023 in pairs, bins 1024-2047 in groups of eight. Where the ear

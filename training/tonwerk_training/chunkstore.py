@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Training chunks on disk: of a mixture only what the loss needs, and no audio.
 
 A mask m that is real and constant over a band and a frame leaves the squared error

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Effects that stems get before they are mixed: equaliser, drive, room, width. Audio is float32 [2, samples]."""
 
 import numpy as np

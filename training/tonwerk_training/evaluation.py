@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Evaluation of a model as its users meet it: whole songs through tonwerk-separate, the library and the runtime."""
 
 import re

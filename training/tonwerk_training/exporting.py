@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """From a checkpoint to a model of the library's interface.
 
 The graph is written from the network's weights, layer by layer, and not traced: batch norms are folded into their

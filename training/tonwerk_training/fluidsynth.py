@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Renders notes with soundfonts through FluidSynth's C interface: one process, every font loaded once.
 
 Effects are off: reverberation and the like belong to the mixing stage, where they vary.

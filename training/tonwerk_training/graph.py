@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Writes ONNX graphs node by node: the file then holds what is meant and no more, and the same bytes every time."""
 
 import numpy as np

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The held-out evaluation songs: font, kit, voices and melodies that training never sees, all stems dense."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Real recordings from Debian's packages: nobody has their stems, but much can be seen.
 
 None of this music is ever trained on.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What training minimises, and how well a set of masks separates; everything from the chunks' summaries.
 
 Tensors, P the band powers relative to the crop's mean: logits [batch, 7, 2, ...], masks their softmax over the second

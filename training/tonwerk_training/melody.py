@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Melodies in phrases: what singers, lead guitars and solo instruments play."""
 
 import numpy as np

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """How close an estimated stem comes to the true one, and how smooth it is where chunks join.
 
 SDR is 10 log10(|s|^2 / |s - e|^2) over both channels, SI-SDR the same after the best scaling of s (Le Roux et al. 2019,

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Mixes stems to chunks: which sound together, how loud, where in the room and through what."""
 
 import numpy as np

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Real multitrack recordings: TRACK/{vocals,drum,piano,acoustic_guitar,electric_guitar,bass,other}.wav, any subset."""
 
 from math import gcd

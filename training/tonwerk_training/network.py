@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The mask network: a convolutional U-Net with layers that see all frequencies at once.
 
 It works on maps [batch, channels, T, F]: T frames, F = 112 groups of eight neighbouring bands at the top level, both

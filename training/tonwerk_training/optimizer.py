@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Muon: momentum whose steps are orthogonal matrices (Jordan et al., 2024), for the kernels and dense layers.
 
 All directions of a weight matrix move at the same speed, and not only the few in which gradients are large. The rest

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """What no network can beat, and what needs none: the references beside which an evaluation stands."""
 
 import numpy as np

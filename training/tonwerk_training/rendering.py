@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Rendered songs and the chunks cut from them; a shard depends on its seed and number alone: any can be made anew."""
 
 import time

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Evaluation results as Markdown tables and pictures."""
 
 import numpy as np

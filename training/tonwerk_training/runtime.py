@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Runs a model of the library's interface on the ONNX Runtime that the library ships, through its C interface.
 
 Debian has no Python package of ONNX Runtime, and this is the build that counts anyway.

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Sampled drum kits of other origin than the soundfonts' kits: single strokes placed where the notes are."""
 
 import subprocess

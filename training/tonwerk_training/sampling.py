@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Training batches from a folder of chunks, in an order that a resumed run continues exactly."""
 
 import numpy as np

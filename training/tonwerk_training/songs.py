@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Songs written by code: tempo, key, chords and form, on which the styles of the instruments build."""
 
 from dataclasses import dataclass, field

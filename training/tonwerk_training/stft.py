@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The library's short-time transform, for audio that training sees.
 
 4096-point periodic Blackman window, hop of 1024 samples, unscaled transform, bins 0 to 2047: the library drops the

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Which instrument plays what in a song: one Part, or the notes of a voice, per stem."""
 
 import numpy as np

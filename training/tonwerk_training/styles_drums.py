@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Drum styles: grooves of 16 steps per bar, fills, and kits."""
 
 import numpy as np

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Guitar styles, acoustic and electric, and bass styles."""
 
 import numpy as np

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Piano styles, and the styles of sustained "other" instruments that play chords."""
 
 import numpy as np

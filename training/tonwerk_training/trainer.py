@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The training run: schedule, checkpoints, records."""
 
 import csv

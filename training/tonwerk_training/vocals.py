@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The vocal stem of a song: sung by a voice, with harmonies or doubled, spoken, or a soundfont's choir."""
 
 import numpy as np

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Singing made from speech: the envelopes of a voice's syllables over a melody's pitch, and speech itself in rhythm."""
 
 import numpy as np

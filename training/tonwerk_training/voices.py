@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Voices: recorded and synthesised speech, decoded and analysed once, from which the vocal stems are made.
 
 A voice on disk is a folder material/ROLE/NAME of plain arrays, mapped when read: audio.npy (int16, 8 to 22.05 kHz,
