@@ -14,8 +14,9 @@ import torch
 
 sys.path.insert(0, sys.argv.pop(1))
 
-from tonwerk_training import (bands, chunkstore, exporting, fluidsynth, losses, network, optimizer, runtime,  # noqa: E402
-                               stft)
+from tonwerk_training.data import bands, chunkstore, stft  # noqa: E402
+from tonwerk_training.model import exporting, losses, network, optimizer, runtime  # noqa: E402
+from tonwerk_training.synthesis import fluidsynth  # noqa: E402
 
 
 class Summaries(unittest.TestCase):

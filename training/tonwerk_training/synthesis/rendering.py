@@ -6,9 +6,10 @@ from pathlib import Path
 
 import numpy as np
 
-from . import chunkstore, fluidsynth, mixing, multitracks, sampled, songs, styles, vocals, voices
-from .chunkstore import CHUNK_SAMPLES, SOURCES
-from .stft import SAMPLE_RATE
+from ..data import chunkstore, multitracks
+from ..data.chunkstore import CHUNK_SAMPLES, SOURCES
+from ..data.stft import SAMPLE_RATE
+from . import fluidsynth, mixing, sampled, songs, styles, vocals, voices
 
 CHUNKS_PER_SONG = 3
 CHUNKS_PER_SHARD = 50

@@ -10,7 +10,7 @@ import math
 
 import torch
 
-from .chunkstore import dequantise
+from ..data.chunkstore import dequantise
 
 STEM_COUNT = 6
 EPSILON_FIRST, EPSILON_LAST = 5e-2, 8e-3

@@ -16,8 +16,8 @@ import torch
 import torch.nn.functional as functional
 from torch import nn
 
-from .bands import BANDS
-from .chunkstore import STEMS
+from ..data.bands import BANDS
+from ..data.chunkstore import STEMS
 
 FOLD = 8  # neighbouring bands that share a place on the frequency axis
 GROUPS = BANDS // FOLD

@@ -3,9 +3,9 @@
 
 import numpy as np
 
-from .audio import read_wav
-from .chunkstore import STEMS
-from .stft import HOP, SAMPLE_RATE, stft
+from ..data.audio import read_wav
+from ..data.chunkstore import STEMS
+from ..data.stft import HOP, SAMPLE_RATE, stft
 
 KINDS = (("model", "this model"), ("mixture", "mixture as estimate"), ("ratio mask", "ideal ratio mask"),
          ("best mask", "best real mask"))

@@ -11,7 +11,7 @@ from dataclasses import dataclass, field
 
 import numpy as np
 
-from .stft import SAMPLE_RATE
+from ..data.stft import SAMPLE_RATE
 
 SEGMENT = SAMPLE_RATE
 ACTIVE_RANGE = 1e-4  # a segment counts as playing down to 40 dB below the stem's loudest one

@@ -3,7 +3,7 @@
 
 import numpy as np
 
-from .stft import FFT_SIZE, HOP, WINDOW, stft
+from ..data.stft import FFT_SIZE, HOP, WINDOW, stft
 
 
 def istft(spectra, length):

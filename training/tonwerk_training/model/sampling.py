@@ -4,8 +4,8 @@
 import numpy as np
 import torch
 
-from . import chunkstore
-from .bands import BANDS
+from ..data import chunkstore
+from ..data.bands import BANDS
 from .network import fold
 
 VALIDATION_CHUNKS = 24

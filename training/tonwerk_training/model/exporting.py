@@ -10,7 +10,7 @@ import numpy as np
 import torch
 from onnx import TensorProto
 
-from . import bands
+from ..data import bands
 from .graph import Graph
 from .network import (CLASSES, FEATURE_FLOOR, FOLD, GROUPS, SMALLEST_MEAN, ConvUnit, FrequencyMixer, GlobalMixer,
                       MaskNetwork, Upsampler, unfold)

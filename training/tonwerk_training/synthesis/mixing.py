@@ -3,9 +3,9 @@
 
 import numpy as np
 
+from ..data.chunkstore import SOURCES
+from ..data.stft import SAMPLE_RATE
 from . import effects
-from .chunkstore import SOURCES
-from .stft import SAMPLE_RATE
 
 # Level in decibels against the whole mix in which a stem sits. Piano and acoustic guitar are some 2.5 dB louder than
 # in a usual mix: they are the hardest to learn.

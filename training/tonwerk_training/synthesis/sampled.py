@@ -7,8 +7,8 @@ from pathlib import Path
 
 import numpy as np
 
+from ..data.stft import SAMPLE_RATE
 from . import styles_drums as d
-from .stft import SAMPLE_RATE
 
 SHARE = 0.4  # of the drum parts
 WEIGHTS = {"sonic-acoustic": 3, "rumpf": 3, "audiophob": 2}  # how often a kit is drawn, against 1: recorded kits more

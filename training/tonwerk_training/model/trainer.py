@@ -13,8 +13,8 @@ from pathlib import Path
 
 import torch
 
+from ..data.chunkstore import STEMS, dequantise
 from . import losses
-from .chunkstore import STEMS, dequantise
 from .network import MaskNetwork
 from .optimizer import Muon
 from .sampling import Sampler, unpack

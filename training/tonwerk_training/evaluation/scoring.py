@@ -8,9 +8,9 @@ from pathlib import Path
 
 import numpy as np
 
+from ..data.audio import read_wav
+from ..data.chunkstore import SOURCES, STEMS
 from . import oracles
-from .audio import read_wav
-from .chunkstore import SOURCES, STEMS
 from .metrics import StemScore, decibels, energy
 
 

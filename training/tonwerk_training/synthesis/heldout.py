@@ -7,9 +7,9 @@ from pathlib import Path
 import numpy as np
 import scipy.io.wavfile
 
+from ..data.chunkstore import SOURCES, STEMS
+from ..data.stft import SAMPLE_RATE
 from . import mixing, rendering
-from .chunkstore import SOURCES, STEMS
-from .stft import SAMPLE_RATE
 
 SECONDS = 36.0
 SEED_OFFSET = 770_000  # keeps the songs apart from those of training, whatever seed that uses

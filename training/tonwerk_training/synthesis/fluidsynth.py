@@ -10,7 +10,7 @@ from dataclasses import dataclass, field
 
 import numpy as np
 
-from .stft import SAMPLE_RATE
+from ..data.stft import SAMPLE_RATE
 
 BLOCK = 64  # FluidSynth computes in blocks of 64 samples, so events fall on multiples of 1.5 ms
 FAILED = -1

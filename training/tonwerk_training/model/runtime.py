@@ -9,7 +9,7 @@ from pathlib import Path
 
 import numpy as np
 
-RUNTIME = Path(__file__).resolve().parents[2] / ".deps/runtime/linux/libonnxruntime_pelagrin.so"
+RUNTIME = Path(__file__).resolve().parents[3] / ".deps/runtime/linux/libonnxruntime_pelagrin.so"
 API_VERSION = 16  # the table only ever grows at its end, so any later runtime gives it too
 SHAPE = (1, 4, 256, 2048)
 FLAGS = ("vocals", "drum", "bass", "piano", "acoustic_guitar", "electric_guitar")

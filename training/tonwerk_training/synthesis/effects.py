@@ -5,7 +5,7 @@ import numpy as np
 import scipy.fft
 import scipy.signal
 
-from .stft import SAMPLE_RATE
+from ..data.stft import SAMPLE_RATE
 
 
 def shelf(frequency, gain_db, high):

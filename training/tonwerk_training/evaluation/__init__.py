@@ -1,0 +1,2 @@
+# SPDX-License-Identifier: MIT
+"""Measures a model through the program, as its users meet it."""

@@ -1,0 +1,2 @@
+# SPDX-License-Identifier: MIT
+"""The network, its training on chunks, and the file that the library reads."""
