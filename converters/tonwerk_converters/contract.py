@@ -1,0 +1,58 @@
+# SPDX-License-Identifier: MIT
+"""The interface of every model of the library: names, orders and shapes, and the two ends of a graph.
+
+A spectrum is [1, 4, 256, 2048]: planes left real, left imaginary, right real, right imaginary; frames oldest first, one
+every 1,024 samples of 44.1 kHz sound; bins from 0 Hz up without the Nyquist bin. A frame is the unscaled transform of
+4,096 samples under a periodic Blackman window.
+"""
+
+from collections.abc import Mapping
+
+from onnx import TensorProto
+
+from .errors import ConversionError
+from .graph import Graph
+
+FFT_SIZE = 4096
+HOP = 1024
+FRAMES = 256
+BINS = FFT_SIZE // 2
+CHANNELS = 2
+PLANES = 2 * CHANNELS
+SHAPE = (1, PLANES, FRAMES, BINS)
+SAMPLE_RATE = 44100
+
+INPUT = "unified_input"
+FLAGS = ("vocals", "drum", "bass", "piano", "acoustic_guitar", "electric_guitar")  # in the order of the inputs
+STEMS = ("vocals", "drum", "piano", "acoustic_guitar", "electric_guitar", "bass")  # in the order of the outputs
+
+# Names that other networks give to stems of ours; what is not here has no place but the residual.
+ALIASES = {"drums": "drum", "acoustic guitar": "acoustic_guitar", "electric guitar": "electric_guitar"}
+
+
+def stem_of(name: str) -> str | None:
+    """Our name of a stem that another network calls so, or None if we have no such stem."""
+    plain = ALIASES.get(name, name)
+    return plain if plain in STEMS else None
+
+
+def open_graph() -> tuple[Graph, str]:
+    """A new graph with all inputs of the interface, and the name of the spectrum."""
+    graph = Graph()
+    graph.input(INPUT, SHAPE)
+    for stem in FLAGS:
+        graph.input(f"{stem}_flag", (1,), TensorProto.BOOL)
+    return graph, INPUT
+
+
+def close_graph(graph: Graph, stems: Mapping[str, str]) -> None:
+    """Adds the six outputs: stems maps names of ours to values of SHAPE; the stems that it lacks are silent."""
+    unknown = set(stems) - set(STEMS)
+    if unknown:
+        raise ConversionError(f"There is no stem {sorted(unknown)[0]} in the library.")
+    for stem in STEMS:
+        if stem in stems:
+            graph.add("Identity", stems[stem], name=f"{stem}_output")
+        else:
+            graph.zeros(SHAPE, name=f"{stem}_output")
+        graph.output(f"{stem}_output", SHAPE)
