@@ -9,8 +9,9 @@ from pathlib import Path
 from .command import Command
 from .errors import ConversionError
 from .files import write_model
+from .spleeter import convert as spleeter
 
-COMMANDS: tuple[Command, ...] = ()
+COMMANDS: tuple[Command, ...] = (spleeter.COMMAND,)
 
 
 def parser() -> argparse.ArgumentParser:
