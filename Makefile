@@ -36,35 +36,35 @@ help:
 	@sed -n '3,/^$$/s/^#   //p' Makefile
 
 build:
-	scripts/setup.sh native fetch
-	scripts/fetch-deps.sh
+	tools/setup.sh native fetch
+	tools/fetch-deps.sh
 	@$(call configured,linux-release)
 	$(call compile,linux-release) --target products
 
 windows:
-	scripts/setup.sh native fetch windows
-	scripts/fetch-deps.sh
+	tools/setup.sh native fetch windows
+	tools/fetch-deps.sh
 	@$(call configured,mingw-release)
 	$(call compile,mingw-release) --target products
 
 package:
-	scripts/setup.sh native fetch windows test
-	scripts/fetch-deps.sh
+	tools/setup.sh native fetch windows test
+	tools/fetch-deps.sh
 	@$(foreach preset,linux-release mingw-release,$(call configured,$(preset)) &&) true
 	$(call compile,linux-release) --target sdk
 	$(call compile,mingw-release) --target sdk
 
 demo: build
-	scripts/setup.sh demo
+	tools/setup.sh demo
 	@mkdir -p build/demo
-	$(PYTHON) scripts/make_demo_song.py build/demo/song.wav
+	$(PYTHON) tools/make_demo_song.py build/demo/song.wav
 	build/linux/tonwerk-separate build/demo/song.wav -o build/demo --report
 	@printf '\nThe stems of build/demo/song.wav, and a page that plays them:\n'; ls build/demo/song/*.wav build/demo/song/*.html
 	@printf 'Nobody has the stems that the band recorded, so this cannot be scored: models/README.md has scores.\n'
 
 test:
-	scripts/setup.sh native fetch windows test browser training
-	scripts/fetch-deps.sh
+	tools/setup.sh native fetch windows test browser training
+	tools/fetch-deps.sh
 	@$(foreach preset,linux-release linux-asan mingw-release,$(call configured,$(preset)) &&) true
 	$(call compile,linux-release)
 	$(call check,linux-release)
@@ -74,14 +74,14 @@ test:
 	$(call check,mingw-release)
 
 lint:
-	scripts/setup.sh native fetch lint
-	scripts/fetch-deps.sh
+	tools/setup.sh native fetch lint
+	tools/fetch-deps.sh
 	@$(call configured,linux-release)
 	clang-format --dry-run -Werror $(SOURCES)
-	scripts/tidy.sh build/cmake/linux-release $(JOBS)
+	tools/tidy.sh build/cmake/linux-release $(JOBS)
 
 format:
-	scripts/setup.sh lint
+	tools/setup.sh lint
 	clang-format -i $(SOURCES)
 
 # BENCH_OUT names a folder for the figures as JSON.
@@ -89,46 +89,46 @@ BENCH_OUT ?=
 report = $(if $(BENCH_OUT),--benchmark_out=$(BENCH_OUT)/$(1).json --benchmark_out_format=json)
 
 bench:
-	scripts/setup.sh native fetch windows test
-	scripts/fetch-deps.sh
+	tools/setup.sh native fetch windows test
+	tools/fetch-deps.sh
 	@$(foreach preset,linux-release mingw-release,$(call configured,$(preset)) &&) true
 	$(call compile,linux-release) --target bench bench_runtime soak
 	$(call compile,mingw-release) --target bench
 	@$(if $(BENCH_OUT),mkdir -p $(BENCH_OUT))
 	taskset -c 0 build/linux/bench $(call report,linux)
 	taskset -c 0 build/linux/bench_runtime $(call report,runtime)
-	taskset -c 0 scripts/wine-run.sh build/windows/bench.exe $(call report,wine)
+	taskset -c 0 tools/wine-run.sh build/windows/bench.exe $(call report,wine)
 	build/linux/soak build/models/gains.onnx 60
 
 fuzz:
-	scripts/setup.sh native fetch test fuzz
-	scripts/fetch-deps.sh
+	tools/setup.sh native fetch test fuzz
+	tools/fetch-deps.sh
 	@$(call configured,linux-fuzz)
 	$(call compile,linux-fuzz) --target fuzz_calls fuzz_parts fuzz_model
-	scripts/fuzz.sh $(MINUTES)
+	tools/fuzz.sh $(MINUTES)
 
 soak:
-	scripts/setup.sh native fetch windows test
-	scripts/fetch-deps.sh
+	tools/setup.sh native fetch windows test
+	tools/fetch-deps.sh
 	@$(foreach preset,linux-release mingw-release,$(call configured,$(preset)) &&) true
 	$(call compile,linux-release) --target soak
 	$(call compile,mingw-release) --target soak
 	build/linux/soak build/models/gains.onnx $$((60 * $(HOURS)))
-	scripts/wine-run.sh build/windows/soak.exe build/models/gains.onnx 60
+	tools/wine-run.sh build/windows/soak.exe build/models/gains.onnx 60
 
 check-deep:
-	scripts/setup.sh native fetch test deep
-	scripts/fetch-deps.sh
+	tools/setup.sh native fetch test deep
+	tools/fetch-deps.sh
 	@$(foreach preset,linux-release linux-tsan,$(call configured,$(preset)) &&) true
 	$(call compile,linux-tsan) --target unit_tests fake_backend_tests
 	build/linux-tsan/unit_tests --gtest_brief=1
 	build/linux-tsan/fake_backend_tests --gtest_brief=1
 	$(call compile,linux-release)
-	scripts/memcheck.sh
+	tools/memcheck.sh
 
 bench-peers:
-	scripts/setup.sh native fetch test peers
-	scripts/fetch-deps.sh
+	tools/setup.sh native fetch test peers
+	tools/fetch-deps.sh
 	@$(call configured,linux-release)
 	$(call compile,linux-release) --target bench
 	@$(if $(BENCH_OUT),mkdir -p $(BENCH_OUT))

@@ -5,14 +5,14 @@
 #include <new>
 #include <string>
 
-#include "Batch.h"
-#include "Failure.h"
-#include "JsonAnnouncer.h"
-#include "LibraryLog.h"
-#include "Options.h"
-#include "Platform.h"
-#include "Text.h"
-#include "TextAnnouncer.h"
+#include "batch/Batch.h"
+#include "cli/JsonAnnouncer.h"
+#include "cli/Options.h"
+#include "cli/TextAnnouncer.h"
+#include "separation/LibraryLog.h"
+#include "system/Failure.h"
+#include "system/Platform.h"
+#include "system/Text.h"
 #include "tools/Tools.h"
 
 namespace

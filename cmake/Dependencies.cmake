@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# What the sources are made of: .deps, which scripts/fetch-deps.sh fills, or vcpkg. Nothing is downloaded here.
+# What the sources are made of: .deps, which tools/fetch-deps.sh fills, or vcpkg. Nothing is downloaded here.
 set(depsFolder "${PROJECT_SOURCE_DIR}/.deps")
 
 # Headers, the same for every platform. System headers: our warnings are not for them.
@@ -19,7 +19,7 @@ if(EXISTS "${depsFolder}/include/onnxruntime" AND EXISTS "${depsFolder}/src/pfff
 elseif(DEFINED VCPKG_TARGET_TRIPLET)
     include(VcpkgDependencies)
 else()
-    message(FATAL_ERROR "The dependencies are missing: run scripts/fetch-deps.sh")
+    message(FATAL_ERROR "The dependencies are missing: run tools/fetch-deps.sh")
 endif()
 target_compile_definitions(tonwerk_deps INTERFACE
     ORT_API_MANUAL_INIT # the runtime's function table is fetched on first use, not by a static initialiser

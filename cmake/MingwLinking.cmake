@@ -10,7 +10,7 @@ function(tonwerk_mingw_file name result)
         COMMAND "${CMAKE_CXX_COMPILER}" "-print-file-name=${name}"
         OUTPUT_VARIABLE path OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
     if(NOT IS_ABSOLUTE "${path}")
-        message(FATAL_ERROR "MinGW has no ${name}: run scripts/setup.sh windows")
+        message(FATAL_ERROR "MinGW has no ${name}: run tools/setup.sh windows")
     endif()
     set(${result} "${path}" PARENT_SCOPE)
 endfunction()

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: MIT
 # The analytic models that tests, benchmarks and the demo use: written by a script into one folder for all builds.
-set(modelScript "${PROJECT_SOURCE_DIR}/scripts/make_analytic_models.py")
+set(modelScript "${PROJECT_SOURCE_DIR}/tests/models/make_analytic_models.py")
 set(modelFolder "${PROJECT_SOURCE_DIR}/build/models")
 # Builds that run at the same time share the folder: the lock keeps them apart, and the second finds the work done.
 add_custom_command(

@@ -8,12 +8,12 @@
 #include <utility>
 #include <vector>
 
-#include "Model.h"
-#include "Runtime.h"
-#include "Text.h"
 #include "api/ModelScrambling.h"
 #include "inference/ExecutionProviders.h"
 #include "inference/ModelSession.h"
+#include "separation/Model.h"
+#include "separation/Runtime.h"
+#include "system/Text.h"
 #include "tools/Findings.h"
 #include "tools/ModelInterface.h"
 #include "tools/OnnxHeader.h"

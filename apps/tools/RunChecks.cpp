@@ -8,8 +8,8 @@
 #include <random>
 #include <string>
 
-#include "Runtime.h"
-#include "Text.h"
+#include "separation/Runtime.h"
+#include "system/Text.h"
 #include "tools/ModelInterface.h"
 
 namespace tonwerk::app

@@ -5,11 +5,11 @@
 #include <system_error>
 #include <vector>
 
-#include "Failure.h"
-#include "Model.h"
-#include "Text.h"
-#include "WholeFile.h"
 #include "api/ModelScrambling.h"
+#include "separation/Model.h"
+#include "system/Failure.h"
+#include "system/Text.h"
+#include "system/WholeFile.h"
 
 namespace tonwerk::app
 {

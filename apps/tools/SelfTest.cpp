@@ -14,8 +14,8 @@
 
 #include <tonwerk/StreamFeeder.h>
 
-#include "NullTest.h"
-#include "Stems.h"
+#include "separation/NullTest.h"
+#include "separation/Stems.h"
 #include "tools/SelfTestModel.h"
 
 namespace tonwerk::app

@@ -6,8 +6,8 @@
 
 #include <CLI/CLI.hpp>
 
-#include "Failure.h"
-#include "Text.h"
+#include "system/Failure.h"
+#include "system/Text.h"
 #include "tools/Doctor.h"
 #include "tools/ModelCheck.h"
 #include "tools/Scramble.h"

@@ -29,7 +29,7 @@ try:
     from job import BLOCK, CHANNELS, CONTEXT, FFT_SIZE, GAINS, SEGMENT_SAMPLES
     from offline_reference import spectra_of
 except ImportError as failure:
-    sys.exit(f"compare.py: {failure} (run scripts/setup.sh peers).")
+    sys.exit(f"compare.py: {failure} (run tools/setup.sh peers).")
 
 SAMPLE_RATE = 44100
 OUR_BENCHMARK = "chunkPlanar"  # the peers take and return their channels apart, too

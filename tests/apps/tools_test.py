@@ -21,7 +21,7 @@ from pathlib import Path
 import numpy as np
 
 ROOT = Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT / "scripts"))
+sys.path.insert(0, str(ROOT / "tests/models"))
 from make_analytic_models import FLAG_ORDER, GAINS, INPUT, SHAPE, Network, scale  # noqa: E402
 
 SHAPE_TEXT = "(1, 4, 256, 2048)"

@@ -77,7 +77,7 @@ def unused_pictures():
 
 def main():
     failures = unused_pictures()
-    drawn = subprocess.run([sys.executable, SOURCES / "scripts/make_pictures.py", "--check", SOURCES / "docs/pictures"],
+    drawn = subprocess.run([sys.executable, SOURCES / "tools/make_pictures.py", "--check", SOURCES / "docs/pictures"],
                            stderr=subprocess.PIPE, text=True)
     failures += [drawn.stderr.strip()] if drawn.returncode else []
     for document in DOCUMENTS:

@@ -19,7 +19,7 @@ SOURCES, BUILD, ARCHIVE, MODELS = Path(sys.argv[1]), Path(sys.argv[2]), sys.argv
 RUNNER = sys.argv[5:]
 WINDOWS = ARCHIVE.endswith(".zip")
 VERSION = ARCHIVE.split("-")[1]
-sys.path[:0] = [str(SOURCES / "scripts"), str(SOURCES / "tests/examples"), str(SOURCES / "tests/docs")]
+sys.path[:0] = [str(SOURCES / "tools"), str(SOURCES / "tests/examples"), str(SOURCES / "tests/docs")]
 sys.dont_write_bytecode = True
 
 import make_package  # noqa: E402
@@ -59,7 +59,7 @@ def check_same_archive_from_same_files(folder):
 def unpacked(folder):
     """The package, in a folder of its own; Python's own unpacker would lose the permissions of programs."""
     archive = folder / ARCHIVE
-    require(run(sys.executable, SOURCES / "scripts/make_package.py", BUILD, archive).returncode == 0)
+    require(run(sys.executable, SOURCES / "tools/make_package.py", BUILD, archive).returncode == 0)
     home = folder / "Fremde Töne Ω"
     home.mkdir()
     command = ["unzip", "-q", archive, "-d", home] if WINDOWS else ["tar", "-xf", archive, "-C", home]
@@ -75,7 +75,7 @@ def check_licences(package):
              if WINDOWS or "Windows only" not in row for name in re.findall(r"`([\w.-]+\.txt)`", row)}
     present = {path.name for path in (package / "licenses").iterdir()}
     require(named == present and named, "licences named but missing, or present but not named:", named ^ present)
-    pins = re.findall(r"^(?:trixie|bookworm) +\S+ +(\S+)", (SOURCES / "scripts/fetch-deps.sh").read_text(), re.MULTILINE)
+    pins = re.findall(r"^(?:trixie|bookworm) +\S+ +(\S+)", (SOURCES / "tools/fetch-deps.sh").read_text(), re.MULTILINE)
     require(len(pins) > 5, "The pinned versions cannot be read.")
     for pin in pins:
         version = re.match(r"(?:0\.0~git)?([0-9]+(?:\.[0-9]+\b)*)", pin)[1]

@@ -9,7 +9,7 @@ from dataclasses import dataclass
 from pathlib import Path
 
 REPOSITORY = Path(__file__).resolve().parents[3]
-sys.path.insert(0, str(REPOSITORY / "scripts"))
+sys.path.insert(0, str(REPOSITORY / "tools"))
 
 from debian_package import Failure, extract, run  # noqa: E402
 

@@ -113,7 +113,7 @@ def _decode(path):
     command = ["ffmpeg", "-v", "error", "-i", str(path), "-ac", "2", "-ar", str(SAMPLE_RATE), "-f", "f32le", "pipe:1"]
     result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
     if result.returncode != 0:
-        raise RuntimeError(f"{path} cannot be read: is its package installed? (scripts/setup.sh training)")
+        raise RuntimeError(f"{path} cannot be read: is its package installed? (tools/setup.sh training)")
     audio = np.frombuffer(result.stdout, np.float32).reshape(-1, 2).T[:, :SAMPLE_RATE * 3]
     loud = np.abs(audio).max(axis=0) > 1e-4
     return np.ascontiguousarray(audio[:, int(np.argmax(loud)):])

@@ -90,7 +90,7 @@ def _recordings(pattern, rng, seconds):
     folder, _, rest = pattern.partition("*")
     files = sorted(path for path in Path(folder).glob("*" + rest) if "silence" not in str(path))
     if not files:
-        raise RuntimeError(f"No recordings match {pattern}: is the package installed? (scripts/setup.sh training)")
+        raise RuntimeError(f"No recordings match {pattern}: is the package installed? (tools/setup.sh training)")
     files = [files[index] for index in rng.permutation(len(files))]
     form = files[0].suffix[1:]
     rate = 8000 if form == "gsm" else 16000

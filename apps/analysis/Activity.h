@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+#ifndef TONWERK_APPS_ANALYSIS_ACTIVITY_H
+#define TONWERK_APPS_ANALYSIS_ACTIVITY_H
+
+#include <cstdint>
+#include <span>
+#include <utility>
+#include <vector>
+
+namespace tonwerk::app
+{
+
+/// Finds out when a track sounds: wherever the RMS value of 50 ms exceeds -50 dBFS. Pauses shorter than half
+/// a second count as sound.
+class Activity
+{
+public:
+    Activity(unsigned channels, unsigned sampleRate);
+
+    /// Takes the next samples, interleaved. Those that are not finite count as zero.
+    void feed(std::span<const float> samples);
+
+    /// Where the track sounds: begin and end in seconds, in order and apart from each other.
+    std::vector<std::pair<double, double>> ranges() const;
+
+private:
+    void endWindow();
+    void note(std::uint64_t begin, std::uint64_t end);
+
+    unsigned channelCount;
+    unsigned rate;
+    std::uint64_t windowFrames;
+    std::uint64_t frames = 0;
+    std::uint64_t framesInWindow = 0;
+    double squares = 0.0;
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> sounding; ///< in frames
+};
+
+} // namespace tonwerk::app
+
+#endif // TONWERK_APPS_ANALYSIS_ACTIVITY_H

@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#ifndef TONWERK_APPS_AUDIO_FIXEDPOINT_H
+#define TONWERK_APPS_AUDIO_FIXEDPOINT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <random>
+#include <span>
+#include <string_view>
+#include <vector>
+
+namespace tonwerk::app
+{
+
+/// How the samples of a file are stored.
+enum class SampleFormat
+{
+    float32,
+    pcm24,
+    pcm16
+};
+
+/// As on the command line: "float32", "pcm24", "pcm16".
+std::string_view nameOf(SampleFormat format);
+
+/// The factor for samples up to `peak` with which none of them clips: 1 if they fit as they are, as they
+/// always do in float32.
+double gainToFit(double peak, SampleFormat format);
+
+/// Makes fixed-point samples. Samples of 16 bits get dither with a triangular distribution of 2 LSB from end
+/// to end (TPDF), which turns the error of rounding into noise that does not depend on the music (Lipshitz,
+/// Wannamaker and Vanderkooy 1992); exact zeros stay zeros. The noise is the same in every run.
+class FixedPoint
+{
+public:
+    /// \param format pcm16 or pcm24
+    /// \param gain factor for all samples
+    FixedPoint(SampleFormat format, double gain);
+
+    /// \return the samples, little-endian, valid until the next call. What is not finite becomes zero; what
+    /// is
+    ///         beyond full scale clips
+    std::span<const std::uint8_t> convert(std::span<const float> samples);
+
+private:
+    double dither();
+
+    unsigned bits;
+    double factor;
+    std::minstd_rand noise{1};
+    std::vector<std::uint8_t> bytes;
+};
+
+} // namespace tonwerk::app
+
+#endif // TONWERK_APPS_AUDIO_FIXEDPOINT_H

@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+#ifndef TONWERK_APPS_AUDIO_STEMFOLDER_H
+#define TONWERK_APPS_AUDIO_STEMFOLDER_H
+
+#include <filesystem>
+#include <memory>
+#include <vector>
+
+#include "audio/FixedPoint.h"
+#include "audio/StemSink.h"
+#include "audio/StemWriter.h"
+#include "separation/Tracks.h"
+
+namespace tonwerk::app
+{
+
+/// The tracks of one song on disk: a folder with one WAV file for each. Nothing is left of files and folders
+/// that were made here, unless they are kept.
+class StemFolder : public StemSink
+{
+public:
+    /// Makes the folder, as far as it does not exist, and empty files of temporary names in it.
+    /// \throws Failure if a folder or file cannot be made
+    StemFolder(std::filesystem::path path, const std::vector<Track>& tracks, unsigned channels,
+               unsigned sampleRate);
+    ~StemFolder() override;
+
+    void write(const std::vector<std::vector<float>>& tracks) override;
+
+    /// Completes all files in this format and then gives them their final names.
+    /// \param gain factor for fixed-point samples
+    /// \throws Failure if that is not possible
+    void keep(SampleFormat format, double gain);
+
+    const std::filesystem::path& path() const { return folder; }
+
+private:
+    /// Folders that did not exist before, removed again while they are empty.
+    class MadeFolders
+    {
+    public:
+        explicit MadeFolders(const std::filesystem::path& wanted);
+        ~MadeFolders();
+
+        MadeFolders(const MadeFolders&) = delete;
+        MadeFolders& operator=(const MadeFolders&) = delete;
+
+    private:
+        MadeFolders() = default;
+
+        std::vector<std::filesystem::path> innermostFirst;
+    };
+
+    std::filesystem::path folder;
+    MadeFolders madeFolders; // before the files: it goes after them
+    std::vector<std::unique_ptr<StemWriter>> writers;
+};
+
+} // namespace tonwerk::app
+
+#endif // TONWERK_APPS_AUDIO_STEMFOLDER_H

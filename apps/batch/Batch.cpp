@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: MIT
+#include "batch/Batch.h"
+
+#include <algorithm>
+#include <exception>
+#include <new>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "separation/Model.h"
+#include "separation/Runtime.h"
+#include "system/Failure.h"
+#include "system/Platform.h"
+#include "system/Sha256.h"
+#include "system/Text.h"
+
+namespace tonwerk::app
+{
+
+Batch::Batch(const Options& options, Announcer& announcer, LibraryLog& log, std::FILE* output)
+    : options(options), announcer(announcer), log(log), output(output)
+{
+}
+
+BatchCounts Batch::run()
+{
+    const std::vector<SongEntry> songs = withoutDone(findAll());
+    loadModels(songs.size());
+    announcer.begin(songs.size());
+    if (models.size() <= 1)
+    {
+        for (const auto& context : models)
+            work(context, songs);
+    }
+    else
+    {
+        std::vector<std::jthread> jobs; // end before anything else goes on
+        for (const auto& context : models)
+            jobs.emplace_back([this, context, &songs] { work(context, songs); });
+    }
+    announcer.end(counts);
+    if (platform::interruptRequested())
+        throw Interrupted();
+    return counts;
+}
+
+std::vector<SongEntry> Batch::findAll()
+{
+    SongList list = findSongs(options.inputs, options.outputFolder);
+    if (options.raw && list.songs.size() + list.complaints.size() != 1)
+        throw UsageError("--raw takes exactly one song.");
+    for (const Complaint& complaint : list.complaints)
+        countFailure(complaint.input, complaint.sentence);
+    return shardOf(list.songs, options.shard, options.shardCount);
+}
+
+std::vector<SongEntry> Batch::withoutDone(const std::vector<SongEntry>& songs)
+{
+    if (songs.empty())
+        return {};
+    model.name = toText(options.model.filename());
+    std::error_code failure;
+    if (std::filesystem::is_regular_file(options.model, failure)) // otherwise loading tells what is wrong
+        model.sha256 = sha256OfFile(options.model);
+    std::vector<SongEntry> left;
+    for (const SongEntry& song : songs)
+    {
+        if (platform::interruptRequested())
+            throw Interrupted();
+        if (!options.resume || !isDoneBefore(song))
+        {
+            left.push_back(song);
+            continue;
+        }
+        announcer.skipped(song);
+        ++counts.skipped;
+    }
+    return left;
+}
+
+bool Batch::isDoneBefore(const SongEntry& song) const
+{
+    std::error_code failure;
+    if (song.isStandardInput || !std::filesystem::exists(song.folder / receiptName, failure) ||
+        !std::filesystem::is_regular_file(song.path, failure))
+        return false;
+    return isDone(song.folder, {sha256OfFile(song.path), model.sha256}, options);
+}
+
+/// One after another, before any of them is used, as the library wants it.
+void Batch::loadModels(std::size_t songs)
+{
+    const std::size_t count = jobCount(songs);
+    while (models.size() < count)
+        models.push_back(loadModel(options.model, options.key));
+    if (models.empty())
+        return; // nothing to do, and the runtime is not loaded
+    model.providers = offeredProviders();
+    for (LibraryLog::Record& record : log.take())
+        model.log.push_back(std::move(record.text));
+}
+
+std::size_t Batch::jobCount(std::size_t songs) const
+{
+    std::size_t jobs = std::min<std::size_t>(options.jobs, songs);
+    std::error_code failure;
+    const std::uintmax_t modelSize = std::filesystem::file_size(options.model, failure);
+    if (options.memory && !failure)
+    {
+        // A stream, the runtime's working memory, and the model as the runtime keeps it.
+        const std::uintmax_t perJob = 500'000'000 + 3 * modelSize;
+        jobs = std::min<std::size_t>(jobs, static_cast<std::size_t>(*options.memory / perJob));
+        jobs = std::max<std::size_t>(jobs, songs > 0 ? 1 : 0);
+    }
+    return jobs;
+}
+
+void Batch::work(std::shared_ptr<InferenceContext> context, const std::vector<SongEntry>& songs)
+{
+    SongSeparator separator(options, std::move(context), model, log, output);
+    while (!platform::interruptRequested())
+    {
+        const std::size_t song = nextSong++;
+        if (song >= songs.size())
+            return;
+        separate(separator, songs[song]);
+    }
+}
+
+void Batch::separate(SongSeparator& separator, const SongEntry& song)
+{
+    const std::string name = toText(song.path);
+    try
+    {
+        announcer.progress(song, 0.0, 0.0);
+        const SongSummary summary = separator.separate(song, [&](double fraction, double seconds)
+                                                       { announcer.progress(song, fraction, seconds); });
+        announcer.done(song, summary);
+        const std::lock_guard lock(guard);
+        ++counts.done;
+    }
+    catch (const Interrupted&)
+    {
+        // The others end too, and then run() says so.
+    }
+    catch (const std::bad_alloc&)
+    {
+        countFailure(name, "There is not enough memory for " + quoted(song.path) + ".");
+    }
+    catch (const Failure& failure)
+    {
+        countFailure(name, failure.what());
+    }
+    catch (const std::exception& failure)
+    {
+        countFailure(name, "Something unexpected happened with " + quoted(song.path) + ": " +
+                               asReason(failure.what()) + ".");
+    }
+}
+
+void Batch::countFailure(const std::string& input, const std::string& sentence)
+{
+    announcer.failed(input, sentence);
+    const std::lock_guard lock(guard);
+    ++counts.failed;
+}
+
+} // namespace tonwerk::app

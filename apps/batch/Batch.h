@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: MIT
+#ifndef TONWERK_APPS_BATCH_BATCH_H
+#define TONWERK_APPS_BATCH_BATCH_H
+
+#include <atomic>
+#include <cstddef>
+#include <cstdio>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+#include <tonwerk/TonwerkProc.h>
+
+#include "batch/Announcer.h"
+#include "batch/Receipt.h"
+#include "batch/SongList.h"
+#include "batch/SongSeparator.h"
+#include "cli/Options.h"
+#include "separation/LibraryLog.h"
+
+namespace tonwerk::app
+{
+
+/// Separates all songs of a command line.
+///
+/// Jobs are threads, each with a model of its own: a model's users must take turns, and separating is little
+/// else than running the model.
+class Batch
+{
+public:
+    /// All references must outlive this object.
+    /// \param output where raw stems go; not owned
+    Batch(const Options& options, Announcer& announcer, LibraryLog& log, std::FILE* output);
+
+    /// Separates the songs, and goes on with the next when one fails.
+    /// \throws Failure if the model cannot be used
+    /// \throws Interrupted if the user asked to stop
+    BatchCounts run();
+
+private:
+    std::vector<SongEntry> findAll();
+    std::vector<SongEntry> withoutDone(const std::vector<SongEntry>& songs);
+    bool isDoneBefore(const SongEntry& song) const;
+    void loadModels(std::size_t songs);
+    std::size_t jobCount(std::size_t songs) const;
+    void work(std::shared_ptr<InferenceContext> context, const std::vector<SongEntry>& songs);
+    void separate(SongSeparator& separator, const SongEntry& song);
+    void countFailure(const std::string& input, const std::string& sentence);
+
+    const Options& options;
+    Announcer& announcer;
+    LibraryLog& log;
+    std::FILE* output;
+    ModelFacts model;
+    std::vector<std::shared_ptr<InferenceContext>> models;
+    std::atomic<std::size_t> nextSong{0};
+    std::mutex guard; ///< of the counts
+    BatchCounts counts;
+};
+
+} // namespace tonwerk::app
+
+#endif // TONWERK_APPS_BATCH_BATCH_H

@@ -1,0 +1,59 @@
+// SPDX-License-Identifier: MIT
+#ifndef TONWERK_APPS_BATCH_RECEIPT_H
+#define TONWERK_APPS_BATCH_RECEIPT_H
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json_fwd.hpp>
+
+#include "audio/SongSource.h"
+#include "batch/SongList.h"
+#include "cli/Options.h"
+#include "separation/Separation.h"
+
+namespace tonwerk::app
+{
+
+/// The model as receipts tell of it.
+struct ModelFacts
+{
+    /// File name, as UTF-8.
+    std::string name;
+    std::string sha256;
+    /// What the runtime offers to run it on.
+    std::vector<std::string> providers;
+    /// What the library logged while it loaded it.
+    std::vector<std::string> log;
+};
+
+/// What decides about the stems: equal keys, equal stems.
+struct ReceiptKey
+{
+    std::string songSha256;
+    std::string modelSha256;
+};
+
+/// Whether the folder has a receipt for this song, model and options, and all files that it tells of.
+bool isDone(const std::filesystem::path& folder, const ReceiptKey& key, const Options& options);
+
+/// All that a receipt tells.
+struct ReceiptFacts
+{
+    const SongEntry& entry;
+    const SongSource& song;
+    const ReceiptKey& key;
+    const ModelFacts& model;
+    const SeparationResult& result;
+    /// Factor of the samples in fixed-point files.
+    double gain;
+};
+
+/// Writes the receipt into the song's folder.
+/// \throws Failure if it cannot be written
+void writeReceipt(const ReceiptFacts& facts, const Options& options);
+
+} // namespace tonwerk::app
+
+#endif // TONWERK_APPS_BATCH_RECEIPT_H

@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: MIT
+#include "batch/SongList.h"
+
+#include <algorithm>
+#include <array>
+#include <set>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include "system/Glob.h"
+#include "system/Platform.h"
+#include "system/Text.h"
+
+namespace tonwerk::app
+{
+
+namespace
+{
+
+constexpr std::array<std::string_view, 6> songExtensions{".wav", ".wave", ".flac", ".mp3", ".ogg", ".oga"};
+
+bool isSongName(const std::filesystem::path& path)
+{
+    const std::string extension = platform::inLowerCase(toText(path.extension()));
+    return std::find(songExtensions.begin(), songExtensions.end(), extension) != songExtensions.end();
+}
+
+/// Gathers what the inputs name, in no order yet.
+class Finder
+{
+public:
+    explicit Finder(SongList& list) : found(list) {}
+
+    void take(const std::string& input)
+    {
+        std::error_code failure;
+        if (input == standardInputName)
+            found.songs.push_back({toPath(standardInputSong), {}, true});
+        else if (!isPattern(input) || std::filesystem::exists(toPath(input), failure))
+            takePath(toPath(input));
+        else
+            takePattern(input);
+    }
+
+private:
+    void takePattern(const std::string& pattern)
+    {
+        const auto paths = matchingPaths(pattern);
+        for (const auto& path : paths)
+            takePath(path);
+        if (paths.empty())
+            found.complaints.push_back({pattern, "Nothing matches \"" + pattern + "\"."});
+    }
+
+    void takePath(const std::filesystem::path& path)
+    {
+        std::error_code failure;
+        if (!std::filesystem::is_directory(path, failure))
+        {
+            found.songs.push_back({path, {}, false});
+            return;
+        }
+        const std::size_t before = found.songs.size() + found.complaints.size();
+        takeFolder(path);
+        if (found.songs.size() + found.complaints.size() == before)
+            found.complaints.push_back(
+                {toText(path), "The folder " + quoted(path) + " holds no WAV, FLAC, MP3 or OGG files."});
+    }
+
+    void takeFolder(const std::filesystem::path& folder)
+    {
+        std::error_code failure;
+        if (std::filesystem::exists(folder / receiptName, failure))
+            return;
+        std::filesystem::directory_iterator entry(folder, failure);
+        for (; !failure && entry != std::filesystem::directory_iterator(); entry.increment(failure))
+        {
+            std::error_code unknown;
+            if (toText(entry->path().filename()).front() == '.')
+                continue;
+            if (entry->is_directory(unknown) && !entry->is_symlink(unknown)) // links may lead back here
+                takeFolder(entry->path());
+            else if (isSongName(entry->path()) && entry->is_regular_file(unknown))
+                found.songs.push_back({entry->path(), {}, false});
+        }
+        if (failure)
+            found.complaints.push_back({toText(folder), "The folder " + quoted(folder) + " cannot be read: " +
+                                                            asReason(failure.message()) + "."});
+    }
+
+    SongList& found;
+};
+
+std::string sortingKey(const SongEntry& song)
+{
+    const std::u8string key = song.path.generic_u8string();
+    return {key.begin(), key.end()};
+}
+
+void sortOnce(std::vector<SongEntry>& songs)
+{
+    std::stable_sort(songs.begin(), songs.end(),
+                     [](const auto& one, const auto& other) { return sortingKey(one) < sortingKey(other); });
+    std::set<std::filesystem::path> seen;
+    std::erase_if(songs,
+                  [&seen](const SongEntry& song)
+                  {
+                      std::error_code failure;
+                      const auto place = std::filesystem::absolute(song.path, failure).lexically_normal();
+                      return !seen.insert(song.isStandardInput ? toPath(standardInputName) : place).second;
+                  });
+}
+
+/// Windows drops full stops and blanks at the end of a folder's name, so they go everywhere.
+std::string folderName(const SongEntry& song)
+{
+    std::string name = toText(song.path.stem());
+    name.erase(name.find_last_not_of(". ") + 1);
+    return name.empty() ? "song" : name;
+}
+
+void chooseFolders(std::vector<SongEntry>& songs, const std::filesystem::path& outputFolder)
+{
+    std::set<std::string> taken;
+    for (SongEntry& song : songs)
+    {
+        const std::string plain = folderName(song);
+        std::string name = plain;
+        for (int number = 2; !taken.insert(platform::inLowerCase(name)).second; ++number)
+            name = plain + " (" + std::to_string(number) + ")";
+        song.folder = outputFolder / toPath(name);
+    }
+}
+
+} // namespace
+
+SongList findSongs(const std::vector<std::string>& inputs, const std::filesystem::path& outputFolder)
+{
+    SongList list;
+    Finder finder(list);
+    for (const std::string& input : inputs)
+        finder.take(input);
+    sortOnce(list.songs);
+    chooseFolders(list.songs, outputFolder);
+    return list;
+}
+
+std::vector<SongEntry> shardOf(const std::vector<SongEntry>& songs, std::size_t index, std::size_t count)
+{
+    std::vector<SongEntry> shard;
+    for (std::size_t song = index - 1; song < songs.size(); song += count)
+        shard.push_back(songs[song]);
+    return shard;
+}
+
+} // namespace tonwerk::app

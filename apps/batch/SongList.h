@@ -1,0 +1,61 @@
+// SPDX-License-Identifier: MIT
+#ifndef TONWERK_APPS_BATCH_SONGLIST_H
+#define TONWERK_APPS_BATCH_SONGLIST_H
+
+#include <cstddef>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace tonwerk::app
+{
+
+/// A song that is asked for.
+struct SongEntry
+{
+    std::filesystem::path path;
+    /// Where its stems go.
+    std::filesystem::path folder;
+    /// Whether it comes from standard input; there is no file then.
+    bool isStandardInput = false;
+};
+
+/// Something that was asked for and is no song.
+struct Complaint
+{
+    std::string input;
+    std::string sentence;
+};
+
+struct SongList
+{
+    std::vector<SongEntry> songs;
+    std::vector<Complaint> complaints;
+};
+
+/// The name of standard input on the command line.
+inline constexpr const char* standardInputName = "-";
+
+/// The name that the song of standard input has.
+inline constexpr const char* standardInputSong = "stdin";
+
+/// The file that stands beside finished stems, and marks a folder as one of stems.
+inline constexpr const char* receiptName = "receipt.json";
+
+/// Finds the songs that the inputs name: files, folders with all that they hold, patterns, standard input.
+/// Each song comes once; the list is sorted by path, so that it is the same everywhere.
+///
+/// In folders, files count as songs by their extension. What begins with a full stop is left out, and so are
+/// folders of stems.
+///
+/// A song's folder has its name without extension. If several songs would have the same folder, the first in
+/// the list has it, and the others get " (2)", " (3)" and so on; case makes no difference.
+SongList findSongs(const std::vector<std::string>& inputs, const std::filesystem::path& outputFolder);
+
+/// Every count-th song, beginning with the index-th.
+/// \param index from 1 to count
+std::vector<SongEntry> shardOf(const std::vector<SongEntry>& songs, std::size_t index, std::size_t count);
+
+} // namespace tonwerk::app
+
+#endif // TONWERK_APPS_BATCH_SONGLIST_H

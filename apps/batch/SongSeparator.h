@@ -1,0 +1,62 @@
+// SPDX-License-Identifier: MIT
+#ifndef TONWERK_APPS_BATCH_SONGSEPARATOR_H
+#define TONWERK_APPS_BATCH_SONGSEPARATOR_H
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+
+#include <tonwerk/TonwerkProc.h>
+
+#include "batch/Receipt.h"
+#include "batch/SongList.h"
+#include "cli/Options.h"
+#include "separation/LibraryLog.h"
+#include "separation/Separation.h"
+
+namespace tonwerk::app
+{
+
+/// What there is to tell of a song that is done.
+struct SongSummary
+{
+    double audioSeconds;
+    double processingSeconds;
+    double nullPeak;
+    std::uint64_t nonFiniteSamples;
+    /// Factor of the samples in fixed-point files.
+    double gain;
+};
+
+/// Separates songs from their files to their receipts, one after another, with one copy of the model. One
+/// thread at a time; separators with models of their own are independent.
+class SongSeparator
+{
+public:
+    /// All references must outlive this object.
+    /// \param output where raw stems go; not owned
+    SongSeparator(const Options& options, std::shared_ptr<InferenceContext> context, const ModelFacts& model,
+                  LibraryLog& log, std::FILE* output);
+
+    /// Separates a song and keeps its files.
+    /// \throws Failure if that is not possible; nothing is left then
+    /// \throws Interrupted if the user asks to stop; nothing is left then
+    SongSummary separate(const SongEntry& entry, const Separation::Progress& progress);
+
+private:
+    std::unique_ptr<SongSource> open(const SongEntry& entry) const;
+    SongSummary separateToOutput(SongSource& song, const Separation::Progress& progress);
+    SongSummary separateToFolder(const SongEntry& entry, SongSource& song,
+                                 const Separation::Progress& progress);
+    double commonGain(const SeparationResult& result) const;
+
+    const Options& options;
+    std::shared_ptr<InferenceContext> context;
+    const ModelFacts& model;
+    LibraryLog& log;
+    std::FILE* output;
+};
+
+} // namespace tonwerk::app
+
+#endif // TONWERK_APPS_BATCH_SONGSEPARATOR_H

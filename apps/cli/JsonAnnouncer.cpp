@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+#include "cli/JsonAnnouncer.h"
+
+#include <cmath>
+#include <cstdio>
+
+#include <nlohmann/json.hpp>
+
+#include "system/Text.h"
+
+namespace tonwerk::app
+{
+
+using Json = nlohmann::ordered_json;
+
+void JsonAnnouncer::begin(std::size_t songs)
+{
+    print({{"event", "begin"}, {"version", TONWERK_VERSION}, {"songs", songs}});
+}
+
+void JsonAnnouncer::progress(const SongEntry& song, double fraction, double audioSeconds)
+{
+    print({{"event", "progress"},
+           {"song", toText(song.path)},
+           {"fraction", fraction},
+           {"seconds", audioSeconds}});
+}
+
+void JsonAnnouncer::done(const SongEntry& song, const SongSummary& summary)
+{
+    print({{"event", "done"},
+           {"song", toText(song.path)},
+           {"folder", song.folder.empty() ? Json(nullptr) : Json(toText(song.folder))},
+           {"seconds", summary.audioSeconds},
+           {"processing_seconds", summary.processingSeconds},
+           {"null_test_dbfs",
+            summary.nullPeak > 0.0 ? Json(20.0 * std::log10(summary.nullPeak)) : Json(nullptr)},
+           {"gain_db", 20.0 * std::log10(summary.gain)},
+           {"non_finite_samples", summary.nonFiniteSamples}});
+}
+
+void JsonAnnouncer::skipped(const SongEntry& song)
+{
+    print({{"event", "skipped"}, {"song", toText(song.path)}, {"folder", toText(song.folder)}});
+}
+
+void JsonAnnouncer::failed(const std::string& input, const std::string& sentence)
+{
+    print({{"event", "failed"}, {"song", input}, {"reason", sentence}});
+}
+
+void JsonAnnouncer::end(const BatchCounts& counts)
+{
+    print({{"event", "end"}, {"done", counts.done}, {"failed", counts.failed}, {"skipped", counts.skipped}});
+}
+
+void JsonAnnouncer::print(const Json& event)
+{
+    const std::lock_guard lock(guard);
+    const std::string line = event.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+    std::fputs(line.c_str(), stderr);
+    std::fflush(stderr);
+}
+
+} // namespace tonwerk::app

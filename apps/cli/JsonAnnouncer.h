@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+#ifndef TONWERK_APPS_CLI_JSONANNOUNCER_H
+#define TONWERK_APPS_CLI_JSONANNOUNCER_H
+
+#include <mutex>
+
+#include <nlohmann/json_fwd.hpp>
+
+#include "batch/Announcer.h"
+
+namespace tonwerk::app
+{
+
+/// Tells what happens as one JSON object per line on standard error, for programs; docs/separate.md has the
+/// fields.
+class JsonAnnouncer : public Announcer
+{
+public:
+    void begin(std::size_t songs) override;
+    void progress(const SongEntry& song, double fraction, double audioSeconds) override;
+    void done(const SongEntry& song, const SongSummary& summary) override;
+    void skipped(const SongEntry& song) override;
+    void failed(const std::string& input, const std::string& sentence) override;
+    void end(const BatchCounts& counts) override;
+
+private:
+    void print(const nlohmann::ordered_json& event);
+
+    std::mutex guard;
+};
+
+} // namespace tonwerk::app
+
+#endif // TONWERK_APPS_CLI_JSONANNOUNCER_H

@@ -1,0 +1,230 @@
+// SPDX-License-Identifier: MIT
+#include "cli/Options.h"
+
+#include <charconv>
+#include <map>
+#include <string_view>
+
+#include <CLI/CLI.hpp>
+
+#include "audio/SongReader.h"
+#include "separation/DefaultModel.h"
+#include "system/Failure.h"
+#include "system/Text.h"
+
+namespace tonwerk::app
+{
+
+namespace
+{
+
+constexpr const char* description =
+    "Separates songs into stems: vocals, drum, piano, acoustic_guitar, electric_guitar and bass,\n"
+    "the residual that they miss of the song, and the mix that they add up to.\n";
+
+constexpr const char* details =
+    "Songs are WAV, FLAC, MP3 or OGG (Vorbis) files of 8 to 192 kHz, stereo or mono; folders, which are\n"
+    "searched for such files; or patterns with * and ?. A single - is standard input, interleaved stereo\n"
+    "of 32-bit float samples; its song is called stdin.\n"
+    "\n"
+    "The stems are WAV files of the song's sample rate, channels and exact length: DIR/SONG/vocals.wav\n"
+    "and so on, where SONG is the song's file name without its extension, with (2) and so on if songs\n"
+    "have the same name. Older files of these names are replaced. While they are being written their\n"
+    "names end in .part, and they can be played. DIR/SONG/receipt.json comes last; it tells what was\n"
+    "measured.\n"
+    "\n"
+    "The default model is the one that the environment variable TONWERK_MODEL names, else\n"
+    "tonwerk-small.onnx beside the program or in the folder models beside the program's.\n"
+    "\n"
+    "Other commands, each with a --help of its own (a song of such a name is ./doctor):\n"
+    "  tonwerk-separate doctor       what a separation needs on this machine, and what to do if it lacks\n"
+    "  tonwerk-separate check-model  whether a network can be used as a model, and how fast it is\n"
+    "  tonwerk-separate scramble     makes a model that needs a key\n"
+    "\n"
+    "Exit codes: 0 done, 1 some songs failed and the others are done, 2 wrong usage, 130 interrupted.";
+
+/// The options as CLI11 fills them in.
+struct RawOptions
+{
+    std::vector<std::string> songs;
+    std::string outputFolder;
+    std::string model;
+    std::string key;
+    std::vector<std::string> stems;
+    std::string mix;
+    SampleFormat format = SampleFormat::float32;
+    unsigned inputRate = 44100;
+    unsigned jobs = 1;
+    double memory = 0.0;
+    std::string shard;
+    std::string progress = "text";
+    bool karaoke = false;
+    bool report = false;
+    bool raw = false;
+    bool resume = false;
+};
+
+void declareMain(CLI::App& app, RawOptions& raw)
+{
+    app.add_option("SONG", raw.songs, "The songs to separate")->required()->take_all()->type_name("");
+    app.add_option("-o,--output", raw.outputFolder, "Folder in which the songs' folders are made")
+        ->type_name("DIR");
+    app.add_option("--model", raw.model, "The separation model, an ONNX file, if it is not the default one")
+        ->type_name("FILE");
+    app.add_option("--key", raw.key, "Scrambling key of the model")->type_name("KEY");
+    app.add_option("--input-rate", raw.inputRate, "Sample rate of standard input in Hz, if it is not 44100")
+        ->check(CLI::Range(lowestSampleRate, highestSampleRate).description(""))
+        ->type_name("HZ");
+}
+
+void declareOutput(CLI::App& app, RawOptions& raw)
+{
+    const std::map<std::string, SampleFormat> formats{
+        {"float32", SampleFormat::float32}, {"pcm24", SampleFormat::pcm24}, {"pcm16", SampleFormat::pcm16}};
+    app.add_option("--stems", raw.stems, "Write only these stems, and ask the model for no others; or none")
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->take_all()
+        ->type_name("LIST");
+    app.add_flag("--karaoke", raw.karaoke,
+                 "Write karaoke.wav, the song without its vocals, and no stems but those of --stems");
+    app.add_option("--mix", raw.mix,
+                   "Also write practice_mix.wav, with levels as in vocals=-inf,piano=-6dB; what is not\n"
+                   "named keeps its level")
+        ->type_name("LEVELS");
+    app.add_option("--format", raw.format,
+                   "float32, pcm24 or pcm16. If one file would clip, all of the song are lowered alike")
+        ->transform(CLI::CheckedTransformer(formats).description(""))
+        ->type_name("FORMAT");
+    app.add_flag("--raw", raw.raw,
+                 "Write the stems of one song to standard output instead, as float samples of all\n"
+                 "stems and channels frame by frame");
+    app.add_flag("--report", raw.report, "Write a page that shows and plays the stems: DIR/SONG/report.html");
+}
+
+void declareBatch(CLI::App& app, RawOptions& raw)
+{
+    app.add_flag("--resume", raw.resume,
+                 "Skip songs whose receipt says that they were separated by this model with these options");
+    app.add_option("--jobs", raw.jobs, "Songs to separate at once, each with a copy of the model in memory")
+        ->check(CLI::Range(1U, 64U).description(""))
+        ->type_name("N");
+    app.add_option("--memory", raw.memory, "Start no more jobs than fit into so many GB")
+        ->check(CLI::Range(0.001, 1e6).description(""))
+        ->type_name("GB");
+    app.add_option("--shard", raw.shard, "Separate only the i-th, i+n-th, ... of the songs, sorted by path")
+        ->type_name("i/n");
+    app.add_option("--progress", raw.progress, "text, or json for one JSON object per line on standard error")
+        ->check(CLI::IsMember({"text", "json"}).description(""))
+        ->type_name("HOW");
+}
+
+void declareOptions(CLI::App& app, RawOptions& raw)
+{
+    app.footer(details);
+    app.set_version_flag("--version", "tonwerk-separate " TONWERK_VERSION, "Print the version and exit");
+    app.set_help_flag("-h,--help", "Print this text and exit");
+    app.allow_windows_style_options(false); // a path may begin with a slash
+    app.option_defaults()->take_last();
+    declareMain(app, raw);
+    declareOutput(app, raw);
+    declareBatch(app, raw);
+}
+
+StemSet chosenStems(const RawOptions& raw)
+{
+    if (raw.stems == std::vector<std::string>{"none"})
+        return {};
+    if (!raw.stems.empty())
+        return stemsNamed(raw.stems);
+    return raw.karaoke ? StemSet() : StemSet().set();
+}
+
+std::vector<Track> chosenTracks(const RawOptions& raw, const StemSet& stems)
+{
+    std::vector<Track> tracks = stemTracks(stems);
+    if (raw.karaoke)
+        tracks.push_back(karaokeTrack());
+    if (!raw.mix.empty())
+        tracks.push_back(practiceTrack(raw.mix));
+    if (tracks.empty())
+        throw UsageError("There is nothing to write: --stems none wants --karaoke or --mix.");
+    return tracks;
+}
+
+/// Reads "i/n".
+void readShard(const std::string& text, Options& options)
+{
+    options.shard = options.shardCount = 1;
+    if (text.empty())
+        return;
+    const char* const end = text.data() + text.size();
+    const auto [slash, failure] = std::from_chars(text.data(), end, options.shard);
+    const bool good = failure == std::errc() && slash != end && *slash == '/';
+    const auto [rest, failureAfter] = std::from_chars(good ? slash + 1 : end, end, options.shardCount);
+    if (!good || failureAfter != std::errc() || rest != end || options.shard < 1 ||
+        options.shard > options.shardCount)
+        throw UsageError("--shard cannot read \"" + text +
+                         "\": it takes two numbers as in 2/3, for the second part of three.");
+}
+
+void checkTogether(const RawOptions& raw, const StemSet& stems)
+{
+    if (raw.raw && (!raw.outputFolder.empty() || raw.report || raw.resume || raw.jobs > 1 ||
+                    !raw.shard.empty() || raw.format != SampleFormat::float32))
+        throw UsageError("--raw writes float samples of one song to standard output: it goes with none of "
+                         "--output, --format, --report, --resume, --jobs and --shard.");
+    if (!raw.raw && raw.outputFolder.empty())
+        throw UsageError("--output is required (--help tells more).");
+    if (raw.report && stems.none())
+        throw UsageError("--report shows stems, but there are none to write.");
+}
+
+Options checked(const RawOptions& raw)
+{
+    const StemSet stems = chosenStems(raw);
+    checkTogether(raw, stems);
+    Options options{};
+    options.inputs = raw.songs;
+    options.outputFolder = toPath(raw.outputFolder);
+    options.model = raw.model.empty() ? defaultModel() : toPath(raw.model);
+    options.key = raw.key;
+    options.stems = stems;
+    options.tracks = chosenTracks(raw, stems);
+    options.format = raw.format;
+    options.inputRate = raw.inputRate;
+    options.jobs = raw.jobs;
+    if (raw.memory > 0.0)
+        options.memory = static_cast<std::uint64_t>(raw.memory * 1e9);
+    readShard(raw.shard, options);
+    options.report = raw.report;
+    options.raw = raw.raw;
+    options.resume = raw.resume;
+    options.jsonProgress = raw.progress == "json";
+    return options;
+}
+
+} // namespace
+
+std::optional<Options> readOptions(int argc, char** argv)
+{
+    CLI::App app(description, "tonwerk-separate");
+    RawOptions raw;
+    declareOptions(app, raw);
+    try
+    {
+        app.parse(argc, app.ensure_utf8(argv));
+    }
+    catch (const CLI::Success& request)
+    {
+        app.exit(request);
+        return std::nullopt;
+    }
+    catch (const CLI::ParseError& error)
+    {
+        throw UsageError(asReason(error.what()) + " (--help tells more).");
+    }
+    return checked(raw);
+}
+
+} // namespace tonwerk::app

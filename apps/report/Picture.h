@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: MIT
+#ifndef TONWERK_APPS_REPORT_PICTURE_H
+#define TONWERK_APPS_REPORT_PICTURE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tonwerk::app
+{
+
+/// A colour with opacity, 255 being opaque.
+struct Color
+{
+    std::uint8_t red;
+    std::uint8_t green;
+    std::uint8_t blue;
+    std::uint8_t alpha;
+};
+
+/// A picture of pixels in rows from the top, transparent at first.
+class Picture
+{
+public:
+    Picture(std::size_t width, std::size_t height) : columns(width), rows(height), pixels(width * height) {}
+
+    std::size_t width() const { return columns; }
+    std::size_t height() const { return rows; }
+
+    /// The pixel in a column from the left and a row from the top.
+    Color& at(std::size_t column, std::size_t row) { return pixels[row * columns + column]; }
+
+    /// The picture as a URI that holds all of it: a PNG in Base64.
+    /// \throws std::bad_alloc if there is not enough memory
+    std::string dataUri() const;
+
+private:
+    std::size_t columns;
+    std::size_t rows;
+    std::vector<Color> pixels;
+};
+
+} // namespace tonwerk::app
+
+#endif // TONWERK_APPS_REPORT_PICTURE_H

@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+#ifndef TONWERK_APPS_REPORT_SONGREPORT_H
+#define TONWERK_APPS_REPORT_SONGREPORT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "report/TrackPictures.h"
+#include "separation/Stems.h"
+
+namespace tonwerk::app
+{
+
+/// What a report tells besides what it has seen itself.
+struct SongFacts
+{
+    /// File names for people, as UTF-8.
+    std::string song;
+    std::string model;
+    /// Channels of the song's file, 1 or 2.
+    unsigned channels;
+    double audioSeconds;
+    double processingSeconds;
+    /// Largest absolute value of six stems + residual - input, 1 being full scale.
+    double nullPeak;
+    /// Samples of the song that were NaN or infinite.
+    std::uint64_t nonFiniteSamples;
+};
+
+/// Makes the report page of a song: watches the song and its stems stream by, and draws them at the end.
+/// Takes as much memory for a long song as for a short one.
+class SongReport
+{
+public:
+    /// \param wanted the stems that are written to files, which are those that the report shows
+    SongReport(const StemSet& wanted, unsigned sampleRate);
+
+    /// Takes the next interleaved stereo samples of the song.
+    void feedSong(std::span<const float> stereo) { song.feed(stereo); }
+
+    /// Takes the next result of TonwerkProc::process.
+    void feedStems(const std::vector<std::vector<float>>& results);
+
+    /// Writes the page, to be called once, after all has been fed. An older file of that name is replaced.
+    /// \param path the page's file, in the folder of the stems
+    /// \throws Failure if the file cannot be written
+    void write(const std::filesystem::path& path, const SongFacts& facts);
+
+private:
+    void finish();
+
+    unsigned rate;
+    TrackPictures song;
+    std::map<std::size_t, TrackPictures> stems; ///< by their place in stemNames
+};
+
+} // namespace tonwerk::app
+
+#endif // TONWERK_APPS_REPORT_SONGREPORT_H

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: MIT
+#ifndef TONWERK_APPS_REPORT_SPECTROGRAM_H
+#define TONWERK_APPS_REPORT_SPECTROGRAM_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "report/Picture.h"
+#include "spectral/PFFFTTransformer.h"
+
+namespace tonwerk::app
+{
+
+/// Gathers the power of a track of unknown length over time and frequency for a picture, in memory that does
+/// not grow with it: whenever its columns are used up, pairs of them become one.
+class Spectrogram
+{
+public:
+    /// Rows of frequency, evenly spaced on a logarithmic scale.
+    static constexpr std::size_t rowCount = 112;
+
+    /// Lower edge of the lowest row in Hz.
+    static constexpr double lowestFrequency = 50.0;
+
+    /// Upper edge of the highest row in Hz.
+    static double highestFrequency(unsigned sampleRate);
+
+    explicit Spectrogram(unsigned sampleRate);
+
+    /// Takes the next interleaved stereo samples. Those that are not finite count as zero.
+    void feed(std::span<const float> stereo);
+
+    /// To be called once at the end of the track.
+    void finish();
+
+    /// Largest power of a row, a sine at full scale having 1 per channel.
+    double peakPower() const;
+
+    /// Draws the whole track, a row of pixels for each row of frequency.
+    /// \param referencePower power that gets the brightest colour
+    Picture draw(std::size_t width, double referencePower) const;
+
+private:
+    using Rows = std::array<float, rowCount>;
+    struct Column
+    {
+        Rows powers{}; ///< sums
+        std::uint64_t spectra = 0;
+    };
+    struct BinRange
+    {
+        std::size_t first;
+        std::size_t last;
+        double fraction; ///< of the way from first to last, for a row narrower than a bin
+    };
+
+    void addSpectrum();
+    void addChannel(std::size_t channel, Rows& powers);
+    float powerOf(const BinRange& bins) const;
+    void mergePairs();
+
+    PFFFTTransformer transformer;
+    std::vector<float> window;
+    std::vector<BinRange> bins;
+    std::vector<float> binPowers;
+    std::vector<float> pending; ///< interleaved stereo: the samples under the window
+    std::vector<Column> columns;
+    std::uint64_t spectraPerColumn = 1;
+    std::uint64_t frames = 0;
+};
+
+} // namespace tonwerk::app
+
+#endif // TONWERK_APPS_REPORT_SPECTROGRAM_H

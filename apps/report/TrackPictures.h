@@ -1,0 +1,31 @@
+// SPDX-License-Identifier: MIT
+#ifndef TONWERK_APPS_REPORT_TRACKPICTURES_H
+#define TONWERK_APPS_REPORT_TRACKPICTURES_H
+
+#include <span>
+
+#include "report/Spectrogram.h"
+#include "report/Waveform.h"
+
+namespace tonwerk::app
+{
+
+/// What the pictures of one track are drawn from, gathered while the track streams by.
+struct TrackPictures
+{
+    explicit TrackPictures(unsigned sampleRate) : spectrogram(sampleRate) {}
+
+    /// Takes the next interleaved stereo samples.
+    void feed(std::span<const float> stereo)
+    {
+        waveform.feed(stereo);
+        spectrogram.feed(stereo);
+    }
+
+    Waveform waveform;
+    Spectrogram spectrogram;
+};
+
+} // namespace tonwerk::app
+
+#endif // TONWERK_APPS_REPORT_TRACKPICTURES_H

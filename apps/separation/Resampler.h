@@ -1,0 +1,41 @@
+// SPDX-License-Identifier: MIT
+#ifndef TONWERK_APPS_SEPARATION_RESAMPLER_H
+#define TONWERK_APPS_SEPARATION_RESAMPLER_H
+
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+namespace tonwerk::app
+{
+
+/// Converts an interleaved stereo stream to another sample rate, by linear-phase filters of 24-bit quality.
+/// The filters' delay is taken out: frame n of the result stands where n / (new rate) seconds of the stream
+/// are.
+class Resampler
+{
+public:
+    /// Rates in Hz, which differ.
+    Resampler(unsigned fromRate, unsigned toRate);
+    ~Resampler();
+
+    Resampler(Resampler&&) noexcept;
+    Resampler& operator=(Resampler&&) noexcept;
+
+    /// Takes the next samples, which have to be finite, and appends what they complete to `result`.
+    void feed(std::span<const float> stereo, std::vector<float>& result);
+
+    /// Ends the stream: silence follows, until `frames` frames have been returned altogether.
+    void finish(std::uint64_t frames, std::vector<float>& result);
+
+private:
+    struct Channels;
+
+    std::unique_ptr<Channels> channels;
+    std::uint64_t returned = 0;
+};
+
+} // namespace tonwerk::app
+
+#endif // TONWERK_APPS_SEPARATION_RESAMPLER_H

@@ -1,0 +1,122 @@
+// SPDX-License-Identifier: MIT
+#include "separation/Separation.h"
+
+#include <chrono>
+#include <cstddef>
+#include <exception>
+#include <new>
+#include <utility>
+
+#include "system/Failure.h"
+#include "system/Platform.h"
+#include "system/Text.h"
+
+namespace tonwerk::app
+{
+
+namespace
+{
+
+/// What `separate` returns; a failure of the library becomes a sentence for the user.
+template <typename Separate>
+StemStream::Stems separated(Separate separate)
+{
+    try
+    {
+        return separate();
+    }
+    catch (const std::bad_alloc&)
+    {
+        throw;
+    }
+    catch (const std::exception& failure)
+    {
+        throw Failure("The song cannot be separated: " + asReason(failure.what()) + ".");
+    }
+}
+
+} // namespace
+
+Separation::Separation(std::shared_ptr<InferenceContext> model, SongSource& song,
+                       const std::vector<Track>& tracks, StemSink& sink, LibraryLog& log, SongReport* report)
+    : stream(std::move(model), stemsToAsk(tracks), song.sampleRate()), source(song), sink(sink),
+      libraryLog(log), report(report), maker(tracks, song.channels()),
+      meters(tracks.size(), TrackMeter(song.channels(), song.sampleRate()))
+{
+}
+
+SeparationResult Separation::run(const Progress& progress)
+{
+    using Clock = std::chrono::steady_clock;
+    const auto start = Clock::now();
+    bool atEnd = false;
+    while (!atEnd)
+    {
+        if (platform::interruptRequested())
+            throw Interrupted();
+        atEnd = processBlock();
+        progress(atEnd ? 1.0 : source.fractionRead(), seconds(source.framesRead()));
+    }
+    checkLength();
+    if (platform::interruptRequested())
+        throw Interrupted();
+    const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
+    // A mono song was counted on both channels.
+    const std::uint64_t nonFinite = stream.nonFiniteSamples() * source.channels() / 2;
+    return {framesReturned, seconds(framesReturned), elapsed,          stream.nullPeak(),
+            nonFinite,      std::move(meters),       std::move(logged)};
+}
+
+bool Separation::processBlock()
+{
+    // One run of the model each time, so that the progress tells the speed.
+    const std::size_t frames = stream.framesUntilResult();
+    source.read(frames, block);
+    const bool atEnd = block.size() < 2 * frames;
+    if (report)
+        report->feedSong(block);
+    take(separated([this] { return stream.feed(block); }));
+    if (atEnd)
+        take(separated([this] { return stream.finish(); }));
+    return atEnd;
+}
+
+void Separation::take(const StemStream::Stems& stems)
+{
+    checkLog();
+    if (stems.empty() || stems.front().empty())
+        return;
+    const auto& tracks = maker.make(stems);
+    for (std::size_t track = 0; track < tracks.size(); ++track)
+        meters[track].feed(tracks[track]);
+    sink.write(tracks);
+    if (report)
+        report->feedStems(stems);
+    framesReturned += stems.front().size() / 2;
+}
+
+void Separation::checkLog()
+{
+    for (LibraryLog::Record& record : libraryLog.take())
+    {
+        if (record.isError)
+            throw Failure("The model failed at " + asClock(seconds(framesReturned)) +
+                          " or soon after: " + record.text + ".");
+        logged.push_back(std::move(record.text));
+    }
+}
+
+void Separation::checkLength() const
+{
+    if (framesReturned != source.framesRead())
+        throw Failure("The library returned " + std::to_string(framesReturned) +
+                      " samples per channel for the " + std::to_string(source.framesRead()) +
+                      " that it was given.");
+}
+
+double Separation::seconds(std::uint64_t frames) const
+{
+    return static_cast<double>(frames) / static_cast<double>(source.sampleRate());
+}
+
+} // namespace tonwerk::app

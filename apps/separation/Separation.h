@@ -1,0 +1,84 @@
+// SPDX-License-Identifier: MIT
+#ifndef TONWERK_APPS_SEPARATION_SEPARATION_H
+#define TONWERK_APPS_SEPARATION_SEPARATION_H
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <tonwerk/TonwerkProc.h>
+
+#include "analysis/TrackMeter.h"
+#include "audio/SongSource.h"
+#include "audio/StemSink.h"
+#include "report/SongReport.h"
+#include "separation/LibraryLog.h"
+#include "separation/StemStream.h"
+#include "separation/Tracks.h"
+
+namespace tonwerk::app
+{
+
+/// What a separation has shown.
+struct SeparationResult
+{
+    /// Samples per channel of the song, and so of each track.
+    std::uint64_t frames;
+    /// Length of the song.
+    double audioSeconds;
+    /// Time that it took to decode, separate and write it, without loading the model.
+    double processingSeconds;
+    /// Largest absolute value of six stems + residual - input, 1 being full scale.
+    double nullPeak;
+    /// Samples of the song that were NaN or infinite.
+    std::uint64_t nonFiniteSamples;
+    /// Of each track.
+    std::vector<TrackMeter> meters;
+    /// What the library logged meanwhile.
+    std::vector<std::string> log;
+};
+
+/// Streams one song through the library and into its tracks. Takes as much memory for a long song as for a
+/// short one.
+class Separation
+{
+public:
+    /// All references must outlive this object.
+    /// \param report watches the song and its stems, if there is one
+    Separation(std::shared_ptr<InferenceContext> model, SongSource& song, const std::vector<Track>& tracks,
+               StemSink& sink, LibraryLog& log, SongReport* report);
+
+    /// Called after every block with the fraction that is done and the seconds of sound that have been worked
+    /// on.
+    using Progress = std::function<void(double fraction, double audioSeconds)>;
+
+    /// Separates the whole song.
+    /// \throws Failure if the song cannot be read, separated or written; also if the model fails in its
+    ///         middle, where the library would go on with silence
+    /// \throws Interrupted if the user asks to stop
+    SeparationResult run(const Progress& progress);
+
+private:
+    bool processBlock();
+    void take(const StemStream::Stems& stems);
+    void checkLog();
+    void checkLength() const;
+    double seconds(std::uint64_t frames) const;
+
+    StemStream stream;
+    SongSource& source;
+    StemSink& sink;
+    LibraryLog& libraryLog;
+    SongReport* report;
+    TrackMaker maker;
+    std::vector<TrackMeter> meters;
+    std::vector<std::string> logged;
+    std::vector<float> block;
+    std::uint64_t framesReturned = 0;
+};
+
+} // namespace tonwerk::app
+
+#endif // TONWERK_APPS_SEPARATION_SEPARATION_H

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+#ifndef TONWERK_APPS_SYSTEM_MACHINE_H
+#define TONWERK_APPS_SYSTEM_MACHINE_H
+
+#include <filesystem>
+#include <string>
+
+/// What the system tells of this process and of the machine that it runs on.
+namespace tonwerk::app::machine
+{
+
+/// The file of the running program.
+std::filesystem::path programFile();
+
+/// The file of the separation library that the program has loaded.
+std::filesystem::path libraryFile();
+
+/// The value of an environment variable as UTF-8, empty if it is not set.
+std::string environmentVariable(const std::string& name);
+
+/// What the processor calls itself, empty if it does not tell.
+std::string processorName();
+
+} // namespace tonwerk::app::machine
+
+#endif // TONWERK_APPS_SYSTEM_MACHINE_H

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+#include "system/WholeFile.h"
+
+#include <system_error>
+
+#include "system/BinaryFile.h"
+#include "system/Failure.h"
+#include "system/Text.h"
+
+namespace tonwerk::app
+{
+
+void writeWholeFile(const std::filesystem::path& path, const void* bytes, std::size_t size)
+{
+    std::filesystem::path temporary = path;
+    temporary += ".part";
+    // Not ours to remove if it cannot be opened.
+    BinaryFile file(temporary, platform::FileMode::write);
+    std::error_code failure;
+    try
+    {
+        file.write(bytes, size);
+        file.close();
+        std::filesystem::rename(temporary, path, failure);
+        if (failure)
+            throw Failure("Cannot rename " + quoted(temporary) + " to " + quoted(path) + ": " +
+                          asReason(failure.message()) + ".");
+    }
+    catch (...)
+    {
+        file.abandon();
+        std::filesystem::remove(temporary, failure);
+        throw;
+    }
+}
+
+} // namespace tonwerk::app

@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: MIT
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <numbers>
+#include <random>
+#include <span>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "report/Spectrogram.h"
+#include "report/Waveform.h"
+
+namespace
+{
+
+using tonwerk::app::Color;
+using tonwerk::app::Picture;
+using tonwerk::app::Spectrogram;
+using tonwerk::app::Waveform;
+using Samples = std::vector<float>;
+
+constexpr unsigned rate = 44100;
+constexpr std::size_t width = 200;
+constexpr std::size_t height = 40;
+constexpr Color red{255, 0, 0, 255};
+
+std::vector<std::uint32_t> pixelsOf(Picture picture)
+{
+    std::vector<std::uint32_t> pixels;
+    for (std::size_t row = 0; row < picture.height(); ++row)
+        for (std::size_t column = 0; column < picture.width(); ++column)
+        {
+            const Color color = picture.at(column, row);
+            pixels.push_back(color.red * 0x1000000U + color.green * 0x10000U + color.blue * 0x100U +
+                             color.alpha);
+        }
+    return pixels;
+}
+
+/// Feeds stereo samples in blocks of frames.
+template <typename Track>
+void feedInBlocks(Track& track, std::span<const float> stereo, std::size_t frames)
+{
+    for (; stereo.size() > 2 * frames; stereo = stereo.subspan(2 * frames))
+        track.feed(stereo.first(2 * frames));
+    track.feed(stereo);
+}
+
+Samples sine(double frequency, std::size_t frames)
+{
+    Samples stereo;
+    for (std::size_t frame = 0; frame < frames; ++frame)
+        stereo.resize(stereo.size() + 2, static_cast<float>(std::sin(2.0 * std::numbers::pi * frequency *
+                                                                     static_cast<double>(frame) / rate)));
+    return stereo;
+}
+
+/// The brightest row from below in a column of the picture.
+std::size_t brightestRow(Picture& picture, std::size_t column)
+{
+    std::size_t brightest = 0;
+    const auto brightness = [&](std::size_t rowFromBelow)
+    {
+        const Color color = picture.at(column, picture.height() - 1 - rowFromBelow);
+        return color.red + color.green + color.blue;
+    };
+    for (std::size_t row = 1; row < picture.height(); ++row)
+        if (brightness(row) > brightness(brightest))
+            brightest = row;
+    return brightest;
+}
+
+TEST(Waveform, OneLoudSampleIsSeenInItsPlaceHoweverLongTheTrack)
+{
+    // From less than a sample per pixel to many merged columns.
+    for (const std::size_t frames : {100U, 5000U, 3000000U})
+    {
+        Samples stereo(2 * frames, 0.0F);
+        const std::size_t place = frames / 4 * 3;
+        stereo[2 * place + 1] = -0.75F;
+        Waveform waveform;
+        feedInBlocks(waveform, stereo, 70000);
+        EXPECT_EQ(waveform.peak(), 0.75F);
+        EXPECT_NEAR(waveform.rms(), 0.75 / std::sqrt(2.0 * static_cast<double>(frames)), 1e-9);
+        Picture picture = waveform.draw(width, height, 1.0F, red);
+        // Three quarters of the lower half.
+        const std::size_t lowest = height / 2 + height / 2 * 3 / 4 - 1;
+        EXPECT_GT(picture.at(width / 4 * 3, lowest).alpha, 0) << frames << " frames";
+        EXPECT_EQ(picture.at(width / 4 * 3, lowest + 1).alpha, 0);
+        EXPECT_EQ(picture.at(width / 2, lowest).alpha, 0);
+        EXPECT_EQ(picture.at(width / 4 * 3, height / 2 - 3).alpha, 0) << "the upper half is empty";
+    }
+}
+
+TEST(Waveform, HowTheBlocksAreCutDoesNotShowAndWhatIsNoNumberCountsAsZero)
+{
+    std::mt19937 random(1);
+    Samples stereo(400000);
+    for (float& sample : stereo)
+        sample = static_cast<float>(random()) / static_cast<float>(std::mt19937::max()) - 0.5F;
+    stereo[1234] = std::nanf("");
+    stereo[4321] = -HUGE_VALF;
+    Waveform whole;
+    whole.feed(stereo);
+    Waveform cut;
+    feedInBlocks(cut, stereo, 777);
+    EXPECT_LE(whole.peak(), 0.5F);
+    EXPECT_EQ(pixelsOf(whole.draw(width, height, 0.5F, red)), pixelsOf(cut.draw(width, height, 0.5F, red)));
+}
+
+TEST(Spectrogram, ASineLiesInTheRowOfItsFrequencyWithItsPower)
+{
+    const double octaves = std::log2(Spectrogram::highestFrequency(rate) / Spectrogram::lowestFrequency);
+    for (const double frequency : {60.0, 440.0, 5000.0, 15000.0})
+    {
+        Spectrogram spectrogram(rate);
+        spectrogram.feed(sine(frequency, rate));
+        spectrogram.finish();
+        // 1 for each of two channels. A Hann window's main lobe has fallen by 1.5 dB between two bins, and
+        // the start and the end of the sine add a little.
+        EXPECT_NEAR(spectrogram.peakPower(), 1.7, 0.4) << frequency;
+        const double row = std::log2(frequency / Spectrogram::lowestFrequency) / octaves *
+                           static_cast<double>(Spectrogram::rowCount);
+        // The lowest rows are narrower than the transform's bins.
+        Picture picture = spectrogram.draw(width, 2.0);
+        EXPECT_NEAR(static_cast<double>(brightestRow(picture, width / 2)), row - 0.5, 2.0) << frequency;
+    }
+}
+
+TEST(Spectrogram, SoundIsSeenWhenItIsHeardHoweverLongTheTrack)
+{
+    // The longer one fills all columns, twice over.
+    for (const std::size_t seconds : {4U, 120U})
+    {
+        Samples stereo(2 * seconds * rate, 0.0F);
+        const std::size_t start = stereo.size() / 8 * 5;
+        const Samples burst = sine(1000.0, seconds * rate / 8);
+        std::copy(burst.begin(), burst.end(), stereo.begin() + static_cast<std::ptrdiff_t>(start));
+        Spectrogram spectrogram(rate);
+        feedInBlocks(spectrogram, stereo, 50000);
+        spectrogram.finish();
+        Picture picture = spectrogram.draw(width, spectrogram.peakPower());
+        const std::size_t row = Spectrogram::rowCount - 1 - brightestRow(picture, width * 11 / 16);
+        // In the row of the sine: dark before and after, but for the window's width on both sides.
+        constexpr std::size_t margin = width / 40;
+        EXPECT_GT(picture.at(width * 5 / 8 + margin, row).red, 200) << seconds << " s";
+        EXPECT_GT(picture.at(width * 6 / 8 - margin, row).red, 200);
+        EXPECT_LT(picture.at(width * 5 / 8 - margin, row).red, 20);
+        EXPECT_LT(picture.at(width * 6 / 8 + margin, row).red, 20);
+    }
+}
+
+TEST(Spectrogram, SilenceIsDrawn)
+{
+    Spectrogram spectrogram(8000);
+    spectrogram.finish();
+    EXPECT_EQ(spectrogram.peakPower(), 0.0);
+    EXPECT_EQ(spectrogram.draw(width, 1.0).at(0, 0).alpha, 255);
+}
+
+} // namespace

@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: MIT
+#include "separation/LibraryLog.h"
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "support/ScratchFolder.h"
+#include "system/Platform.h"
+
+namespace
+{
+
+using tonwerk::app::LibraryLog;
+
+TEST(LibraryLog, EachThreadTakesItsOwnRecordsOnce)
+{
+    const ScratchFolder folder;
+    const auto path = folder.path() / "log";
+    std::FILE* const writing =
+        tonwerk::app::platform::openFile(path, tonwerk::app::platform::FileMode::write);
+    std::FILE* const reading = tonwerk::app::platform::openFile(path, tonwerk::app::platform::FileMode::read);
+    LibraryLog log(reading);
+    const unsigned mine = tonwerk::app::platform::threadNumber();
+    const auto write = [writing](const std::string& text)
+    {
+        std::fputs(text.c_str(), writing);
+        std::fflush(writing);
+    };
+    const std::string time = "2026-11-21 08:41:17.602 ";
+
+    write(time + "WARN  [" + std::to_string(mine + 1) + "] [f@2] somebody else's\n");
+    write(time + "ERROR [" + std::to_string(mine) + "] [A::b@12] went\r\nwrong.\n" + time + "WARN  [");
+    auto records = log.take();
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_TRUE(records[0].isError);
+    EXPECT_EQ(records[0].text, "went wrong");
+    write(std::to_string(mine) + "] [f@2] careful\n");
+    records = log.take();
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_FALSE(records[0].isError);
+    EXPECT_TRUE(log.take().empty());
+    std::fclose(writing);
+    std::fclose(reading);
+}
+
+} // namespace
