@@ -14,9 +14,9 @@ import torch
 
 sys.path.insert(0, sys.argv.pop(1))
 
-from tonwerk_training.data import bands, chunkstore, stft  # noqa: E402
-from tonwerk_training.model import exporting, losses, network, optimizer, runtime  # noqa: E402
-from tonwerk_training.synthesis import fluidsynth  # noqa: E402
+from tonwerk_training.data import bands, chunkstore, stft
+from tonwerk_training.model import exporting, losses, network, optimizer, runtime
+from tonwerk_training.synthesis import fluidsynth
 
 
 class Summaries(unittest.TestCase):
@@ -90,7 +90,7 @@ class Loss(unittest.TestCase):
     def test_a_silent_crop_among_others_is_no_number_but_nought(self):
         """The sampler draws some: whole sections without a stem."""
         torch.manual_seed(1)
-        small = network.MaskNetwork(channels=(16, 16, 24, 24, 32), units=(1, 1, 1, 1, 1), bottom=32).train()
+        small = network.MaskNetwork(network.NetworkSettings(channels=(16, 16, 24, 24, 32), units=(1, 1, 1, 1, 1), bottom=32)).train()
         seen = torch.rand(2, 3, 16, 896)
         seen[1] = 0
         data = {"power": network.fold(seen[:, :2]), "rest": torch.zeros(2, 6), "energy": torch.zeros(2, 6),
@@ -113,9 +113,9 @@ class Loss(unittest.TestCase):
         squares = (masks[:, :6] - ratio) ** 2
         error = ((power * squares).sum((2, 3)) + data["rest"]) / power.sum((2, 3))
         energy = data["energy"] / power.sum((2, 3))
-        decibel = 10 * torch.log10((error + weights["epsilon"]) / (energy + weights["epsilon"])).mean()
-        return (weights["entropy"] * entropy + weights["amplitude"] * 10 * (power.sqrt() * squares).mean()
-                + weights["decibel"] * decibel)
+        decibel = 10 * torch.log10((error + weights.epsilon) / (energy + weights.epsilon)).mean()
+        return (weights.entropy * entropy + weights.amplitude * 10 * (power.sqrt() * squares).mean()
+                + weights.decibel * decibel)
 
 
 class Steps(unittest.TestCase):
@@ -134,7 +134,7 @@ class Export(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         torch.manual_seed(1)
-        cls.network = network.MaskNetwork(channels=(16, 16, 24, 24, 32), units=(1, 2, 1, 1, 1), bottom=32).eval()
+        cls.network = network.MaskNetwork(network.NetworkSettings(channels=(16, 16, 24, 24, 32), units=(1, 2, 1, 1, 1), bottom=32)).eval()
         for value in cls.network.state_dict().values():  # all of them count, also those that begin at zero
             if value.is_floating_point():
                 value += 0.03 * torch.randn_like(value)

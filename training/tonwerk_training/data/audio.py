@@ -1,13 +1,15 @@
 # SPDX-License-Identifier: MIT
 """Stereo WAV files of 32-bit float samples at the one rate that the project knows."""
 
+from pathlib import Path
+
 import numpy as np
 from scipy.io import wavfile
 
 from .stft import SAMPLE_RATE
 
 
-def read_wav(path):
+def read_wav(path: Path) -> np.ndarray:
     """float32 [2, samples], full scale 1. Integer samples and mono files are converted; other rates are refused."""
     rate, samples = wavfile.read(path)
     if rate != SAMPLE_RATE:
@@ -24,6 +26,6 @@ def read_wav(path):
     return np.ascontiguousarray(samples.T)
 
 
-def write_wav(path, audio):
+def write_wav(path: Path, audio: np.ndarray) -> None:
     """Writes float32 [2, samples]."""
     wavfile.write(path, SAMPLE_RATE, np.ascontiguousarray(audio.T, dtype=np.float32))

@@ -15,12 +15,12 @@ BANDS = 896
 SECTIONS = ((0, 512, 1), (512, 1024, 2), (1024, 2048, 8))
 
 
-def widths():
+def widths() -> np.ndarray:
     """Bins per band, int64 [896]."""
     return np.concatenate([np.full((last - first) // width, width) for first, last, width in SECTIONS])
 
 
-def pool(values):
+def pool(values: np.ndarray) -> np.ndarray:
     """Sums over the bins of each band: [..., 2048] -> [..., 896]."""
     parts = []
     for first, last, width in SECTIONS:
@@ -29,6 +29,6 @@ def pool(values):
     return np.concatenate(parts, axis=-1)
 
 
-def expand(values):
+def expand(values: np.ndarray) -> np.ndarray:
     """Repeats each band's value for its bins: [..., 896] -> [..., 2048]."""
     return np.repeat(values, widths(), axis=-1)

@@ -21,6 +21,7 @@ import json
 import os
 import re
 from pathlib import Path
+from typing import Any, TypeVar
 
 import numpy as np
 
@@ -36,27 +37,30 @@ RATIO_RANGE = (-0.5, 1.5)  # beyond it a stem and the rest of the mixture nearly
 ORDINARY = "ordinary"  # what the provenance calls a shard of ordinary mixes
 FIELDS = ("power", "ratio", "rest", "energy")
 
+Chunk = dict[str, np.ndarray]  # arrays by the names in FIELDS, of one chunk or of a shard
+Codes = TypeVar("Codes", bound=Any)  # an array or a tensor
 
-def quantise(ratio):
+
+def quantise(ratio: np.ndarray | np.float32) -> np.ndarray:
     """Optimal masks in 8 bits: RATIO_RANGE in 255 equal steps."""
     low, high = RATIO_RANGE
     return np.rint((np.clip(ratio, low, high) - low) * (255 / (high - low))).astype(np.uint8)
 
 
-def dequantise(codes):
+def dequantise(codes: Codes) -> Codes:
     """The inverse of quantise(), float32. Works on arrays and on tensors that are float already."""
     low, high = RATIO_RANGE
     return codes * np.float32((high - low) / 255) + np.float32(low)
 
 
-def log_powers(mixture):
+def log_powers(mixture: np.ndarray) -> np.ndarray:
     """Band powers of spectra [2, T, 2048]: float16 [3, T, 896], log10 of left, right and their mean."""
     channels = np.concatenate([mixture, mixture.mean(axis=0, keepdims=True)])
     power = bands.pool(channels.real ** 2 + channels.imag ** 2)
     return np.log10(power + POWER_FLOOR).astype(np.float16)
 
 
-def summarise_chunk(stems):
+def summarise_chunk(stems: np.ndarray) -> Chunk:
     """What training keeps of one chunk.
 
     stems: float32 [7, 2, CHUNK_SAMPLES], the sources in the order of SOURCES at their places in the mix, full scale 1.
@@ -79,7 +83,8 @@ def summarise_chunk(stems):
     return {"power": log_powers(mixture), "ratio": ratio, "rest": rest, "energy": energy}
 
 
-def _summarise_stem(stem, mixture, power):
+def _summarise_stem(stem: np.ndarray, mixture: np.ndarray,
+                    power: np.ndarray) -> tuple[np.ndarray, np.ndarray, np.ndarray]:
     """Codes of R [2, T, 896], rest [T] and energy [T] of a stem's spectra [2, T, 2048]."""
     cross = bands.pool(stem.real * mixture.real + stem.imag * mixture.imag)
     own = bands.pool(stem.real ** 2 + stem.imag ** 2)
@@ -93,33 +98,33 @@ def _summarise_stem(stem, mixture, power):
     return codes, rest.sum(axis=(0, 2)), own.sum(axis=(0, 2))
 
 
-def shard_path(folder, index, field):
+def shard_path(folder: Path, index: int, field: str | None) -> Path:
     """Where a field (one of FIELDS) of a shard lies, or with field None its provenance."""
-    return Path(folder) / (f"shard-{index:05d}.{field}.npy" if field else f"shard-{index:05d}.json")
+    return folder / (f"shard-{index:05d}.{field}.npy" if field else f"shard-{index:05d}.json")
 
 
-def has_shard(folder, index):
+def has_shard(folder: Path, index: int) -> bool:
     """Whether the shard has been written completely."""
     return shard_path(folder, index, None).exists()
 
 
-def shard_indices(folder):
+def shard_indices(folder: Path) -> list[int]:
     """The finished shards of a folder, ascending."""
-    names = (re.fullmatch(r"shard-(\d{5})\.json", path.name) for path in Path(folder).glob("shard-*.json"))
+    names = (re.fullmatch(r"shard-(\d{5})\.json", path.name) for path in folder.glob("shard-*.json"))
     return sorted(int(name[1]) for name in names if name)
 
 
-def is_ordinary(folder, index):
+def is_ordinary(folder: Path, index: int) -> bool:
     """Whether a finished shard holds ordinary mixes."""
     return json.loads(shard_path(folder, index, None).read_text())["provenance"].get("mix") == ORDINARY
 
 
-def write_shard(folder, index, chunks, provenance):
+def write_shard(folder: Path, index: int, chunks: list[Chunk], provenance: dict[str, Any]) -> None:
     """Writes summaries (from summarise_chunk) as one shard; readers see all of it or nothing.
 
     provenance: anything JSON can hold: seeds, songs, sounds used.
     """
-    Path(folder).mkdir(parents=True, exist_ok=True)
+    folder.mkdir(parents=True, exist_ok=True)
     for field in FIELDS:
         path = shard_path(folder, index, field)
         partial = path.with_suffix(f".{os.getpid()}.part")
@@ -132,6 +137,6 @@ def write_shard(folder, index, chunks, provenance):
     partial.replace(path)
 
 
-def open_shard(folder, index):
+def open_shard(folder: Path, index: int) -> Chunk:
     """A shard's arrays by field name, mapped and not read."""
     return {field: np.load(shard_path(folder, index, field), mmap_mode="r") for field in FIELDS}

@@ -12,17 +12,17 @@ from .chunkstore import SOURCES
 from .stft import SAMPLE_RATE
 
 
-def find_tracks(folder):
+def find_tracks(folder: Path) -> list[Path]:
     """The folders below `folder` that hold at least one stem, in order of their names."""
-    if not Path(folder).is_dir():
+    if not folder.is_dir():
         raise ValueError(f"{folder} is no folder.")
-    tracks = sorted(path for path in Path(folder).iterdir() if any((path / f"{stem}.wav").exists() for stem in SOURCES))
+    tracks = sorted(path for path in folder.iterdir() if any((path / f"{stem}.wav").exists() for stem in SOURCES))
     if not tracks:
         raise ValueError(f"No folder in {folder} holds a WAV file named after a stem ({', '.join(SOURCES)}).")
     return tracks
 
 
-def _open(path):
+def _open(path: Path) -> tuple[int, np.ndarray]:
     """(sample rate, samples [frames, channels] as stored) of a WAV file, mapped where its format allows."""
     try:
         rate, audio = scipy.io.wavfile.read(path, mmap=True)
@@ -34,7 +34,7 @@ def _open(path):
     return rate, audio if audio.ndim == 2 else audio[:, None]
 
 
-def _convert(audio, rate, samples):
+def _convert(audio: np.ndarray, rate: int, samples: int) -> np.ndarray:
     """Stored samples [frames, channels] as float32 [2, samples] at 44.1 kHz, full scale 1."""
     kind, whole = audio.dtype.kind, np.iinfo(audio.dtype).max if audio.dtype.kind in "iu" else 1
     audio = np.asarray(audio, np.float32).T
@@ -46,7 +46,7 @@ def _convert(audio, rate, samples):
     return np.ascontiguousarray(audio[[0, -1]] if len(audio) == 1 else audio[:2])
 
 
-def excerpt(track, samples, rng):
+def excerpt(track: Path, samples: int, rng: np.random.Generator) -> dict[str, np.ndarray]:
     """A random stretch of a track: float32 [2, samples] by name, of the stems that sound in it."""
     opened = {stem: _open(track / f"{stem}.wav") for stem in SOURCES if (track / f"{stem}.wav").exists()}
     length = samples / SAMPLE_RATE

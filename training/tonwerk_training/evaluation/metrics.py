@@ -24,23 +24,23 @@ SEAM_WINDOW = 2048
 FAR_FROM_JOINS = SAMPLE_RATE
 
 
-def decibels(signal, error):
+def decibels(signal: float, error: float) -> float:
     """10 log10(signal / error) of energies; 0 energies give infinities, both 0 gives not-a-number."""
     with np.errstate(divide="ignore", invalid="ignore"):
-        return 10 * np.log10(np.float64(signal) / np.float64(error))
+        return float(10 * np.log10(np.float64(signal) / np.float64(error)))
 
 
-def energy(audio):
+def energy(audio: np.ndarray) -> float:
     """Sum of squares in double precision."""
-    return np.vdot(audio.astype(np.float64), audio.astype(np.float64))
+    return float(np.vdot(audio.astype(np.float64), audio.astype(np.float64)))
 
 
-def join_positions(length):
+def join_positions(length: int) -> np.ndarray:
     """Sample positions inside a stream of this length at which one result ends and the next begins."""
     return np.arange(FIRST_JOIN, length, JOIN_DISTANCE)
 
 
-def near_joins(length):
+def near_joins(length: int) -> np.ndarray:
     """Boolean [length]: within half a second of a join."""
     near = np.zeros(length, bool)
     for position in join_positions(length):
@@ -48,7 +48,7 @@ def near_joins(length):
     return near
 
 
-def spectral_jumps(audio, positions):
+def spectral_jumps(audio: np.ndarray, positions: np.ndarray | list[int]) -> list[float]:
     """How much the spectrum changes across each position, 0 (not at all) to 1 (nothing in common).
 
     Compares the magnitudes of the 2048 samples before with those of the 2048 after, both channels together. Positions
@@ -71,13 +71,13 @@ def spectral_jumps(audio, positions):
 class StemScore:
     """Collects one stem over many songs."""
 
-    energies: list = field(default_factory=list)  # per song (signal, error)
-    scaled: list = field(default_factory=list)  # per song (scaled signal, its error)
-    segments: list = field(default_factory=list)  # (SDR, SI-SDR) of playing segments
+    energies: list[tuple[float, float]] = field(default_factory=list)  # per song (signal, error)
+    scaled: list[tuple[float, float]] = field(default_factory=list)  # per song (scaled signal, its error)
+    segments: list[tuple[float, float]] = field(default_factory=list)  # (SDR, SI-SDR) of playing segments
     joins: np.ndarray = field(default_factory=lambda: np.zeros((2, 2)))  # [near, elsewhere][signal, error]
-    jumps: list = field(default_factory=lambda: [[], []])  # at joins, elsewhere
+    jumps: list[list[float]] = field(default_factory=lambda: [[], []])  # at joins, elsewhere
 
-    def add(self, truth, estimate):
+    def add(self, truth: np.ndarray, estimate: np.ndarray) -> None:
         """truth, estimate: float32 [2, samples] of one song."""
         if truth.shape != estimate.shape:
             raise ValueError(f"The estimate has the shape {estimate.shape} and the truth {truth.shape}.")
@@ -86,7 +86,7 @@ class StemScore:
         self._add_segments(truth, estimate)
         self._add_joins(truth, estimate)
 
-    def _add_segments(self, truth, estimate):
+    def _add_segments(self, truth: np.ndarray, estimate: np.ndarray) -> None:
         starts = range(0, truth.shape[1] - SEGMENT + 1, SEGMENT)
         parts = [(truth[:, start:start + SEGMENT], estimate[:, start:start + SEGMENT]) for start in starts]
         loudest = max((energy(part) for part, _ in parts), default=0.0)
@@ -95,7 +95,7 @@ class StemScore:
                 self.segments.append((decibels(energy(part), energy(part - guess)),
                                       decibels(*_scaled_energies(part, guess))))
 
-    def _add_joins(self, truth, estimate):
+    def _add_joins(self, truth: np.ndarray, estimate: np.ndarray) -> None:
         near = near_joins(truth.shape[1])
         for row, mask in enumerate((near, ~near)):
             self.joins[row] += energy(truth[:, mask]), energy(truth[:, mask] - estimate[:, mask])
@@ -105,7 +105,7 @@ class StemScore:
         self.jumps[0] += spectral_jumps(estimate, joins)
         self.jumps[1] += spectral_jumps(estimate, far)
 
-    def summary(self):
+    def summary(self) -> dict[str, float]:
         """Every figure in decibels, but the seam: spectral jump at joins over the same elsewhere."""
         segments = np.array(self.segments).reshape(-1, 2)
         at_joins, elsewhere = ([np.mean(jumps) if jumps else np.nan for jumps in self.jumps])
@@ -119,10 +119,10 @@ class StemScore:
                 "seam": float(at_joins / elsewhere)}
 
 
-def _scaled_energies(truth, estimate):
+def _scaled_energies(truth: np.ndarray, estimate: np.ndarray) -> tuple[float, float]:
     """Energies of the best scaled truth and of what the estimate has besides."""
     own = energy(truth)
     if own == 0:
         return 0.0, energy(estimate)
-    scale = np.vdot(truth.astype(np.float64), estimate.astype(np.float64)) / own
+    scale = float(np.vdot(truth.astype(np.float64), estimate.astype(np.float64))) / own
     return scale ** 2 * own, energy(estimate - np.float32(scale) * truth)

@@ -1,43 +1,49 @@
 # SPDX-License-Identifier: MIT
 """Evaluation results as Markdown tables and pictures."""
 
+from collections.abc import Iterable
+from pathlib import Path
+from typing import Any
+
 import numpy as np
 
 from ..data.audio import read_wav
 from ..data.chunkstore import STEMS
 from ..data.stft import HOP, SAMPLE_RATE, stft
+from .listening import Recording
+from .scoring import SongsResult
 
 KINDS = (("model", "this model"), ("mixture", "mixture as estimate"), ("ratio mask", "ideal ratio mask"),
          ("best mask", "best real mask"))
 
 
-def _row(label, values, form="{:.2f}"):
+def _row(label: str, values: Iterable[float], form: str = "{:.2f}") -> str:
     return "| " + " | ".join([label, *(form.format(value) for value in values)]) + " |"
 
 
-def _header(first, columns):
+def _header(first: str, columns: list[str]) -> list[str]:
     return ["| " + " | ".join([first, *columns]) + " |", "|" + "---|" * (len(columns) + 1)]
 
 
-def score_table(result, figure):
+def score_table(result: SongsResult, figure: str) -> list[str]:
     """One figure (a key of StemScore.summary) of every estimate, stem by stem, with the mean; a list of lines."""
     lines = _header("", [stem.replace("_", " ") for stem in STEMS] + ["mean"])
     for kind, label in KINDS:
-        values = [result[kind][stem][figure] for stem in STEMS]
-        lines.append(_row(label, [*values, np.mean(values)]))
+        values = [result.scores[kind][stem][figure] for stem in STEMS]
+        lines.append(_row(label, [*values, float(np.mean(values))]))
     return lines
 
 
-def joins_table(result):
+def joins_table(result: SongsResult) -> list[str]:
     """How the model's stems fare where chunks join; a list of lines."""
     lines = _header("", [stem.replace("_", " ") for stem in STEMS])
     for figure, label in (("sdr_near_joins", "SDR within 0.5 s of joins, dB"), ("sdr_elsewhere", "SDR elsewhere, dB"),
                           ("seam", "spectral jump at joins / elsewhere")):
-        lines.append(_row(label, [result["model"][stem][figure] for stem in STEMS]))
+        lines.append(_row(label, [result.scores["model"][stem][figure] for stem in STEMS]))
     return lines
 
 
-def songs_report(title, result):
+def songs_report(title: str, result: SongsResult) -> list[str]:
     """Markdown of evaluate_songs(); a list of lines."""
     lines = [f"## {title}", ""]
     for figure, label in (("sdr", "Global SDR"), ("median_sdr", "Median SDR of playing seconds"),
@@ -45,10 +51,10 @@ def songs_report(title, result):
         lines += [f"{label}, dB (an all-zero estimate has an SDR of 0):" if figure == "sdr" else f"{label}, dB:", "",
                   *score_table(result, figure), ""]
     return [*lines, "Where chunks join:", "", *joins_table(result), "",
-            f"Real-time factor (median over the songs): {result['real_time_factor']:.3f}", ""]
+            f"Real-time factor (median over the songs): {result.real_time_factor:.3f}", ""]
 
 
-def recordings_report(results):
+def recordings_report(results: dict[Recording, dict[str, Any]]) -> list[str]:
     """Markdown of {Recording: figures of evaluate_recording()}; a list of lines."""
     columns = [stem.replace("_", " ") for stem in (*STEMS, "residual")]
     lines = ["## Real recordings", "", "Energy of each stem against the mixture, dB (in brackets: loudest second "
@@ -59,7 +65,7 @@ def recordings_report(results):
     return [*lines, ""]
 
 
-def draw_stems(mixture, stems, path):
+def draw_stems(mixture: Path, stems: dict[str, np.ndarray], path: Path) -> None:
     """A picture of the mixture's spectrogram and of each stem's below, one colour scale for all.
 
     mixture: path of a WAV file; stems: {name: float32 [2, samples]}; path: a PNG file to write.

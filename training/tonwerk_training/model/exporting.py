@@ -6,14 +6,30 @@ convolutions, and the operators are those that every execution provider has. Wha
 too: level, band powers, masks per bin.
 """
 
+from pathlib import Path
+
 import numpy as np
+import onnx
 import torch
 from onnx import TensorProto
+from torch import nn
 
 from ..data import bands
 from .graph import Graph
-from .network import (CLASSES, FEATURE_FLOOR, FOLD, GROUPS, SMALLEST_MEAN, ConvUnit, FrequencyMixer, GlobalMixer,
-                      MaskNetwork, Upsampler, unfold)
+from .network import (
+    CLASSES,
+    FEATURE_FLOOR,
+    FOLD,
+    GROUPS,
+    SMALLEST_MEAN,
+    ConvUnit,
+    FrequencyMixer,
+    GlobalMixer,
+    MaskNetwork,
+    NetworkSettings,
+    Upsampler,
+    unfold,
+)
 from .runtime import FLAGS, OUTPUTS, SHAPE
 
 FRAMES = SHAPE[2]
@@ -23,15 +39,15 @@ EXPANDED = 16  # bands at a time that are repeated for their bins
 MASK_SCALE = 1 - 1e-6  # so that six masks do not add up to more than 1 by rounding
 
 
-def load_network(path):
+def load_network(path: Path) -> tuple[MaskNetwork, float, int]:
     """The averaged network of a checkpoint, ready to run, and the minutes and steps of its training."""
     saved = torch.load(path, map_location="cpu")
-    network = MaskNetwork(**saved["network"])
+    network = MaskNetwork(NetworkSettings.of(saved["network"]))
     network.load_state_dict(saved["average"])
     return network.eval(), saved["minutes"], saved["sampler"]["step"]
 
 
-def export(network, description):
+def export(network: MaskNetwork, description: str) -> onnx.ModelProto:
     """The whole model as an ONNX ModelProto. network: a MaskNetwork."""
     graph = Graph()
     spectrum = graph.input("unified_input", SHAPE)
@@ -43,17 +59,17 @@ def export(network, description):
     return graph.model("tonwerk_masks", description)
 
 
-def _features(graph, spectrum):
+def _features(graph: Graph, spectrum: str) -> str:
     """Level, band powers and their logs: the network's input [1, 24, 256, 112]."""
     # The peak goes first: squares of loud or quiet spectra leave the range of the numbers.
     peak = graph.add("ReduceMax", graph.add("Abs", spectrum), keepdims=0)
     level = graph.add("Div", spectrum, graph.add("Max", peak, SMALLEST_PEAK))
     left, left_i, right, right_i = graph.split(level, 1, [1, 1, 1, 1])
 
-    def power(real, imaginary):
+    def power(real: str, imaginary: str) -> str:
         return graph.add("Add", graph.add("Mul", real, real), graph.add("Mul", imaginary, imaginary))
 
-    def mean_of(first, second):
+    def mean_of(first: str, second: str) -> str:
         return graph.add("Mul", graph.add("Add", first, second), 0.5)
 
     middle = power(mean_of(left, right), mean_of(left_i, right_i))
@@ -67,7 +83,7 @@ def _features(graph, spectrum):
     return graph.reshape(graph.add("Transpose", groups, perm=[0, 3, 1, 2]), 1, 3 * FOLD, FRAMES, GROUPS)
 
 
-def _pool(graph, planes):
+def _pool(graph: Graph, planes: str) -> str:
     """Sums bins to bands: [1, 3, 256, 2048] -> [1, 3, 256, 896]."""
     sections = graph.split(planes, 3, [last - first for first, last, _ in bands.SECTIONS])
     parts = [section if width == 1 else
@@ -76,7 +92,7 @@ def _pool(graph, planes):
     return graph.add("Concat", *parts, axis=3)
 
 
-def _network(graph, network, maps):
+def _network(graph: Graph, network: MaskNetwork, maps: str) -> str:
     """The trained part, as MaskNetwork.forward() has it: [1, 112, 256, 112]."""
     frames, skips = FRAMES, []
     for index, stage in enumerate(network.down):
@@ -95,7 +111,7 @@ def _network(graph, network, maps):
     return _convolution(graph, network.head, maps)
 
 
-def _layer(graph, layer, maps, frames):
+def _layer(graph: Graph, layer: nn.Module, maps: str, frames: int) -> str:
     if isinstance(layer, ConvUnit):
         return _conv_unit(graph, layer, maps)
     if isinstance(layer, FrequencyMixer):
@@ -110,7 +126,8 @@ def _layer(graph, layer, maps, frames):
     raise TypeError(f"No way to export a {type(layer).__name__}.")
 
 
-def _convolution(graph, conv, maps, weight=None, bias=None):
+def _convolution(graph: Graph, conv: nn.Conv2d, maps: str, weight: torch.Tensor | None = None,
+                 bias: torch.Tensor | None = None) -> str:
     """A convolution with its own weights, or with others in their place."""
     weight = conv.weight if weight is None else weight
     bias = conv.bias if bias is None else bias
@@ -119,7 +136,7 @@ def _convolution(graph, conv, maps, weight=None, bias=None):
                      pads=[conv.padding[0], conv.padding[1]] * 2)
 
 
-def _conv_unit(graph, unit, maps):
+def _conv_unit(graph: Graph, unit: ConvUnit, maps: str) -> str:
     scale = unit.norm.weight / torch.sqrt(unit.norm.running_var + unit.norm.eps)
     shift = unit.norm.bias - unit.norm.running_mean * scale
     result = _convolution(graph, unit.conv, maps, unit.conv.weight * scale.view(-1, 1, 1, 1), shift)
@@ -129,7 +146,7 @@ def _conv_unit(graph, unit, maps):
     return graph.add("Add", maps, result) if unit.residual else result
 
 
-def _perceptron(graph, layer, rows):
+def _perceptron(graph: Graph, layer: FrequencyMixer | GlobalMixer, rows: str) -> str:
     """Two dense layers on the rows of a matrix."""
     for dense in (layer.narrow, layer.widen):
         rows = graph.add("Gemm", rows, dense.weight.t().numpy(), dense.bias.numpy())
@@ -138,14 +155,14 @@ def _perceptron(graph, layer, rows):
     return rows
 
 
-def _global_mixer(graph, layer, maps, frames):
+def _global_mixer(graph: Graph, layer: GlobalMixer, maps: str, frames: int) -> str:
     size = layer.narrow.in_features
     rows = graph.reshape(graph.add("Transpose", maps, perm=[0, 2, 1, 3]), frames, size)
     rows = graph.reshape(_perceptron(graph, layer, rows), 1, frames, -1, layer.frequencies)
     return graph.add("Add", maps, graph.add("Transpose", rows, perm=[0, 2, 1, 3]))
 
 
-def _masks(graph, logits):
+def _masks(graph: Graph, logits: str) -> str:
     """Six masks per band, [6, 2, 256, 896], from [1, 112, 256, 112]."""
     classes = graph.reshape(logits, CLASSES, 2, FOLD, FRAMES, GROUPS)
     powers = graph.add("Exp", graph.add("Clip", classes, -LARGEST_LOGIT, LARGEST_LOGIT))
@@ -155,7 +172,7 @@ def _masks(graph, logits):
     return graph.reshape(shares, CLASSES - 1, 2, FRAMES, bands.BANDS)
 
 
-def _repeat(graph, masks, count, width):
+def _repeat(graph: Graph, masks: str, count: int, width: int) -> str:
     """Repeats each of the last axis's entries (count of them), as a product with ones and zeros: exact, and ten times
     faster than the operator that repeats, which copies number by number."""
     if width == 1:
@@ -165,11 +182,11 @@ def _repeat(graph, masks, count, width):
     return graph.reshape(rows, CLASSES - 1, 2, FRAMES, count * width)
 
 
-def _apply(graph, spectrum, masks):
+def _apply(graph: Graph, spectrum: str, masks: str) -> None:
     """Each stem's output: the input's real and imaginary parts times the mask of their channel."""
     counts = [(last - first) // width for first, last, width in bands.SECTIONS]
     sizes = [last - first for first, last, _ in bands.SECTIONS]
-    parts = [[] for _ in OUTPUTS]
+    parts: list[list[str]] = [[] for _ in OUTPUTS]
     sections = zip(graph.split(spectrum, 3, sizes), graph.split(masks, 3, counts), counts, bands.SECTIONS)
     for section, mask, count, (_, _, width) in sections:
         planes = graph.reshape(section, 2, 2, FRAMES, count * width)
@@ -182,7 +199,7 @@ def _apply(graph, spectrum, masks):
         graph.output(f"{stem}_output", SHAPE)
 
 
-def reference(network, spectrum):
+def reference(network: MaskNetwork, spectrum: np.ndarray) -> dict[str, np.ndarray]:
     """What the model must give, by PyTorch: spectrum float32 of SHAPE to a dictionary of stems."""
     parts = torch.from_numpy(spectrum).view(2, 2, *SHAPE[2:])
     spectra = torch.cat([parts, parts.mean(dim=0, keepdim=True)])

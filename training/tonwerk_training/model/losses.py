@@ -7,6 +7,8 @@ and bands. rest and energy [batch, 6], relative to the same mean.
 """
 
 import math
+from dataclasses import dataclass
+from typing import Any
 
 import torch
 
@@ -19,7 +21,17 @@ ENTROPY_EXPONENT = 0.4  # of the power, in the weight of the cross-entropy
 AMPLITUDE_SCALE = 10.0  # brings that term to the size of the cross-entropy
 
 
-def weights_at(progress):
+@dataclass(frozen=True)
+class LossWeights:
+    """Weights of the loss's three terms, and the epsilon of the decibels' logarithm, relative to the whole energy."""
+
+    entropy: float
+    amplitude: float
+    decibel: float
+    epsilon: float
+
+
+def weights_at(progress: float) -> LossWeights:
     """The loss at a point of training (0 to 1): weights of its three terms, and the logarithm's epsilon.
 
     First cross-entropy and an error weighted by sqrt(P): both see quiet stems, where a ratio of energies is flat and
@@ -29,10 +41,10 @@ def weights_at(progress):
     late = max(0.0, (progress - SHARE_PHASE) / (1 - SHARE_PHASE))
     fade = min(1.0, late * 10)  # over a tenth of the later part, not at once
     epsilon = math.exp(math.log(EPSILON_FIRST) + late * (math.log(EPSILON_LAST) - math.log(EPSILON_FIRST)))
-    return {"entropy": 1.0 - 0.7 * fade, "amplitude": 1.0 - 0.5 * fade, "decibel": 0.1 * fade, "epsilon": epsilon}
+    return LossWeights(entropy=1.0 - 0.7 * fade, amplitude=1.0 - 0.5 * fade, decibel=0.1 * fade, epsilon=epsilon)
 
 
-def shares(ratio):
+def shares(ratio: torch.Tensor) -> torch.Tensor:
     """The optimal masks [6, ...] as a distribution over seven classes [7, ...], for the cross-entropy."""
     target = torch.empty(ratio.shape[0] + 1, *ratio.shape[1:], dtype=ratio.dtype, device=ratio.device)
     torch.sub(1, ratio.sum(dim=0), out=target[-1])
@@ -41,13 +53,13 @@ def shares(ratio):
     return target.div_(target.sum(dim=0))
 
 
-def squared_errors(masks, power, ratio, rest):
+def squared_errors(masks: torch.Tensor, power: torch.Tensor, ratio: torch.Tensor, rest: torch.Tensor) -> torch.Tensor:
     """Energy of each stem's error, [batch, 6]: exactly what the masked spectra would give."""
     difference = masks[:, :STEM_COUNT] - ratio
     return (difference.square_() * power.unsqueeze(1)).flatten(2).sum(dim=2) + rest
 
 
-def separation_ratio(error, energy):
+def separation_ratio(error: torch.Tensor, energy: torch.Tensor) -> torch.Tensor:
     """SDR in dB of summed error and stem energies."""
     return 10 * torch.log10(energy.clamp(min=1e-12) / error.clamp(min=1e-12))
 
@@ -60,14 +72,15 @@ class MaskLoss(torch.autograd.Function):
     """
 
     @staticmethod
-    def forward(context, logits, data, weights):
+    def forward(context: Any, logits: torch.Tensor, data: dict[str, torch.Tensor],
+                weights: LossWeights) -> torch.Tensor:
         """Returns [4]: the loss, and for the record its terms cross-entropy, amplitude error and decibels.
         data: power, codes (of the ratio, 8 bits), rest and energy by name; weights: from weights_at()."""
         gradient = torch.empty_like(logits)
         entropy_weight = data["power"] ** ENTROPY_EXPONENT
-        entropy_weight *= weights["entropy"] / entropy_weight.sum().clamp(min=1.0)
+        entropy_weight *= weights.entropy / entropy_weight.sum().clamp(min=1.0)
         root = torch.sqrt(data["power"])
-        root *= weights["amplitude"] * AMPLITUDE_SCALE / (root.numel() * STEM_COUNT)
+        root *= weights.amplitude * AMPLITUDE_SCALE / (root.numel() * STEM_COUNT)
         sums = torch.zeros(3, dtype=logits.dtype, device=logits.device)
         for item in range(len(logits)):
             power = data["power"][item]
@@ -81,16 +94,17 @@ class MaskLoss(torch.autograd.Function):
             sums += torch.stack([sum(part["entropy"] for part in slices),
                                  sum(part["amplitude"] for part in slices), decibel])
         context.save_for_backward(gradient)
-        total = sums[0] + sums[1] + weights["decibel"] * sums[2]
-        return torch.stack([total, sums[0] / weights["entropy"], sums[1] / weights["amplitude"], sums[2]])
+        total = sums[0] + sums[1] + weights.decibel * sums[2]
+        return torch.stack([total, sums[0] / weights.entropy, sums[1] / weights.amplitude, sums[2]])
 
     @staticmethod
-    def backward(context, above):
+    def backward(context: Any, above: torch.Tensor) -> tuple[torch.Tensor, None, None]:
         gradient, = context.saved_tensors
         return gradient * above[0], None, None
 
 
-def _slice_terms(logits, codes, power, entropy_weight, root):
+def _slice_terms(logits: torch.Tensor, codes: torch.Tensor, power: torch.Tensor, entropy_weight: torch.Tensor,
+                 root: torch.Tensor) -> dict[str, torch.Tensor]:
     """A channel of a crop: its masks, its part of each term, and the cross-entropy's gradient by the logits."""
     ratio = dequantise(codes.to(logits.dtype))
     logs = torch.log_softmax(logits, dim=0)
@@ -105,17 +119,19 @@ def _slice_terms(logits, codes, power, entropy_weight, root):
             "errors": errors, "gradient": target.mul_(entropy_weight)}
 
 
-def _decibels(errors, energies, whole, weights, batch):
+def _decibels(errors: torch.Tensor, energies: torch.Tensor, whole: torch.Tensor, weights: LossWeights,
+              batch: int) -> tuple[torch.Tensor, torch.Tensor]:
     """A crop's part of the mean of 10 log10((error + eps) / (energy + eps)), and its derivative [6] by P (m - R)."""
     whole = whole.clamp(min=1.0)  # it is the number of bands, or 0 if the crop is silent
-    error = errors.clamp(min=0) / whole + weights["epsilon"]
-    energy = energies / whole + weights["epsilon"]
+    error = errors.clamp(min=0) / whole + weights.epsilon
+    energy = energies / whole + weights.epsilon
     count = batch * STEM_COUNT
-    factor = weights["decibel"] * 20 / math.log(10) / (error * whole * count)
+    factor = weights.decibel * 20 / math.log(10) / (error * whole * count)
     return factor, 10 * torch.log10(error / energy).sum() / count
 
 
-def _gradient(part, power, root, factor, result):
+def _gradient(part: dict[str, torch.Tensor], power: torch.Tensor, root: torch.Tensor, factor: torch.Tensor,
+              result: torch.Tensor) -> None:
     """Puts the gradient by the logits of a channel of a crop into result [7, ...]."""
     stems = part["masks"][:STEM_COUNT]
     by_mask = power * factor.view(-1, *[1] * power.dim())

@@ -1,6 +1,10 @@
 # SPDX-License-Identifier: MIT
 """Training batches from a folder of chunks, in an order that a resumed run continues exactly."""
 
+from collections.abc import Iterator
+from pathlib import Path
+from typing import Any
+
 import numpy as np
 import torch
 
@@ -15,35 +19,37 @@ EQUALISED_SHARE = 0.5  # of the crops are seen through a random equaliser
 EQUALISER_POINTS = 7
 EQUALISER_BELS = 0.4  # standard deviation at each point
 
+Batch = dict[str, torch.Tensor]  # tensors by name, see stack() and unpack()
+
 
 class Sampler:
     """Draws batches: random crops in time, without replacement within an epoch.
 
     Everything random follows from the seed, the epoch and the step. Shards that appear in the folder during an epoch
-    are part of the next. The first shard's first chunks are kept for validation. Set `late` to go over to ordinary mixes
-    with the next epoch, if there are such shards.
+    are part of the next. The first shard's first chunks are kept for validation. Set `late` to go over to ordinary
+    mixes with the next epoch, if there are such shards.
     """
 
-    def __init__(self, folder, batch, frames, seed):
+    def __init__(self, folder: Path, batch: int, frames: int, seed: int) -> None:
         self.folder, self.batch, self.frames, self.seed = folder, batch, frames, seed
         self.epoch, self.position, self.step = -1, 0, 0
         self.late = False
-        self.shards = []
-        self.opened = {}
+        self.shards: list[int] = []
+        self.opened: dict[int, chunkstore.Chunk] = {}
         self._begin_epoch(chunkstore.shard_indices(folder))
 
-    def state(self):
+    def state(self) -> dict[str, Any]:
         """What load() needs to go on from here."""
         return {"epoch": self.epoch, "position": self.position, "step": self.step, "shards": self.shards,
                 "late": self.epoch_is_late}
 
-    def load(self, state):
+    def load(self, state: dict[str, Any]) -> None:
         self.epoch = state["epoch"] - 1
         self.late = state.get("late", False)
         self._begin_epoch(state["shards"])
         self.position, self.step = state["position"], state["step"]
 
-    def _begin_epoch(self, shards):
+    def _begin_epoch(self, shards: list[int]) -> None:
         if not shards:
             raise FileNotFoundError(f"There is no training data in {self.folder}.")
         self.shards = shards
@@ -60,24 +66,24 @@ class Sampler:
         order = random.permutation(len(chunks))
         self.order = [chunks[place] for place in order] * -(-self.batch // len(chunks))
 
-    def _mostly_ordinary(self, chunks, random):
+    def _mostly_ordinary(self, chunks: list[tuple[int, int]], random: np.random.Generator) -> list[tuple[int, int]]:
         ordinary = {index for index in self.shards if chunkstore.is_ordinary(self.folder, index)}
         if not ordinary:
             return chunks
         return [chunk for chunk in chunks if chunk[0] in ordinary or random.random() < VARIED_SHARE_LATE]
 
-    def _shard(self, index):
+    def _shard(self, index: int) -> chunkstore.Chunk:
         if index not in self.opened:
             self.opened[index] = chunkstore.open_shard(self.folder, index)
         return self.opened[index]
 
-    def validation(self):
+    def validation(self) -> Iterator[Batch]:
         """The chunks kept aside, whole, one at a time, as batches of one."""
         shard = self._shard(self.shards[0])
         for row in range(self.held_aside):
             yield stack([crop(shard, row, 0, chunkstore.FRAMES)])
 
-    def next(self):
+    def next(self) -> Batch:
         """The next batch, see stack()."""
         if self.position + self.batch > len(self.order):
             self._begin_epoch(chunkstore.shard_indices(self.folder))
@@ -87,7 +93,7 @@ class Sampler:
         self.step += 1
         return stack([self._augmented(index, row, random) for index, row in chosen])
 
-    def _augmented(self, index, row, random):
+    def _augmented(self, index: int, row: int, random: np.random.Generator) -> chunkstore.Chunk:
         start = random.integers(chunkstore.FRAMES - self.frames + 1)
         piece = crop(self._shard(index), row, start, self.frames)
         if random.random() < 0.5:
@@ -100,7 +106,7 @@ class Sampler:
         return piece
 
 
-def crop(shard, row, start, frames):
+def crop(shard: chunkstore.Chunk, row: int, start: int, frames: int) -> chunkstore.Chunk:
     """Frames of one chunk: power [3, T, 896] float16, ratio codes [6, 2, T, 896], rest and energy [6], gain [896]."""
     span = slice(start, start + frames)
     return {"power": np.array(shard["power"][row, :, span]), "ratio": np.array(shard["ratio"][row, :, :, span]),
@@ -108,7 +114,7 @@ def crop(shard, row, start, frames):
             "gain": np.zeros(BANDS, np.float32)}
 
 
-def silence(piece, frames):
+def silence(piece: chunkstore.Chunk, frames: int) -> None:
     """Silences the first frames of a crop. Its energies shrink in proportion, which is near enough for a loss."""
     piece["power"][:, :frames] = np.log10(chunkstore.POWER_FLOOR)
     piece["ratio"][:, :, :frames] = chunkstore.quantise(np.float32(0))
@@ -116,7 +122,7 @@ def silence(piece, frames):
     piece["rest"], piece["energy"] = piece["rest"] * left, piece["energy"] * left
 
 
-def equaliser(random):
+def equaliser(random: np.random.Generator) -> np.ndarray:
     """A smooth random curve over the bands, log10 of power: float32 [896]. Only what the network sees goes through
     it: which share of a band a stem has does not depend on it."""
     points = random.normal(0, EQUALISER_BELS, EQUALISER_POINTS)
@@ -124,7 +130,7 @@ def equaliser(random):
     return np.interp(np.sqrt(np.arange(BANDS) / BANDS), places, points).astype(np.float32)
 
 
-def stack(pieces):
+def stack(pieces: list[chunkstore.Chunk]) -> Batch:
     """Pieces as tensors with a leading batch axis; ratio folded as the network's results are."""
     for piece in pieces:
         piece["ratio"] = np.ascontiguousarray(fold(piece["ratio"]))
@@ -132,7 +138,7 @@ def stack(pieces):
     return {name: torch.from_numpy(np.stack([piece[name] for piece in pieces])) for name in names}
 
 
-def unpack(batch, device):
+def unpack(batch: Batch, device: torch.device) -> Batch:
     """A batch as the network and the loss take it: seen [B, 3, T, 896], power [B, 2, 8, T, 112], codes of the
     optimal masks [B, 6, 2, 8, T, 112], rest and energy [B, 6]; all energies relative to the crop's mean band power."""
     batch = {name: value.to(device, non_blocking=True) for name, value in batch.items()}

@@ -7,17 +7,21 @@ import math
 import os
 import signal
 import time
+from collections.abc import Sequence
 from concurrent.futures import ThreadPoolExecutor
-from copy import deepcopy
+from dataclasses import asdict, dataclass, field
 from pathlib import Path
+from typing import Any
 
 import torch
+from torch.optim.lr_scheduler import LambdaLR
+from torch.optim.swa_utils import AveragedModel
 
 from ..data.chunkstore import STEMS, dequantise
 from . import losses
-from .network import MaskNetwork
+from .network import MaskNetwork, NetworkSettings
 from .optimizer import Muon
-from .sampling import Sampler, unpack
+from .sampling import Batch, Sampler, unpack
 
 WARM_UP = 0.01  # of the run
 ORDINARY_FROM = 0.55  # of the run: ordinary mixes, such as the network is for, come last
@@ -30,22 +34,40 @@ LOG_COLUMNS = ("minutes", "step", "loss", "entropy", "amplitude", "decibel", "ra
 VALIDATION_COLUMNS = ("minutes", "step", *STEMS, "mean")
 
 
-def choose_device(name):
+@dataclass(frozen=True)
+class TrainingSettings:
+    """What a run is made with."""
+
+    data: Path  # folder of chunks
+    out: Path  # folder of the checkpoint and the logs
+    minutes: float = 160  # length of the whole run
+    steps: int = 0  # end after this many at the latest; 0: no limit
+    batch: int = 4  # crops per step
+    frames: int = 128  # per crop, a multiple of 16, at most 256
+    rate: float = 2e-3  # full learning rate
+    decay: float = 1e-2  # of the weights, relative to the rate
+    average: float = 0.998  # share that the moving average keeps of itself in a step
+    seed: int = 1
+    device: str = "auto"  # auto, cpu or cuda
+    network: NetworkSettings = field(default_factory=NetworkSettings)
+
+
+def choose_device(name: str) -> torch.device:
     """The device of this name; "auto" is the first GPU or else the processor."""
     if name == "auto":
         name = "cuda" if torch.cuda.is_available() else "cpu"
     return torch.device(name)
 
 
-def learning_rate(full, progress):
-    """A short linear warm-up, then a cosine down to LAST_RATE of the full rate."""
+def rate_share(progress: float) -> float:
+    """The share of the full learning rate: a short linear warm-up, then a cosine down to LAST_RATE."""
     if progress < WARM_UP:
-        return full * (0.05 + 0.95 * progress / WARM_UP)
+        return 0.05 + 0.95 * progress / WARM_UP
     angle = math.pi * min(1.0, (progress - WARM_UP) / (1 - WARM_UP))
-    return full * (LAST_RATE + (1 - LAST_RATE) * 0.5 * (1 + math.cos(angle)))
+    return LAST_RATE + (1 - LAST_RATE) * 0.5 * (1 + math.cos(angle))
 
 
-def make_optimizers(network, rate, decay):
+def make_optimizers(network: MaskNetwork, rate: float, decay: float) -> list[torch.optim.Optimizer]:
     """Muon for kernels and dense layers; AdamW for the head and for what is no matrix."""
     matrices = [value for name, value in network.named_parameters() if value.dim() in (2, 4) and "head" not in name]
     chosen = {id(value) for value in matrices}
@@ -56,8 +78,9 @@ def make_optimizers(network, rate, decay):
 class Record:
     """A table on disk that grows by rows. A resumed run drops the rows that came after its checkpoint."""
 
-    def __init__(self, path, columns, step):
-        rows = []
+    def __init__(self, path: Path, columns: Sequence[str], step: int) -> None:
+        """step: the last one before the rows to come."""
+        rows: list[dict[str, str]] = []
         if step and path.exists():
             with open(path, newline="") as file:
                 rows = [row for row in csv.DictReader(file) if int(row["step"]) <= step]
@@ -67,7 +90,8 @@ class Record:
             writer.writeheader()
             writer.writerows(rows)
 
-    def add(self, row):
+    def add(self, row: dict[str, Any]) -> None:
+        """Appends a row, {column: value}."""
         with open(self.path, "a", newline="") as file:
             csv.DictWriter(file, self.columns).writerow(row)
 
@@ -79,55 +103,54 @@ class Trainer:
     budget that is used up, so a run lands properly on any machine. Minutes spent before a resume count.
     """
 
-    def __init__(self, options, resume):
-        """options: data, out, minutes, steps (0: no limit), batch, frames, rate, decay, average, seed, device and
-        network (settings of MaskNetwork). resume: go on from the folder's checkpoint."""
-        self.options = options
-        self.folder = Path(options["out"])
+    def __init__(self, settings: TrainingSettings, resume: bool) -> None:
+        """resume: go on from the folder's checkpoint, whose network counts and not that of the settings."""
+        self.settings = settings
+        self.folder = settings.out
         self.folder.mkdir(parents=True, exist_ok=True)
-        self.device = choose_device(options["device"])
-        torch.manual_seed(options["seed"])
+        self.device = choose_device(settings.device)
+        torch.manual_seed(settings.seed)
         self.minutes = 0.0
         saved = torch.load(self.folder / "checkpoint.pt", map_location="cpu") if resume else None
-        if saved:
-            options["network"] = saved["network"]
-        self.network = MaskNetwork(**options["network"]).to(self.device)
-        self.average = deepcopy(self.network).eval()
-        self.optimizers = make_optimizers(self.network, options["rate"], options["decay"])
-        self.sampler = Sampler(options["data"], options["batch"], options["frames"], options["seed"])
+        self.network = MaskNetwork(NetworkSettings.of(saved["network"]) if saved else settings.network).to(self.device)
+        self.average = AveragedModel(self.network, avg_fn=self._averaged, use_buffers=True).eval()
+        self.optimizers = make_optimizers(self.network, settings.rate, settings.decay)
+        self.sampler = Sampler(settings.data, settings.batch, settings.frames, settings.seed)
         self.taken = self.sampler.state()
         if saved:
             self._restore(saved)
+        self.schedules = [self._schedule(optimizer) for optimizer in self.optimizers]
         self.log = Record(self.folder / "log.csv", LOG_COLUMNS, self.step)
         self.validation_log = Record(self.folder / "validation.csv", VALIDATION_COLUMNS, self.step)
 
     @property
-    def step(self):
+    def step(self) -> int:
         """Steps taken so far."""
         return self.taken["step"]
 
     @property
-    def progress(self):
+    def progress(self) -> float:
         """The share of the run that is done, 0 to 1."""
-        done = self.minutes / self.options["minutes"]
-        if self.options["steps"]:
-            done = max(done, self.step / self.options["steps"])
+        done = self.minutes / self.settings.minutes
+        if self.settings.steps:
+            done = max(done, self.step / self.settings.steps)
         return min(1.0, done)
 
-    def _restore(self, saved):
+    def _restore(self, saved: dict[str, Any]) -> None:
         self.network.load_state_dict(saved["weights"])
-        self.average.load_state_dict(saved["average"])
+        self.average.module.load_state_dict(saved["average"])
+        self.average.n_averaged.fill_(saved["sampler"]["step"])
         for optimizer, state in zip(self.optimizers, saved["optimizers"]):
             optimizer.load_state_dict(state)
         self.sampler.load(saved["sampler"])
         self.taken = saved["sampler"]
         self.minutes = saved["minutes"]
 
-    def save(self):
+    def save(self) -> None:
         """Writes the checkpoint; a crash or a full disk leaves the former one."""
         partial = self.folder / f"checkpoint.{os.getpid()}.part"
-        state = {"network": self.network.settings, "weights": self.network.state_dict(),
-                 "average": self.average.state_dict(),
+        state = {"network": asdict(self.network.settings), "weights": self.network.state_dict(),
+                 "average": self.average.module.state_dict(),
                  "optimizers": [optimizer.state_dict() for optimizer in self.optimizers],
                  "sampler": self.taken, "minutes": self.minutes}
         packed = io.BytesIO()  # PyTorch itself would end the program on a full disk
@@ -139,13 +162,14 @@ class Trainer:
             partial.unlink(missing_ok=True)
             raise OSError(f"The checkpoint cannot be written: {failure}. A former one is whole.") from failure
 
-    def run(self):
+    def run(self) -> None:
         """Trains until the budget is spent or a signal asks to stop; the checkpoint is written either way."""
-        stopping = []
+        stopping: list[bool] = []
         for number in (signal.SIGTERM, signal.SIGINT):
             signal.signal(number, lambda *_: stopping.append(True))
         saved = validated = self.minutes
-        sums, summed = {}, 0
+        sums: dict[str, float] = {}
+        summed = 0
         with ThreadPoolExecutor(1) as reader:
             future = reader.submit(self._draw)
             while self.progress < 1 and not stopping:
@@ -158,6 +182,8 @@ class Trainer:
                 sums = {name: sums.get(name, 0.0) + value for name, value in terms.items()}
                 summed += 1
                 self.minutes += (time.monotonic() - began) / 60
+                for schedule in self.schedules:
+                    schedule.step()
                 if self.step % LOG_STEPS == 0:
                     self._write_log(sums, summed)
                     sums, summed = {}, 0
@@ -170,16 +196,12 @@ class Trainer:
         self.save()
         self.validate()
 
-    def _draw(self):
+    def _draw(self) -> tuple[Batch, dict[str, Any]]:
         """The next batch and the sampler's state after it. Drawn ahead of its use, so the state travels along."""
         return self.sampler.next(), self.sampler.state()
 
-    def _train(self, batch):
+    def _train(self, batch: Batch) -> dict[str, float]:
         """One step; returns the terms of its loss."""
-        rate = learning_rate(self.options["rate"], self.progress)
-        for optimizer in self.optimizers:
-            for group in optimizer.param_groups:
-                group["lr"] = rate
         data = unpack(batch, self.device)
         self.network.train()
         logits = self.network(data["seen"])
@@ -189,30 +211,33 @@ class Trainer:
         torch.nn.utils.clip_grad_norm_(self.network.parameters(), CLIP_NORM)
         for optimizer in self.optimizers:
             optimizer.step()
-        self._update_average()
+        self.average.update_parameters(self.network)
         terms = dict(zip(("loss", "entropy", "amplitude", "decibel"), values.tolist()))
         if not math.isfinite(terms["loss"]):
             raise FloatingPointError(f"The loss of step {self.step} is not a number; the last checkpoint is whole.")
         return terms
 
-    @torch.no_grad()
-    def _update_average(self):
-        """The exported weights are a moving average, short at first so that it leaves the beginning behind."""
-        keep = min(self.options["average"], (1 + self.step) / (10 + self.step))
-        for mean, value in zip(self.average.state_dict().values(), self.network.state_dict().values()):
-            if value.is_floating_point():
-                mean.lerp_(value, 1 - keep)
-            else:
-                mean.copy_(value)
+    def _schedule(self, optimizer: torch.optim.Optimizer) -> LambdaLR:
+        """The rate by the run's progress, whatever rate a checkpoint may have left in the optimizer."""
+        for group in optimizer.param_groups:
+            group["initial_lr"] = self.settings.rate
+        return LambdaLR(optimizer, lambda _: rate_share(self.progress))
 
-    def _write_log(self, sums, count):
+    def _averaged(self, mean: torch.Tensor, value: torch.Tensor, count: torch.Tensor) -> torch.Tensor:
+        """The exported weights are a moving average, short at first so that it leaves the beginning behind."""
+        if not value.is_floating_point():
+            return value
+        keep = min(self.settings.average, (1 + int(count)) / (10 + int(count)))
+        return mean.lerp(value, 1 - keep)
+
+    def _write_log(self, sums: dict[str, float], count: int) -> None:
         row = {name: f"{value / count:.5f}" for name, value in sums.items()}
-        row |= {"minutes": f"{self.minutes:.3f}", "step": self.step, "epoch": self.taken["epoch"],
+        row |= {"minutes": f"{self.minutes:.3f}", "step": str(self.step), "epoch": str(self.taken["epoch"]),
                 "rate": f"{self.optimizers[0].param_groups[0]['lr']:.6f}"}
         self.log.add(row)
 
     @torch.no_grad()
-    def validate(self):
+    def validate(self) -> None:
         """SDR per stem of the averaged weights over the chunks kept aside, all of them as one piece."""
         error, energy = torch.zeros(len(STEMS)), torch.zeros(len(STEMS))
         for batch in self.sampler.validation():
@@ -224,6 +249,6 @@ class Trainer:
             energy += data["energy"].cpu().sum(0)
         values = losses.separation_ratio(error, energy).tolist()
         row = {stem: f"{value:.3f}" for stem, value in zip(STEMS, values)}
-        row |= {"minutes": f"{self.minutes:.3f}", "step": self.step, "mean": f"{sum(values) / len(values):.3f}"}
+        row |= {"minutes": f"{self.minutes:.3f}", "step": str(self.step), "mean": f"{sum(values) / len(values):.3f}"}
         self.validation_log.add(row)
         print("  ".join(f"{name} {row[name]}" for name in VALIDATION_COLUMNS), flush=True)

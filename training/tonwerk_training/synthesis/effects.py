@@ -8,7 +8,7 @@ import scipy.signal
 from ..data.stft import SAMPLE_RATE
 
 
-def shelf(frequency, gain_db, high):
+def shelf(frequency: float, gain_db: float, high: bool) -> np.ndarray:
     """Second-order section of a shelving filter, above (high) or below a frequency (the usual bilinear designs)."""
     amplitude = 10 ** (gain_db / 40)
     omega = 2 * np.pi * frequency / SAMPLE_RATE
@@ -24,7 +24,7 @@ def shelf(frequency, gain_db, high):
     return np.concatenate([b, a]) / a[0]
 
 
-def peak(frequency, gain_db, quality):
+def peak(frequency: float, gain_db: float, quality: float) -> np.ndarray:
     """Second-order section of a peaking filter."""
     amplitude = 10 ** (gain_db / 40)
     omega = 2 * np.pi * frequency / SAMPLE_RATE
@@ -34,7 +34,7 @@ def peak(frequency, gain_db, quality):
     return np.concatenate([b, a]) / a[0]
 
 
-def equalise(audio, rng):
+def equalise(audio: np.ndarray, rng: np.random.Generator) -> np.ndarray:
     """A random low shelf, peak and high shelf of a few decibels each."""
     sections = np.array([shelf(rng.uniform(90, 400), rng.normal(0, 2.5), False),
                          peak(np.exp(rng.uniform(np.log(250), np.log(5000))), rng.normal(0, 3), rng.uniform(0.5, 1.5)),
@@ -42,7 +42,7 @@ def equalise(audio, rng):
     return scipy.signal.sosfilt(sections, audio).astype(np.float32)
 
 
-def drive(audio, rng):
+def drive(audio: np.ndarray, rng: np.random.Generator) -> np.ndarray:
     """An overdriven amplifier and its loudspeaker, for guitars: soft clipping between two filters."""
     level = np.sqrt((audio ** 2).mean()) + 1e-9
     gain = rng.uniform(0.6, 6) / level
@@ -53,7 +53,7 @@ def drive(audio, rng):
     return (shaped * (level / (np.sqrt((shaped ** 2).mean()) + 1e-9))).astype(np.float32)
 
 
-def room(rng):
+def room(rng: np.random.Generator) -> np.ndarray:
     """A stereo impulse response without its direct sound: early reflections and a decaying, darkening tail."""
     seconds = float(np.exp(rng.uniform(np.log(0.15), np.log(1.4))))
     count = int(seconds * SAMPLE_RATE)
@@ -67,20 +67,20 @@ def room(rng):
     return (tail / np.sqrt((tail ** 2).sum(axis=1, keepdims=True))).astype(np.float32)
 
 
-def reverberate(audio, response, amount):
+def reverberate(audio: np.ndarray, response: np.ndarray, amount: float) -> np.ndarray:
     """Adds a room to the sound; amount is the reverberation's level against the direct sound."""
     count = scipy.fft.next_fast_len(audio.shape[1] + response.shape[1] - 1, real=True)
     wet = scipy.fft.irfft(scipy.fft.rfft(audio, count) * scipy.fft.rfft(response, count), count)
     return audio + np.float32(amount) * wet[:, :audio.shape[1]].astype(np.float32)
 
 
-def spread(audio, width, pan):
+def spread(audio: np.ndarray, width: float, pan: float) -> np.ndarray:
     """Scales the difference of the channels (0 is mono) and turns the balance, -1 to 1."""
     middle, side = audio.mean(axis=0), (audio[0] - audio[1]) * np.float32(0.5 * width)
     return np.stack([(middle + side) * np.float32(min(1, 1 - pan)), (middle - side) * np.float32(min(1, 1 + pan))])
 
 
-def double_track(audio, rng):
+def double_track(audio: np.ndarray, rng: np.random.Generator) -> np.ndarray:
     """A second, slightly later take on the other side, as of doubled guitars."""
     late = int(rng.uniform(0.008, 0.03) * SAMPLE_RATE)
     second = np.pad(audio.mean(axis=0), (late, 0))[:audio.shape[1]]

@@ -6,7 +6,9 @@ Effects are off: reverberation and the like belong to the mixing stage, where th
 
 import ctypes
 import ctypes.util
+from collections.abc import Callable
 from dataclasses import dataclass, field
+from pathlib import Path
 
 import numpy as np
 
@@ -49,14 +51,14 @@ class Part:
 
     program: int
     bank: int = 0
-    notes: list = field(default_factory=list)
-    controls: list = field(default_factory=list)
-    bends: list = field(default_factory=list)
-    timbre: dict = field(default_factory=dict)
+    notes: list[Note] = field(default_factory=list)
+    controls: list[tuple[float, int, int]] = field(default_factory=list)
+    bends: list[tuple[float, float]] = field(default_factory=list)
+    timbre: dict[int, float] = field(default_factory=dict)
     borrow: int = 0
 
 
-def vary_timbre(part, rng):
+def vary_timbre(part: Part, rng: np.random.Generator) -> None:
     """Makes a Part another instrument of its kind, so that a network does not learn a font's few samples by heart."""
     if rng.random() < 0.6:
         part.timbre[FILTER_CUTOFF] = -rng.uniform(0, 3200)
@@ -69,7 +71,7 @@ def vary_timbre(part, rng):
         part.borrow = int(rng.integers(-5, 6))
 
 
-def _library():
+def _library() -> ctypes.CDLL:
     library = ctypes.CDLL(ctypes.util.find_library("fluidsynth") or "libfluidsynth.so.3")
     pointer, integer, text = ctypes.c_void_p, ctypes.c_int, ctypes.c_char_p
     signatures = {
@@ -98,7 +100,7 @@ def _library():
 class Renderer:
     """One soundfont, ready to play. Not for use by several threads."""
 
-    def __init__(self, path):
+    def __init__(self, path: str | Path) -> None:
         self._library = _library()
         for level in range(5):
             self._library.fluid_set_log_function(level, None, None)
@@ -113,7 +115,7 @@ class Renderer:
         if self._font == FAILED:
             raise RuntimeError(f"FluidSynth cannot load the soundfont {path}.")
 
-    def render(self, part, seconds):
+    def render(self, part: Part, seconds: float) -> np.ndarray:
         """Audio of a Part: float32 [2, samples]. Notes before 0 are left out, those that sound at the end cut."""
         channel = DRUM_CHANNEL if part.bank == DRUM_BANK else MELODIC_CHANNEL
         self._silence()
@@ -134,7 +136,7 @@ class Renderer:
         self._advance(audio, position, audio.shape[1])
         return audio[:, :total]
 
-    def _silence(self):
+    def _silence(self) -> None:
         """Ends what still sounds of the last part and resets its controllers, its timbre and the pitch wheel.
 
         A reset of the whole synthesiser would let voices go on for half a second and load default instruments.
@@ -144,12 +146,12 @@ class Renderer:
         for channel in (MELODIC_CHANNEL, DRUM_CHANNEL):
             self._library.fluid_synth_cc(self._synth, channel, RESET_CONTROLLERS, 0)
 
-    def _events(self, part, channel):
+    def _events(self, part: Part, channel: int) -> list[tuple[int, Callable[[], int]]]:
         """(block, call) in the order in which they happen; at one time ends of notes come before beginnings."""
         synth, library = self._synth, self._library
-        events = []
+        events: list[tuple[int, int, int, Callable[[], int]]] = []
 
-        def add(seconds, rank, function, *arguments):
+        def add(seconds: float, rank: int, function: Callable[..., int], *arguments: int) -> None:
             block = max(0, int(seconds * SAMPLE_RATE / BLOCK))
             events.append((block, rank, len(events), lambda: function(synth, channel, *arguments)))
 
@@ -166,7 +168,7 @@ class Renderer:
             add(note.start + max(note.length, 0.02), 1, library.fluid_synth_noteoff, key)
         return [(block, action) for block, _, _, action in sorted(events, key=lambda event: event[:3])]
 
-    def _advance(self, audio, position, end):
+    def _advance(self, audio: np.ndarray, position: int, end: int) -> int:
         """Renders up to the sample `end` and returns it."""
         if end > position:
             left, right = audio[0, position:end], audio[1, position:end]
@@ -175,6 +177,6 @@ class Renderer:
         return max(end, position)
 
 
-def load_fonts(fonts):
+def load_fonts(fonts: dict[str, str]) -> dict[str, Renderer]:
     """Renderers by name for a table such as TRAINING_FONTS."""
     return {name: Renderer(path) for name, path in fonts.items()}

@@ -3,7 +3,9 @@
 
 import numpy as np
 
-from .songs import BEATS
+from .songs import BEATS, Chord, Song, Span
+
+MelodyNote = tuple[float, float, int]  # beat, beats, MIDI pitch
 
 RHYTHMS = (
     (1, 1, 1, 1), (0.5, 0.5, 1, 0.5, 0.5, 1), (1.5, 0.5, 1, 1), (2, 1, 1), (0.5, 0.5, 0.5, 0.5, 2), (1, 0.5, 0.5, 2),
@@ -12,7 +14,7 @@ RHYTHMS = (
 )
 
 
-def write_melody(song, span, low, high, density=0.75):
+def write_melody(song: Song, span: Span, low: int, high: int, density: float = 0.75) -> list[MelodyNote]:
     """(beat, beats, pitch) of a melody over a span of bars, within a range of MIDI pitches.
 
     density: share of the bars in which it plays. Two rhythms and a contour come back, so that it has a shape.
@@ -21,7 +23,7 @@ def write_melody(song, span, low, high, density=0.75):
     motifs = [RHYTHMS[index] for index in rng.integers(len(RHYTHMS), size=2)]
     contours = rng.integers(-2, 3, size=(2, 8))
     pitch = rng.uniform(low + 0.3 * (high - low), low + 0.7 * (high - low))
-    melody = []
+    melody: list[MelodyNote] = []
     for bar in range(*span):
         if rng.random() > density:
             continue
@@ -38,7 +40,8 @@ def write_melody(song, span, low, high, density=0.75):
     return melody
 
 
-def _next_pitch(rng, chord, pitch, step, beat, low, high):
+def _next_pitch(rng: np.random.Generator, chord: Chord, pitch: float, step: int, beat: float, low: int,
+                high: int) -> int:
     """A step of the contour; on strong beats towards a chord tone; turned back at the edges of the range."""
     step = int(step) if rng.random() > 0.1 else int(rng.integers(-4, 5))
     pitch = chord.step(pitch, step)

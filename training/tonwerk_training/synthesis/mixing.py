@@ -20,7 +20,7 @@ GUITARS = ("acoustic_guitar", "electric_guitar")
 PAN_WIDTH = {"vocals": 0.12, "bass": 0.05, "drum": 0.08}
 
 
-def active_level(audio):
+def active_level(audio: np.ndarray) -> float:
     """RMS of the parts of a stem [2, samples] that sound; 0 for silence."""
     size = 4410
     frames = audio[:, :audio.shape[1] // size * size].reshape(2, -1, size)
@@ -29,7 +29,7 @@ def active_level(audio):
     return float(np.sqrt(power[loud].mean())) if power.max() > 1e-10 else 0.0
 
 
-def choose_stems(rng):
+def choose_stems(rng: np.random.Generator) -> set[str]:
     """Which of SOURCES sound in a chunk: a set of names, 2 or 3 in a sparse mix."""
     stems = list(SOURCES[:-1])
     if rng.random() < SPARSE_SHARE:
@@ -41,7 +41,7 @@ def choose_stems(rng):
     return chosen or {str(rng.choice(stems))}
 
 
-def colour(audio, stem, rng):
+def colour(audio: np.ndarray, stem: str, rng: np.random.Generator) -> np.ndarray:
     """A stem through the effects that change its sound: drive on electric guitars, equaliser, doubled guitars."""
     if stem == "electric_guitar" and rng.random() < 0.35:
         audio = effects.drive(audio, rng)
@@ -52,7 +52,7 @@ def colour(audio, stem, rng):
     return audio
 
 
-def treat(audio, stem, rng, response):
+def treat(audio: np.ndarray, stem: str, rng: np.random.Generator, response: np.ndarray) -> np.ndarray:
     """A stem through all its effects: colour, place, room; level is set elsewhere."""
     audio = colour(audio, stem, rng)
     limit = PAN_WIDTH.get(stem, 0.6)
@@ -62,7 +62,7 @@ def treat(audio, stem, rng, response):
     return audio
 
 
-def mix_chunk(sources, rng):
+def mix_chunk(sources: dict[str, np.ndarray], rng: np.random.Generator) -> np.ndarray:
     """The sources of a chunk at their places in the mix: float32 [7, 2, samples] whose sum does not clip.
 
     sources: audio [2, samples] by name; a name that is missing is a silent stem.
@@ -91,7 +91,7 @@ ORDINARY_SPREAD = 1.3
 ORDINARY_LEVEL = -16.0  # RMS of the whole in dB of full scale
 
 
-def mix_ordinary(sources, rng):
+def mix_ordinary(sources: dict[str, np.ndarray], rng: np.random.Generator) -> np.ndarray:
     """A conventional mix of a whole song: moderate room and places, levels as above. float32 [7, 2, samples].
 
     sources: audio [2, samples] by name; a name that is missing is a silent stem, for which the same numbers are drawn,
@@ -112,7 +112,7 @@ def mix_ordinary(sources, rng):
     return set_level(mixed, ORDINARY_LEVEL)
 
 
-def set_level(mixed, level_db):
+def set_level(mixed: np.ndarray, level_db: float) -> np.ndarray:
     """Scales a mix to an RMS level in dB of full scale, or less if it would clip."""
     mixture = mixed.sum(axis=0)
     level = np.sqrt((mixture ** 2).mean())
@@ -122,7 +122,7 @@ def set_level(mixed, level_db):
     return np.ascontiguousarray(mixed * np.float32(min(10 ** (level_db / 20) / level, 0.99 / peak)))
 
 
-def fade_edges(audio, seconds=0.005):
+def fade_edges(audio: np.ndarray, seconds: float = 0.005) -> np.ndarray:
     """Short fades at both ends of a cut-out stem [2, samples], against clicks."""
     count = int(seconds * SAMPLE_RATE)
     audio = audio.copy()

@@ -9,6 +9,7 @@ import numpy as np
 
 from ..data.stft import SAMPLE_RATE
 from . import styles_drums as d
+from .fluidsynth import Note
 
 SHARE = 0.4  # of the drum parts
 WEIGHTS = {"sonic-acoustic": 3, "rumpf": 3, "audiophob": 2}  # how often a kit is drawn, against 1: recorded kits more
@@ -16,7 +17,7 @@ SONIC = "/usr/share/sonic-pi/samples/"
 HYDROGEN = "/usr/share/hydrogen/data/drumkits/"
 
 # kit: (folder, {drum: files from soft to loud})
-KITS = {
+KITS: dict[str, dict[str, tuple[str, dict[int, tuple[str, ...]]]]] = {
     "training": {
         "sonic-acoustic": (SONIC, {
             d.KICK: ("drum_bass_soft.flac", "drum_bass_hard.flac"), d.PEDAL: ("drum_cymbal_pedal.flac",),
@@ -78,15 +79,15 @@ class Kit:
     """Strokes of a kit: {drum: list of float32 [2, samples] from soft to loud}."""
 
     name: str
-    strokes: dict
+    strokes: dict[int, list[np.ndarray]]
 
-    def _stroke(self, drum, velocity):
+    def _stroke(self, drum: int, velocity: int) -> np.ndarray | None:
         while drum not in self.strokes and drum in SUBSTITUTES:
             drum = SUBSTITUTES[drum]
         layers = self.strokes.get(drum)
         return layers[min(int(velocity * len(layers) / 110), len(layers) - 1)] if layers else None
 
-    def render(self, notes, seconds, rng):
+    def render(self, notes: list[Note], seconds: float, rng: np.random.Generator) -> np.ndarray:
         """Audio float32 [2, samples] of drum Notes; the kit is tuned a little, drums stand left and right."""
         out = np.zeros((2, int(round(seconds * SAMPLE_RATE))), np.float32)
         balance = {drum: rng.uniform(-0.35, 0.35) * (drum not in (d.KICK, d.SNARE)) for drum in range(30, 90)}
@@ -103,15 +104,15 @@ class Kit:
         return out
 
 
-def draw(kits, rng):
+def draw(kits: list[Kit], rng: np.random.Generator) -> Kit:
     """One of the kits."""
     weights = np.array([WEIGHTS.get(kit.name, 1) for kit in kits], float)
     return kits[rng.choice(len(kits), p=weights / weights.sum())]
 
 
-def _decode(path):
+def _decode(path: Path) -> np.ndarray:
     command = ["ffmpeg", "-v", "error", "-i", str(path), "-ac", "2", "-ar", str(SAMPLE_RATE), "-f", "f32le", "pipe:1"]
-    result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
+    result = subprocess.run(command, capture_output=True, check=False)
     if result.returncode != 0:
         raise RuntimeError(f"{path} cannot be read: is its package installed? (tools/setup.sh training)")
     audio = np.frombuffer(result.stdout, np.float32).reshape(-1, 2).T[:, :SAMPLE_RATE * 3]
@@ -119,10 +120,10 @@ def _decode(path):
     return np.ascontiguousarray(audio[:, int(np.argmax(loud)):])
 
 
-def prepare(material, role):
+def prepare(material: Path, role: str) -> None:
     """Decodes the kits of a role under the folder `material`, those that are not there yet."""
     for name, (folder, drums) in KITS[role].items():
-        path = Path(material) / "kits" / role / f"{name}.npz"
+        path = material / "kits" / role / f"{name}.npz"
         if path.exists():
             continue
         strokes = {f"{drum}-{layer}": _decode(Path(folder) / file)
@@ -133,11 +134,11 @@ def prepare(material, role):
         partial.replace(path)
 
 
-def load_kits(material, role):
+def load_kits(material: Path, role: str) -> list[Kit]:
     """The prepared kits of a role, in order of their names."""
     kits = []
-    for path in sorted((Path(material) / "kits" / role).glob("*.npz")):
-        strokes = {}
+    for path in sorted((material / "kits" / role).glob("*.npz")):
+        strokes: dict[int, list[np.ndarray]] = {}
         with np.load(path) as arrays:
             for key in sorted(arrays.files):
                 strokes.setdefault(int(key.split("-")[0]), []).append(arrays[key])

@@ -1,24 +1,31 @@
 # SPDX-License-Identifier: MIT
 """Which instrument plays what in a song: one Part, or the notes of a voice, per stem."""
 
+from collections.abc import Sequence
+from typing import TypeVar
+
 import numpy as np
 
 from . import styles_drums, styles_guitar, styles_keys
-from .fluidsynth import DRUM_BANK, Part
+from .fluidsynth import DRUM_BANK, Note, Part
 from .melody import write_melody
+from .songs import Song, Span, Style
 
 CHOIRS = (52, 53, 54, 85, 91)
 
+T = TypeVar("T")
 
-def _weighted(rng, table):
+
+def _weighted(rng: np.random.Generator, table: Sequence[tuple[T, float]]) -> T:
     weights = np.array([weight for _, weight in table])
     return table[rng.choice(len(table), p=weights / weights.sum())][0]
 
 
-def _play(song, styles, activity):
+def _play(song: Song, styles: Sequence[Style], activity: float) -> tuple[list[Note], list[tuple[Style, Span]]]:
     """Notes of a stem, with silent sections, in one or two styles that alternate; and what was played where."""
     chosen = [styles[song.rng.integers(len(styles))] for _ in range(1 if song.rng.random() < 0.5 else 2)]
-    notes, played = [], []
+    notes: list[Note] = []
+    played: list[tuple[Style, Span]] = []
     for index, span in enumerate(song.sections):
         if song.rng.random() < activity:
             style = chosen[index % len(chosen)]
@@ -30,11 +37,11 @@ def _play(song, styles, activity):
     return notes, played
 
 
-def _styles_by_weight(rng, table, count=3):
+def _styles_by_weight(rng: np.random.Generator, table: Sequence[tuple[Style, float]], count: int = 3) -> list[Style]:
     return [_weighted(rng, table) for _ in range(count)]
 
 
-def piano(song, activity):
+def piano(song: Song, activity: float) -> Part:
     """A piano part with sustain pedal where the style wants it."""
     notes, played = _play(song, styles_keys.PIANO_STYLES, activity)
     part = Part(_weighted(song.rng, styles_keys.PIANOS), notes=notes)
@@ -44,13 +51,13 @@ def piano(song, activity):
     return part
 
 
-def acoustic_guitar(song, activity):
+def acoustic_guitar(song: Song, activity: float) -> Part:
     """A nylon- or steel-string guitar."""
     notes, _ = _play(song, _styles_by_weight(song.rng, styles_guitar.ACOUSTIC_STYLES), activity)
     return Part(styles_guitar.STEEL if song.rng.random() < 0.62 else styles_guitar.NYLON, notes=notes)
 
 
-def electric_guitar(song, activity):
+def electric_guitar(song: Song, activity: float) -> Part:
     """An electric guitar: style first, then a sound that suits it."""
     style, programs = styles_guitar.ELECTRIC_STYLES[song.rng.integers(len(styles_guitar.ELECTRIC_STYLES))]
     notes, _ = _play(song, [style], activity)
@@ -60,26 +67,26 @@ def electric_guitar(song, activity):
     return part
 
 
-def bass(song, activity):
+def bass(song: Song, activity: float) -> Part:
     """Finger, picked, fretless, slapped, acoustic or synthesiser bass."""
     notes, _ = _play(song, _styles_by_weight(song.rng, styles_guitar.BASS_STYLES), activity)
     return Part(_weighted(song.rng, styles_guitar.BASSES), notes=notes)
 
 
-def drum(song, activity):
+def drum(song: Song, activity: float) -> Part:
     """A drum kit of the soundfont."""
     notes, _ = _play(song, _styles_by_weight(song.rng, styles_drums.DRUM_STYLES), activity)
     return Part(_weighted(song.rng, styles_drums.GM_KITS), DRUM_BANK, notes)
 
 
-def other(song, activity):
+def other(song: Song, activity: float) -> Part:
     """Any instrument that is none of the six stems."""
     programs, styles = styles_keys.OTHERS[song.rng.integers(len(styles_keys.OTHERS))]
     notes, _ = _play(song, styles, activity)
     return Part(int(song.rng.choice(programs)), notes=notes)
 
 
-def melody(song, activity, low, high):
+def melody(song: Song, activity: float, low: int, high: int) -> list[Note]:
     """Notes for a singer, a little early or late, at moderately different loudness."""
     notes = []
     for span in song.sections:
@@ -89,7 +96,7 @@ def melody(song, activity, low, high):
     return notes
 
 
-def choir(song, activity):
+def choir(song: Song, activity: float) -> Part:
     """Held chords or a line of a soundfont's choir."""
     notes, _ = _play(song, (styles_keys.pad, styles_keys.line), activity)
     return Part(int(song.rng.choice(CHOIRS)), notes=notes)

@@ -3,7 +3,8 @@
 
 import numpy as np
 
-from .songs import BEATS
+from .fluidsynth import Note
+from .songs import BEATS, Song, Span, Style
 
 KICK, STICK, SNARE, CLAP, SNARE2, CLOSED, PEDAL, OPEN = 36, 37, 38, 39, 40, 42, 44, 46
 LOW_TOM, MID_TOM, HIGH_TOM, CRASH, RIDE, RIDE_BELL = 45, 47, 50, 49, 51, 53
@@ -33,7 +34,7 @@ GROOVES = (
 LOUDNESS = {"X": 112, "x": 86, "o": 52}
 
 
-def groove(song, span):
+def groove(song: Song, span: Span) -> list[Note]:
     """A groove that repeats with small changes, a fill at the end of the section and a crash at its beginning."""
     rng, notes = song.rng, []
     pattern = GROOVES[rng.integers(len(GROOVES))]
@@ -53,7 +54,7 @@ def groove(song, span):
     return notes
 
 
-def _fill(song, bar, first):
+def _fill(song: Song, bar: int, first: int) -> list[Note]:
     """Sixteenths or eighths going down the toms."""
     rng = song.rng
     drums = [SNARE, HIGH_TOM, MID_TOM, LOW_TOM]
@@ -63,7 +64,7 @@ def _fill(song, bar, first):
             for place in places if rng.random() < 0.9]
 
 
-def sparse(song, span):
+def sparse(song: Song, span: Span) -> list[Note]:
     """Little else than a kick, a few hats or cymbals."""
     rng, notes = song.rng, []
     drum = int(rng.choice([CLOSED, RIDE, TAMBOURINE, SHAKER, PEDAL]))
@@ -75,8 +76,8 @@ def sparse(song, span):
     return notes
 
 
-def _hit(song, bar, step, drum, velocity):
+def _hit(song: Song, bar: int, step: int, drum: int, velocity: float) -> Note:
     return song.note(bar * BEATS + step / 4, 0.25, drum, velocity)
 
 
-DRUM_STYLES = ((groove, 0.9), (sparse, 0.1))
+DRUM_STYLES: tuple[tuple[Style, float], ...] = ((groove, 0.9), (sparse, 0.1))

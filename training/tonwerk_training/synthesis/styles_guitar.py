@@ -1,15 +1,19 @@
 # SPDX-License-Identifier: MIT
 """Guitar styles, acoustic and electric, and bass styles."""
 
+from collections.abc import Sequence
+
 import numpy as np
 
+from .fluidsynth import Note
 from .melody import write_melody
-from .songs import BEATS
+from .songs import BEATS, Chord, Song, Span, Style
 
 NYLON, STEEL = 24, 25
 JAZZ, CLEAN, MUTED, OVERDRIVEN, DISTORTED = 26, 27, 28, 29, 30
 OPEN_STRINGS = (40, 45, 50, 55, 59, 64)
-STRUMS = (
+Stroke = tuple[float, str, float]  # beat of the bar, d(own) or u(p), weight
+STRUMS: tuple[tuple[Stroke, ...], ...] = (
     ((0, "d", 1), (1, "d", .8), (1.5, "u", .7), (2.5, "u", .7), (3, "d", .9), (3.5, "u", .7)),
     ((0, "d", 1), (1, "d", .8), (2, "d", .9), (3, "d", .8)),
     tuple((index * 0.5, "du"[index % 2], .95 if index % 4 == 0 else .7) for index in range(8)),
@@ -21,9 +25,9 @@ STRUMS = (
 )
 
 
-def fretted(chord, position=0):
+def fretted(chord: Chord, position: int = 0) -> list[int]:
     """Pitches of a chord on six strings near a fret position; the lowest is the root, strings below it are silent."""
-    shape = []
+    shape: list[int] = []
     for string in OPEN_STRINGS:
         frets = [fret for fret in range(position, position + 5) if (string + fret) % 12 in chord.tones]
         if frets and (shape or (string + frets[0]) % 12 == chord.root or string > 50):
@@ -31,7 +35,8 @@ def fretted(chord, position=0):
     return shape
 
 
-def strum(song, span, position=0, velocity=78, patterns=STRUMS, ring=1.0):
+def strum(song: Song, span: Span, position: int = 0, velocity: float = 78,
+          patterns: Sequence[tuple[Stroke, ...]] = STRUMS, ring: float = 1.0) -> list[Note]:
     """Strummed chords: each string a few milliseconds after the one before it, downwards or upwards."""
     rng, notes = song.rng, []
     pattern = patterns[rng.integers(len(patterns))]
@@ -49,12 +54,12 @@ def strum(song, span, position=0, velocity=78, patterns=STRUMS, ring=1.0):
     return notes
 
 
-def high_strum(song, span):
+def high_strum(song: Song, span: Span) -> list[Note]:
     """Strumming further up the neck."""
     return strum(song, span, position=int(song.rng.integers(3, 8)))
 
 
-def fingerpick(song, span):
+def fingerpick(song: Song, span: Span) -> list[Note]:
     """Thumb on alternating basses, fingers on the upper strings in a fixed pattern."""
     rng, notes = song.rng, []
     step = float(rng.choice([0.5, 0.25, 0.5, 1 / 3]))
@@ -72,13 +77,13 @@ def fingerpick(song, span):
     return notes
 
 
-def classical(song, span):
+def classical(song: Song, span: Span) -> list[Note]:
     """A slow melody over broken chords, as on a nylon-string guitar."""
     notes = [song.note(beat, beats * 1.1, pitch, 78) for beat, beats, pitch in write_melody(song, span, 60, 79, 0.8)]
     return notes + fingerpick(song, span)
 
 
-def clean_arpeggio(song, span):
+def clean_arpeggio(song: Song, span: Span) -> list[Note]:
     """Picked broken chords that ring."""
     rng, notes = song.rng, []
     order = [(0, 2, 3, 4, 3, 2), (0, 1, 2, 3, 4, 3, 2, 1), (0, 3, 2, 4)][rng.integers(3)]
@@ -91,7 +96,7 @@ def clean_arpeggio(song, span):
     return notes
 
 
-def power_chords(song, span):
+def power_chords(song: Song, span: Span) -> list[Note]:
     """Roots, fifths and octaves, held or in eighths."""
     rng, notes = song.rng, []
     steps = [[0, 2], [0, 1, 2, 3], list(np.arange(0, 4, 0.5)), [0, 1.5, 2, 3.5], [0], [0, 0.75, 1.5, 2.5, 3]]
@@ -108,7 +113,7 @@ def power_chords(song, span):
     return notes
 
 
-def palm_mute(song, span):
+def palm_mute(song: Song, span: Span) -> list[Note]:
     """Damped low eighths or sixteenths with accents."""
     rng, notes = song.rng, []
     step = float(rng.choice([0.5, 0.5, 0.25]))
@@ -123,12 +128,12 @@ def palm_mute(song, span):
     return notes
 
 
-def lead(song, span):
+def lead(song: Song, span: Span) -> list[Note]:
     """A solo line in the upper positions."""
     return [song.note(beat, beats * 0.98, pitch, 88) for beat, beats, pitch in write_melody(song, span, 59, 84, 0.95)]
 
 
-def funk(song, span):
+def funk(song: Song, span: Span) -> list[Note]:
     """Short sixteenth strokes on the upper strings."""
     rng, notes = song.rng, []
     places = sorted(rng.choice(np.arange(0, 4, 0.25), size=rng.integers(5, 11), replace=False))
@@ -141,14 +146,15 @@ def funk(song, span):
     return notes
 
 
-def short_strum(song, span):
+def short_strum(song: Song, span: Span) -> list[Note]:
     """Chords damped soon after the stroke."""
     return strum(song, span, position=int(song.rng.integers(3, 8)), ring=0.5)
 
 
-ACOUSTIC_STYLES = ((strum, 0.34), (high_strum, 0.12), (fingerpick, 0.3), (classical, 0.14), (clean_arpeggio, 0.1))
+ACOUSTIC_STYLES: tuple[tuple[Style, float], ...] = (
+    (strum, 0.34), (high_strum, 0.12), (fingerpick, 0.3), (classical, 0.14), (clean_arpeggio, 0.1))
 # Programs that suit each electric style.
-ELECTRIC_STYLES = (
+ELECTRIC_STYLES: tuple[tuple[Style, tuple[int, ...]], ...] = (
     (power_chords, (OVERDRIVEN, DISTORTED, DISTORTED)), (palm_mute, (OVERDRIVEN, DISTORTED, MUTED)),
     (clean_arpeggio, (CLEAN, JAZZ)), (lead, (OVERDRIVEN, DISTORTED, CLEAN, JAZZ)), (funk, (CLEAN, MUTED, JAZZ)),
     (short_strum, (CLEAN, OVERDRIVEN, JAZZ)),
@@ -156,7 +162,7 @@ ELECTRIC_STYLES = (
 BASSES = ((32, 0.1), (33, 0.34), (34, 0.2), (35, 0.1), (36, 0.05), (37, 0.03), (38, 0.1), (39, 0.08))
 
 
-def bends(song, notes):
+def bends(song: Song, notes: list[Note]) -> list[tuple[float, float]]:
     """Vibrato and slides into some long notes of a line: (seconds, semitones)."""
     rng, wheel = song.rng, []
     for note in notes:
@@ -172,12 +178,12 @@ def bends(song, notes):
     return wheel
 
 
-def _bass_root(song, beat):
+def _bass_root(song: Song, beat: float) -> float:
     chord = song.chord(beat)
     return chord.near(35, (chord.root,))
 
 
-def root_bass(song, span):
+def root_bass(song: Song, span: Span) -> list[Note]:
     """Roots in eighths, quarters, halves or a syncopation."""
     rng, notes = song.rng, []
     patterns = [list(np.arange(0, 4, 0.5)), [0, 1, 2, 3], [0, 2], [0, 1.5, 2, 3.5], [0, 1.5, 3],
@@ -193,7 +199,7 @@ def root_bass(song, span):
     return notes
 
 
-def walking_bass(song, span):
+def walking_bass(song: Song, span: Span) -> list[Note]:
     """Quarter notes through the chord, the last one a step from the next root."""
     rng, notes = song.rng, []
     for bar in range(*span):
@@ -208,7 +214,7 @@ def walking_bass(song, span):
     return notes
 
 
-def groove_bass(song, span):
+def groove_bass(song: Song, span: Span) -> list[Note]:
     """A repeated syncopated figure with octaves and passing notes."""
     rng, notes = song.rng, []
     places = sorted({0.0, *rng.choice(np.arange(0.5, 4, 0.25), size=rng.integers(3, 8), replace=False)})
@@ -221,7 +227,7 @@ def groove_bass(song, span):
     return notes
 
 
-def long_bass(song, span):
+def long_bass(song: Song, span: Span) -> list[Note]:
     """Held roots."""
     return [song.note(bar * BEATS + half, 2, _bass_root(song, bar * BEATS + half), 84)
             for bar in range(*span) for half in (0, 2)]

@@ -3,14 +3,15 @@
 
 import numpy as np
 
+from .fluidsynth import Note
 from .melody import write_melody
-from .songs import BEATS
+from .songs import BEATS, Song, Span, Style
 
 PIANOS = ((0, 0.42), (1, 0.24), (2, 0.1), (3, 0.06), (4, 0.1), (5, 0.08))
 PEDAL = 64
 
 
-def block_chords(song, span):
+def block_chords(song: Song, span: Span) -> list[Note]:
     """Chords in the right hand on a repeated rhythm, octaves in the left."""
     rng, notes = song.rng, []
     rhythm = [(0, 1), (1, 1), (2, 1), (3, 1)] if rng.random() < 0.4 else \
@@ -27,7 +28,7 @@ def block_chords(song, span):
     return notes
 
 
-def arpeggios(song, span):
+def arpeggios(song: Song, span: Span) -> list[Note]:
     """Broken chords up, up and down, or in an Alberti figure."""
     rng, notes = song.rng, []
     order = [(0, 1, 2, 3, 4, 5, 4, 3), (0, 1, 2, 3, 2, 1, 2, 1), (0, 2, 1, 2), (0, 1, 2, 4)][rng.integers(4)]
@@ -44,7 +45,7 @@ def arpeggios(song, span):
     return notes
 
 
-def ballad(song, span):
+def ballad(song: Song, span: Span) -> list[Note]:
     """Long chords, slightly broken, a low root and a few melody notes on top."""
     rng, notes = song.rng, []
     for bar in range(*span):
@@ -59,7 +60,7 @@ def ballad(song, span):
     return notes
 
 
-def stride(song, span):
+def stride(song: Song, span: Span) -> list[Note]:
     """Low roots and fifths on the beat, chords after it."""
     rng, notes = song.rng, []
     for bar in range(*span):
@@ -76,7 +77,7 @@ def stride(song, span):
     return notes
 
 
-def comping(song, span):
+def comping(song: Song, span: Span) -> list[Note]:
     """Short syncopated chords without a root, as in jazz and funk."""
     rng, notes = song.rng, []
     pattern = sorted(rng.choice(np.arange(0, 4, 0.5), size=rng.integers(2, 6), replace=False))
@@ -91,7 +92,7 @@ def comping(song, span):
     return notes
 
 
-def solo(song, span):
+def solo(song: Song, span: Span) -> list[Note]:
     """A melody in single notes or octaves over sparse chords."""
     rng, notes = song.rng, []
     octave = rng.random() < 0.3
@@ -104,7 +105,7 @@ def solo(song, span):
     return notes
 
 
-def riff(song, span):
+def riff(song: Song, span: Span) -> list[Note]:
     """A repeated figure of eighths and sixteenths on chord tones."""
     rng, notes = song.rng, []
     places = sorted(rng.choice(np.arange(0, 4, 0.25), size=rng.integers(5, 10), replace=False))
@@ -117,11 +118,11 @@ def riff(song, span):
     return notes
 
 
-PIANO_STYLES = (block_chords, arpeggios, ballad, stride, comping, solo, riff)
+PIANO_STYLES: tuple[Style, ...] = (block_chords, arpeggios, ballad, stride, comping, solo, riff)
 PEDALLED = (block_chords, arpeggios, ballad, solo)
 
 
-def pedal(song, span):
+def pedal(song: Song, span: Span) -> list[tuple[float, int, int]]:
     """Sustain pedal changed with every half bar: (seconds, controller, value)."""
     changes = []
     for bar in range(*span):
@@ -131,7 +132,7 @@ def pedal(song, span):
     return changes + [(song.time(span[1] * BEATS) + 0.005, PEDAL, 0)]
 
 
-def pad(song, span):
+def pad(song: Song, span: Span) -> list[Note]:
     """Held chords with little movement."""
     rng, notes = song.rng, []
     low, count = rng.integers(48, 65), rng.integers(2, 5)
@@ -145,7 +146,7 @@ def pad(song, span):
     return notes
 
 
-def stabs(song, span):
+def stabs(song: Song, span: Span) -> list[Note]:
     """Short chords on a few places of the bar, as brass or synthesisers play them."""
     rng, notes = song.rng, []
     pattern = sorted(rng.choice(np.arange(0, 4, 0.5), size=rng.integers(1, 4), replace=False))
@@ -157,7 +158,7 @@ def stabs(song, span):
     return notes
 
 
-def line(song, span):
+def line(song: Song, span: Span) -> list[Note]:
     """A melody."""
     low = song.rng.integers(55, 68)
     melody = write_melody(song, span, low, low + 19, 0.9)
@@ -165,7 +166,7 @@ def line(song, span):
 
 
 # Programs of the seventh stem and the styles that suit them.
-OTHERS = (
+OTHERS: tuple[tuple[tuple[int, ...], tuple[Style, ...]], ...] = (
     ((48, 49, 50, 51, 44, 45), (pad, line, stabs)),            # strings
     ((16, 17, 18, 19, 20, 21, 22, 23), (pad, block_chords, comping, line)),  # organs, accordions, harmonica
     ((61, 62, 63, 56, 57, 60, 59), (stabs, line, pad)),        # brass

@@ -4,13 +4,16 @@
 import numpy as np
 
 from . import styles
-from .fluidsynth import Note
+from .fluidsynth import Note, Renderer
+from .songs import Song
 from .vocoder import Singer, speak
+from .voices import Voice
 
 KINDS = (("sung", 0.64), ("spoken", 0.21), ("choir", 0.15))
 
 
-def make_vocals(song, seconds, voices, font, activity, kind=None):
+def make_vocals(song: Song, seconds: float, voices: list[Voice], font: Renderer, activity: float,
+                kind: str | None = None) -> tuple[np.ndarray, str]:
     """(audio float32 [2, samples], what it is: a short description).
 
     voices: analysed voices; font: a Renderer for choirs. kind: one of KINDS, or None to draw one.
@@ -26,14 +29,14 @@ def make_vocals(song, seconds, voices, font, activity, kind=None):
     return _sung(song, seconds, voice, activity), f"sung {voice.name}"
 
 
-def _choose(rng, voices, recorded_share):
+def _choose(rng: np.random.Generator, voices: list[Voice], recorded_share: float) -> Voice:
     """A voice, a recorded one with the given probability."""
     groups = [[voice for voice in voices if voice.recorded == recorded] for recorded in (True, False)]
     group = groups[0] if groups[0] and (rng.random() < recorded_share or not groups[1]) else groups[1]
     return group[rng.integers(len(group))]
 
 
-def _sung(song, seconds, voice, activity):
+def _sung(song: Song, seconds: float, voice: Voice, activity: float) -> np.ndarray:
     """A lead voice, sometimes doubled or with a second voice in thirds in parts of the song."""
     rng = song.rng
     low = int(rng.integers(45, 60))
@@ -51,12 +54,12 @@ def _sung(song, seconds, voice, activity):
     return audio
 
 
-def _third(song, note, steps):
+def _third(song: Song, note: Note, steps: int) -> int:
     beat = (note.start + song.lead) * song.tempo / 60
     return song.chord(max(beat, 0)).step(note.pitch, steps)
 
 
-def _place(audio, pan):
+def _place(audio: np.ndarray, pan: float) -> np.ndarray:
     """Mono to stereo at a pan of -1 to 1, the middle unchanged."""
     return np.stack([audio * min(1, 1 - pan), audio * min(1, 1 + pan)]).astype(np.float32)
 

@@ -6,13 +6,15 @@ import scipy.fft
 import scipy.signal
 
 from ..data.stft import SAMPLE_RATE
-from .voices import FRAME_SECONDS, POINTS
+from .fluidsynth import Note
+from .songs import Song
+from .voices import FRAME_SECONDS, POINTS, Voice
 
 FFT, HOP = 1024, 256
 WINDOW = np.sqrt(scipy.signal.get_window("hann", FFT)).astype(np.float32)
 
 
-def _interpolation(shift):
+def _interpolation(shift: float) -> np.ndarray:
     """Matrix [64, 513] from the envelope's POINTS to the transform's bins, formants scaled by `shift`."""
     frequencies = np.fft.rfftfreq(FFT, 1 / SAMPLE_RATE) / shift
     matrix = np.zeros((len(POINTS), len(frequencies)), np.float32)
@@ -27,7 +29,7 @@ def _interpolation(shift):
 class Singer:
     """How one voice sings one part: everything that stays the same over a song."""
 
-    def __init__(self, voice, rng):
+    def __init__(self, voice: Voice, rng: np.random.Generator) -> None:
         self.voice, self.rng = voice, rng
         self.shift = float(rng.uniform(0.86, 1.22))
         self.portamento = float(rng.uniform(0.01, 0.06))
@@ -37,7 +39,7 @@ class Singer:
         self.evenness = float(rng.uniform(0.4, 0.9))
         self.tilt = float(rng.uniform(-4, 5))  # dB per octave above 500 Hz: darker or brighter singing
 
-    def sing(self, notes, seconds):
+    def sing(self, notes: list[Note], seconds: float) -> np.ndarray:
         """Audio float32 [samples] of Notes, one syllable each."""
         frames = int(seconds * SAMPLE_RATE) // HOP + 1
         source, gain, pitch = self._plan(sorted(notes, key=lambda note: note.start), frames)
@@ -49,7 +51,7 @@ class Singer:
         voicing = self.voice.voicing[low].astype(np.float32)
         return self._synthesise(envelope.astype(np.float32), voicing, gain, pitch, int(seconds * SAMPLE_RATE))
 
-    def _plan(self, notes, frames):
+    def _plan(self, notes: list[Note], frames: int) -> tuple[np.ndarray, np.ndarray, np.ndarray]:
         """Per output frame the voice's frame (fractional), a gain and a pitch in semitones."""
         source, gain = np.zeros(frames), np.zeros(frames, np.float32)
         pitch = np.full(frames, notes[0].pitch if notes else 60, np.float32)
@@ -73,7 +75,7 @@ class Singer:
             pitch[begin:] = note.pitch
         return source, gain, pitch
 
-    def _intonation(self, pitch, gain):
+    def _intonation(self, pitch: np.ndarray, gain: np.ndarray) -> np.ndarray:
         """Glides between notes, vibrato that grows on held ones, and unsteadiness. Hz per frame."""
         rate = SAMPLE_RATE / HOP
         keep = float(np.exp(-1 / (self.portamento * rate)))
@@ -85,7 +87,7 @@ class Singer:
         drift = scipy.signal.lfilter([0.06], [1, -0.94], self.rng.standard_normal(len(pitch)))
         return 440 * 2 ** ((smooth + self.vibrato_depth * growth * np.sin(phase) + self.wobble * drift * 4 - 69) / 12)
 
-    def _excitation(self, frequency, samples):
+    def _excitation(self, frequency: np.ndarray, samples: int) -> np.ndarray:
         """Glottal pulses as white as noise, and where they fall follows the frequency. float32 [samples]."""
         grid = np.arange(samples)
         cycles = np.cumsum(np.interp(grid / HOP, np.arange(len(frequency)), frequency)) / SAMPLE_RATE
@@ -101,7 +103,8 @@ class Singer:
             np.add.at(pulses, places + tap + 4, weight.astype(np.float32))
         return pulses[4:samples + 4]
 
-    def _synthesise(self, envelope, voicing, gain, frequency, samples):
+    def _synthesise(self, envelope: np.ndarray, voicing: np.ndarray, gain: np.ndarray, frequency: np.ndarray,
+                    samples: int) -> np.ndarray:
         """Filters pulses and noise with the envelopes, frame by frame."""
         total = len(gain) * HOP + FFT
         pulses = self._excitation(frequency, total)
@@ -124,12 +127,12 @@ class Singer:
         return _overlap_add(scipy.fft.irfft(mixed, axis=-1) * WINDOW, samples)
 
 
-def seconds_end(note):
+def seconds_end(note: Note) -> float:
     """Seconds at which a note ends."""
     return note.start + note.length
 
 
-def _warp(count, first, nucleus, last):
+def _warp(count: int, first: int, nucleus: int, last: int) -> np.ndarray:
     """Frames of the voice for `count` frames of output: consonants at their speed, the vowel as long as needed."""
     ratio = HOP / SAMPLE_RATE / FRAME_SECONDS
     onset = min((nucleus - first) / ratio, 0.4 * count)
@@ -138,7 +141,7 @@ def _warp(count, first, nucleus, last):
     return np.interp(np.arange(count), [0, onset, count - coda, count], [first, nucleus, middle, last])
 
 
-def _overlap_add(rows, samples):
+def _overlap_add(rows: np.ndarray, samples: int) -> np.ndarray:
     """Frames [T, FFT] at their places, scaled for the window's overlap. float32 [samples]."""
     overlap = FFT // HOP
     padded = np.zeros((len(rows) + overlap - 1, HOP), np.float32)
@@ -148,7 +151,7 @@ def _overlap_add(rows, samples):
     return np.pad(audio, (0, max(0, samples - len(audio))))[:samples].astype(np.float32)
 
 
-def resample(audio, rate, speed=1.0):
+def resample(audio: np.ndarray, rate: int, speed: float = 1.0) -> np.ndarray:
     """Audio at 44.1 kHz; `speed` above 1 makes it shorter and higher, formants and all."""
     count = max(1, int(len(audio) * SAMPLE_RATE / rate / speed))
     padded = scipy.fft.next_fast_len(len(audio) + 512, real=True)
@@ -160,7 +163,7 @@ def resample(audio, rate, speed=1.0):
     return (scipy.fft.irfft(stretched, target) * (target / padded))[:count]
 
 
-def brighten(audio, edge, amount):
+def brighten(audio: np.ndarray, edge: float, amount: float) -> np.ndarray:
     """Adds what a narrow-band recording lacks above `edge` Hz: its upper half moved up, `amount` times as loud."""
     carrier = 2 * np.cos(np.pi * edge * np.arange(len(audio)) / SAMPLE_RATE).astype(np.float32)
     high = scipy.signal.butter(4, edge / 2, "highpass", fs=SAMPLE_RATE, output="sos")
@@ -169,7 +172,7 @@ def brighten(audio, edge, amount):
     return (audio + amount * upper).astype(np.float32)
 
 
-def speak(voice, song, seconds, rng):
+def speak(voice: Voice, song: Song, seconds: float, rng: np.random.Generator) -> np.ndarray:
     """Recorded or synthesised speech as a vocal stem: phrases of free speech, or syllables on the beat as in rap."""
     speed = float(rng.choice([1.0, rng.uniform(0.85, 1.2)]))
     out = np.zeros(int(seconds * SAMPLE_RATE), np.float32)
@@ -193,7 +196,7 @@ def speak(voice, song, seconds, rng):
     return brighten(out, edge, rng.uniform(0.1, 0.6)) if rng.random() < 0.5 else out
 
 
-def _next_start(song, now, length, rhythmic, step, rng):
+def _next_start(song: Song, now: float, length: float, rhythmic: bool, step: float, rng: np.random.Generator) -> float:
     """When the next piece of speech begins: soon after this one, or on the next step of the beat."""
     if not rhythmic:
         return now + length + rng.choice([0.05, 0.3, 1.2], p=[0.55, 0.3, 0.15])

@@ -8,6 +8,7 @@ voicing.npy (float16 [frames], 0 to 1), syllables.npy (int32 [n, 3]: first frame
 
 import json
 import subprocess
+from collections.abc import Callable
 from dataclasses import dataclass
 from pathlib import Path
 
@@ -26,7 +27,7 @@ LIFTER_SECONDS = 0.0016  # keeps formants, drops the harmonics of voices below 6
 MAX_SECONDS = 1500
 
 
-def _mel_points(count, top=20000.0):
+def _mel_points(count: int, top: float = 20000.0) -> np.ndarray:
     return 700 * (10 ** (np.linspace(0, 2595 * np.log10(1 + top / 700), count) / 2595) - 1)
 
 
@@ -71,21 +72,21 @@ class Voice:
     syllables: np.ndarray
 
 
-def _run(command, text=None):
-    result = subprocess.run(command, input=text, stdout=subprocess.PIPE, stderr=subprocess.PIPE, check=False)
+def _run(command: list[str], text: bytes | None = None) -> bytes:
+    result = subprocess.run(command, input=text, capture_output=True, check=False)
     if result.returncode != 0:
         raise RuntimeError(f"{command[0]} failed: {result.stderr.decode(errors='replace').strip()[-300:]}")
     return result.stdout
 
 
-def _decode(data, rate, seconds, form="wav"):
+def _decode(data: bytes, rate: int, seconds: int, form: str = "wav") -> np.ndarray:
     """The first seconds of a file's bytes (wav, or raw g722 or gsm) as float32 at a sample rate."""
     raw = _run(["ffmpeg", "-v", "error", "-f", form, "-i", "pipe:0", "-t", str(seconds), "-ac", "1", "-ar", str(rate),
                 "-f", "s16le", "pipe:1"], data)
     return np.frombuffer(raw, np.int16).astype(np.float32) / 32768
 
 
-def _recordings(pattern, rng, seconds):
+def _recordings(pattern: str, rng: np.random.Generator, seconds: int) -> tuple[np.ndarray, int]:
     """Files of a recorded voice in random order, concatenated, and their sample rate."""
     folder, _, rest = pattern.partition("*")
     files = sorted(path for path in Path(folder).glob("*" + rest) if "silence" not in str(path))
@@ -103,23 +104,23 @@ def _recordings(pattern, rng, seconds):
     return np.concatenate(parts).astype(np.float32) / 32768, rate
 
 
-def _lyrics(rng, lines):
+def _lyrics(rng: np.random.Generator, lines: int) -> str:
     return "\n".join(" ".join(rng.choice(WORDS, size=rng.integers(4, 9))) + "." for _ in range(lines))
 
 
-def _espeak(voice, rng, seconds):
+def _espeak(voice: str, rng: np.random.Generator, seconds: int) -> tuple[np.ndarray, int]:
     speed, pitch = int(rng.integers(120, 190)), int(rng.integers(30, 70))
     lyrics = _lyrics(rng, min(60, seconds))
     wav = _run(["espeak-ng", "-v", voice, "-s", str(speed), "-p", str(pitch), "--stdout"], lyrics.encode())
     return _decode(wav, 22050, seconds), 22050
 
 
-def _flite(voice, rng, seconds):
+def _flite(voice: str, rng: np.random.Generator, seconds: int) -> tuple[np.ndarray, int]:
     wav = _run(["flite", "-voice", voice, "-t", _lyrics(rng, min(45, seconds)), "-o", "/dev/stdout"])
     return _decode(wav, 16000, seconds), 16000
 
 
-def _shorten_silence(audio, rate):
+def _shorten_silence(audio: np.ndarray, rate: int) -> np.ndarray:
     """Level-normalised audio without the pauses longer than a quarter of a second."""
     frame = int(rate * FRAME_SECONDS)
     frames = audio[:len(audio) // frame * frame].reshape(-1, frame)
@@ -129,7 +130,7 @@ def _shorten_silence(audio, rate):
     return (frames[keep] * (0.12 / loud)).ravel()
 
 
-def _smoothing(count, rate):
+def _smoothing(count: int, rate: int) -> np.ndarray:
     """Matrix [count / 2 + 1, 64]: log spectrum to its cepstrally smoothed values at POINTS (a linear operation)."""
     cepstrum = scipy.fft.irfft(np.eye(count // 2 + 1), axis=-1)
     keep = int(rate * LIFTER_SECONDS)
@@ -139,7 +140,7 @@ def _smoothing(count, rate):
     return scipy.interpolate.interp1d(bins, smooth, axis=1)(np.minimum(POINTS, bins[-1])).astype(np.float32)
 
 
-def _smooth_log_spectrum(audio, rate):
+def _smooth_log_spectrum(audio: np.ndarray, rate: int) -> tuple[np.ndarray, np.ndarray]:
     """(log spectra at POINTS [frames, 64], autocorrelation voicing [frames])."""
     size, hop = int(rate * WINDOW_SECONDS) // 2 * 2, int(rate * FRAME_SECONDS)
     count = 1 << (2 * size - 1).bit_length()
@@ -158,7 +159,7 @@ def _smooth_log_spectrum(audio, rate):
     return envelope, periodic
 
 
-def _extend(envelope, voicing, rate):
+def _extend(envelope: np.ndarray, voicing: np.ndarray, rate: int) -> np.ndarray:
     """Continues the envelopes above what the recording holds: vowels fall faster than consonants."""
     edge = 0.92 * rate / 2
     last = int(np.searchsorted(POINTS, edge)) - 1
@@ -168,7 +169,7 @@ def _extend(envelope, voicing, rate):
     return envelope
 
 
-def _find_syllables(envelope, voicing):
+def _find_syllables(envelope: np.ndarray, voicing: np.ndarray) -> np.ndarray:
     """Stretches around the peaks of the loudness of the middle frequencies."""
     middle = (POINTS > 250) & (POINTS < 3000)
     loud = np.log(np.exp(envelope[:, middle]).mean(1) + 1e-6)
@@ -181,7 +182,7 @@ def _find_syllables(envelope, voicing):
     return np.array(rows, np.int32).reshape(-1, 3)
 
 
-def _analyse(folder, audio, rate, recorded):
+def _analyse(folder: Path, audio: np.ndarray, rate: int, recorded: bool) -> None:
     audio = _shorten_silence(audio, rate)
     envelope, lags = _smooth_log_spectrum(audio, rate)
     voicing = np.clip((lags - 0.45) / 0.35, 0, 1)
@@ -194,25 +195,26 @@ def _analyse(folder, audio, rate, recorded):
     (folder / "voice.json").write_text(json.dumps({"rate": rate, "recorded": recorded}))
 
 
-def prepare(material, role, seconds=MAX_SECONDS, seed=2026):
+def prepare(material: Path, role: str, seconds: int = MAX_SECONDS, seed: int = 2026) -> None:
     """Makes the voices of a role ("training" or "heldout") under the folder `material`, those that are not there yet.
 
     seconds: of each voice at most so much, at least 10.
     """
+    jobs: list[tuple[str, bool, Callable[[str, np.random.Generator, int], tuple[np.ndarray, int]], str]]
     jobs = [(name, True, _recordings, pattern) for name, pattern in RECORDED[role].items()]
     jobs += [("espeak-" + voice.replace("+", "-"), False, _espeak, voice) for voice in ESPEAK[role]]
     jobs += [("flite-" + voice, False, _flite, voice) for voice in FLITE[role]]
     for index, (name, recorded, make, argument) in enumerate(jobs):
-        folder = Path(material) / role / name
+        folder = material / role / name
         if not (folder / "voice.json").exists():
             rng = np.random.default_rng([seed, len(role), index])
             _analyse(folder, *make(argument, rng, seconds), recorded)
 
 
-def load(material, role):
+def load(material: Path, role: str) -> list[Voice]:
     """The prepared voices of a role, in order of their names."""
     voices = []
-    for folder in sorted((Path(material) / role).iterdir()):
+    for folder in sorted((material / role).iterdir()):
         about = json.loads((folder / "voice.json").read_text())
         arrays = [np.load(folder / f"{name}.npy", mmap_mode="r") for name in ARRAYS]
         voices.append(Voice(folder.name, about["rate"], about["recorded"], *arrays))
