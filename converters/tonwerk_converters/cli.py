@@ -6,12 +6,14 @@ import sys
 from collections.abc import Sequence
 from pathlib import Path
 
+from . import cascade, compact
 from .command import Command
 from .errors import ConversionError
 from .files import write_model
+from .live import convert as live
 from .spleeter import convert as spleeter
 
-COMMANDS: tuple[Command, ...] = (spleeter.COMMAND,)
+COMMANDS: tuple[Command, ...] = (spleeter.COMMAND, cascade.COMMAND, compact.COMMAND, live.COMMAND)
 
 
 def parser() -> argparse.ArgumentParser:

@@ -6,9 +6,9 @@ every 1,024 samples of 44.1 kHz sound; bins from 0 Hz up without the Nyquist bin
 4,096 samples under a periodic Blackman window.
 """
 
-from collections.abc import Mapping
+from collections.abc import Iterable, Mapping
 
-from onnx import TensorProto
+from onnx import ModelProto, TensorProto, ValueInfoProto
 
 from .errors import ConversionError
 from .graph import Graph
@@ -56,3 +56,26 @@ def close_graph(graph: Graph, stems: Mapping[str, str]) -> None:
         else:
             graph.zeros(SHAPE, name=f"{stem}_output")
         graph.output(f"{stem}_output", SHAPE)
+
+
+def require(model: ModelProto, what: str) -> None:
+    """Raises ConversionError if a model does not have the interface. what: how the sentence names the model."""
+    spectrum = (TensorProto.FLOAT, list(SHAPE))
+    inputs = {INPUT: spectrum, **{f"{stem}_flag": (TensorProto.BOOL, [1]) for stem in FLAGS}}
+    given = _types(model.graph.input, {tensor.name for tensor in model.graph.initializer})
+    results = _types(model.graph.output)
+    for name, wanted in (*inputs.items(), *((f"{stem}_output", spectrum) for stem in STEMS)):
+        found = (given if name in inputs else results).get(name)
+        if found is None:
+            raise ConversionError(f"{what} is no model of the library: it has no {name}.")
+        if found != wanted:
+            raise ConversionError(f"{what} is no model of the library: {name} is not {wanted[1]} of the right type.")
+    if extra := set(given) - set(inputs):
+        raise ConversionError(f"{what} is no model of the library: the input {sorted(extra)[0]} is one too many.")
+
+
+def _types(values: Iterable[ValueInfoProto], left_out: Iterable[str] = ()) -> dict[str, tuple[int, list[int]]]:
+    """Element type and shape of each value by name; an open size is 0."""
+    return {value.name: (value.type.tensor_type.elem_type,
+                         [size.dim_value for size in value.type.tensor_type.shape.dim])
+            for value in values if value.name not in set(left_out)}

@@ -11,6 +11,7 @@ from onnx import ModelProto, TensorProto, helper, numpy_helper
 
 OPSET = 17
 IR_VERSION = 8  # the one that belongs to this opset
+TABLE = "table_"  # how the names of numbers begin that are no weights
 
 Operand = str | ArrayLike  # a value of the graph by its name, or numbers that become a constant
 
@@ -34,6 +35,13 @@ class Graph:
     def output(self, name: str, shape: Sequence[int]) -> None:
         """Declares a value of the graph as an output of float32."""
         self.outputs.append(helper.make_tensor_value_info(name, TensorProto.FLOAT, shape))
+
+    def table(self, values: ArrayLike) -> str:
+        """Numbers that mean something by themselves, a transform's matrix or a window: whoever stores weights in fewer
+        bits leaves these as they are."""
+        self.constants.append(numpy_helper.from_array(np.array(values, np.float32, order="C"),
+                                                      f"{TABLE}{len(self.constants)}"))
+        return self.constants[-1].name
 
     def constant(self, values: ArrayLike, kind: DTypeLike = np.float32) -> str:
         """A constant array; float32 unless another kind is given."""

@@ -34,7 +34,7 @@ def blackman_to_hann(graph: Graph, spectrum: str, rows: int, bins: int = BINS) -
     padded = graph.concat(3, graph.add("Mul", mirror, signs), low)
     taps = 5 / 3 * 4.0 ** -np.abs(np.arange(-REACH, REACH + 1))
     images = graph.reshape(padded, PLANES, 1, rows, last + REACH)
-    smooth = graph.add("Conv", images, taps.reshape(1, 1, 1, -1), kernel_shape=[1, 2 * REACH + 1],
+    smooth = graph.add("Conv", images, graph.table(taps.reshape(1, 1, 1, -1)), kernel_shape=[1, 2 * REACH + 1],
                        pads=[0, 0, 0, bins + REACH - last])
     return graph.reshape(smooth, 1, PLANES, rows, bins)
 

@@ -2,133 +2,105 @@
 # SPDX-License-Identifier: MIT
 """Checkpoints of Spleeter, as TensorFlow writes them, become models that compute what the authors' networks compute."""
 
-import contextlib
-import io
-import sys
-import tempfile
 import unittest
-from pathlib import Path
 
 import numpy as np
 import onnx
-
-sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "converters"))
-import spleeter_reference as reference  # noqa: E402
-import tensorflow_files as files  # noqa: E402
-from session import Session  # noqa: E402
-from tonwerk_converters import cli, contract, crc32c  # noqa: E402
-from tonwerk_converters.errors import ConversionError  # noqa: E402
-from tonwerk_converters.passport import Passport  # noqa: E402
-from tonwerk_converters.spleeter.checkpoint import read_checkpoint  # noqa: E402
+import spleeter_reference as reference
+import tensorflow_files as files
+from support import TOLERANCE, ConverterTest, contract, error, frames_of_sound, planes, spectrum_of, stems_of
+from tonwerk_converters import crc32c
+from tonwerk_converters.errors import ConversionError
+from tonwerk_converters.passport import Passport
+from tonwerk_converters.spleeter.checkpoint import read_checkpoint
 
 NAMES = {2: {0: "vocals"}, 4: {0: "vocals", 1: "drum", 2: "bass"}, 5: {0: "vocals", 1: "piano", 2: "drum", 3: "bass"}}
-SILENT_ROWS = 20
-TOLERANCE = 1e-4  # of the largest value
+LIVE_ROWS = 64
 
 
-def frames_of_sound() -> np.ndarray:
-    """Frames [256, 4096, 2] of noise whose spectrum falls like music's, after silence."""
-    random = np.random.default_rng(5)
-    noise = np.fft.rfft(random.standard_normal((contract.FRAMES * contract.HOP + contract.FFT_SIZE, 2)), axis=0)
-    sound = np.fft.irfft(noise / (200 + np.arange(len(noise))[:, None]) ** 0.7, axis=0)
-    sound[:SILENT_ROWS * contract.HOP + contract.FFT_SIZE] = 0
-    starts = contract.HOP * np.arange(contract.FRAMES)[:, None]
-    return sound[starts + np.arange(contract.FFT_SIZE)]
-
-
-def spectrum_of(frames: np.ndarray) -> np.ndarray:
-    """What the library gives a model for such frames, in double precision: [2 channels, 256, 2048] complex."""
-    angles = 2 * np.pi * np.arange(contract.FFT_SIZE) / contract.FFT_SIZE
-    blackman = 0.42 - 0.5 * np.cos(angles) + 0.08 * np.cos(2 * angles)
-    return np.fft.rfft(frames * blackman[:, None], axis=1)[:, :contract.BINS].transpose(2, 0, 1)
-
-
-def planes(spectrum: np.ndarray) -> np.ndarray:
-    return np.stack([spectrum.real, spectrum.imag], axis=1).reshape(contract.SHAPE).astype(np.float32)
-
-
-def convert(*arguments: str | Path) -> tuple[int, str]:
-    """Runs the command; returns its status and what it wrote to standard error."""
-    with contextlib.redirect_stderr(io.StringIO()) as errors, contextlib.redirect_stdout(io.StringIO()):
-        status = cli.main([str(argument) for argument in arguments])
-    return status, errors.getvalue()
-
-
-class Folder(unittest.TestCase):
+class SpleeterTest(ConverterTest):
     def setUp(self):
-        scratch = tempfile.TemporaryDirectory()
-        self.addCleanup(scratch.cleanup)
-        self.folder = Path(scratch.name)
+        super().setUp()
         self.checkpoint = self.folder / "checkpoint"
-        self.model = self.folder / "model.onnx"
 
-
-class Networks(Folder):
-    def convert(self, stems: int, seed: int) -> tuple[dict[str, np.ndarray], onnx.ModelProto]:
+    def write_networks(self, stems: int, seed: int) -> dict[str, np.ndarray]:
         variables = reference.random_variables(stems, seed)
         files.write_checkpoint(self.checkpoint, variables)
-        status, errors = convert("spleeter", self.checkpoint, "-o", self.model)
-        self.assertEqual((status, errors), (0, ""))
-        return variables, onnx.load(str(self.model))
+        return variables
 
+
+class Networks(SpleeterTest):
     def test_stems_are_those_of_the_networks_in_double_precision(self):
         frames = frames_of_sound()
         spectrum = spectrum_of(frames)
         for stems, names in NAMES.items():
             with self.subTest(stems=stems):
-                variables, model = self.convert(stems, seed=stems)
-                session = Session(model)
-                results = session.run(unified_input=planes(spectrum))
-                session.close()
+                variables = self.write_networks(stems, seed=stems)
+                model = self.converted("spleeter", self.checkpoint)
+                results, = stems_of(model, planes(spectrum))
                 masks = reference.masks(variables, stems, frames).transpose(0, 3, 1, 2)
                 for number, name in names.items():
-                    expected = planes(masks[number] * spectrum)
-                    error = np.abs(results[f"{name}_output"] - expected).max() / np.abs(expected).max()
-                    self.assertLess(error, TOLERANCE, name)
+                    self.assertLess(error(results[name], planes(masks[number] * spectrum)), TOLERANCE, name)
                 for name in set(contract.STEMS) - set(names.values()):
-                    self.assertFalse(results[f"{name}_output"].any(), name)
+                    self.assertFalse(results[name].any(), name)
                 passport = Passport.read(model)
                 self.assertEqual(set(passport.stems), set(names.values()))
                 self.assertEqual(len(passport.converted_from), 2)
 
+    def test_a_live_model_works_as_if_there_were_only_its_rows(self):
+        frames = frames_of_sound()
+        variables = self.write_networks(4, seed=6)
+        whole = self.folder / "whole.onnx"
+        self.assertEqual(self.convert("spleeter", self.checkpoint)[0], 0)
+        self.model.rename(whole)
+        model = self.converted("live", whole, "--rows", LIVE_ROWS)
+        results, = stems_of(model, planes(spectrum_of(frames)))
+        newest = frames[-LIVE_ROWS:]
+        masks = reference.masks(variables, 4, newest).transpose(0, 3, 1, 2)
+        for number, name in NAMES[4].items():
+            self.assertFalse(results[name][:, :, :-LIVE_ROWS].any())
+            expected = planes(masks[number] * spectrum_of(newest))
+            self.assertLess(error(results[name][:, :, -LIVE_ROWS:], expected), TOLERANCE, name)
+        self.assertEqual(Passport.read(model).rows, LIVE_ROWS)
+        self.model.rename(whole)
+        self.assert_refused("already computes its newest 64 rows only", "live", whole, "--rows", 32)
+
     def test_level_does_not_matter_and_nothing_gives_nan(self):
-        _, model = self.convert(2, seed=9)
-        session = Session(model)
+        self.write_networks(2, seed=9)
         spectrum = planes(spectrum_of(frames_of_sound()))
-        plain = session.run(unified_input=spectrum)["vocals_output"]
-        peak = np.abs(plain).max()
-        self.assertGreater(peak, 0)
-        for decibels in (-60, -20, 20):
-            factor = np.float32(10 ** (decibels / 20))
-            result = session.run(unified_input=spectrum * factor)["vocals_output"] / factor
-            self.assertLess(np.abs(result - plain).max() / peak, TOLERANCE, f"{decibels} dB")
-        self.assertFalse(session.run(unified_input=np.zeros(contract.SHAPE, np.float32))["vocals_output"].any())
-        square = np.sign(np.sin(np.arange(contract.FFT_SIZE) / 9.0))[None, :, None] * np.ones((256, 1, 2))
+        square = np.sign(np.sin(np.arange(contract.FFT_SIZE) / 9.0))[None, :, None] * np.ones((contract.FRAMES, 1, 2))
         broken = spectrum.copy()
         broken[0, :, 40] = np.nan
         broken[0, 0, 50, :9] = np.inf
-        for given in (planes(spectrum_of(square)), broken, spectrum * np.float32(1e-35), spectrum * np.float32(1e15)):
-            self.assertTrue(np.isfinite(session.run(unified_input=given)["vocals_output"]).all())
-        session.close()
+        factors = [np.float32(10 ** (decibels / 20)) for decibels in (-60, -20, 20)]
+        plain, silent, *others = (
+            results["vocals"] for results in stems_of(
+                self.converted("spleeter", self.checkpoint), spectrum, np.zeros_like(spectrum),
+                *(spectrum * factor for factor in factors), planes(spectrum_of(square)), broken,
+                spectrum * np.float32(1e-35), spectrum * np.float32(1e15)))
+        self.assertTrue(plain.any())
+        self.assertFalse(silent.any())
+        for factor, result in zip(factors, others):
+            self.assertLess(error(result / factor, plain), TOLERANCE, f"at {factor}")
+        for result in others:
+            self.assertTrue(np.isfinite(result).all())
 
     def test_the_same_checkpoint_gives_the_same_bytes(self):
-        self.convert(2, seed=3)
+        self.write_networks(2, seed=3)
+        self.converted("spleeter", self.checkpoint)
         first = self.model.read_bytes()
-        self.convert(2, seed=3)
+        self.converted("spleeter", self.checkpoint)
         self.assertEqual(self.model.read_bytes(), first)
 
     def test_options_decide_where_the_number_of_stems_does_not(self):
-        files.write_checkpoint(self.checkpoint, reference.random_variables(3, seed=1))
-        status, errors = convert("spleeter", self.checkpoint, "-o", self.model)
-        self.assertEqual(status, 1)
-        self.assertIn("--stems", errors)
-        status, _ = convert("spleeter", self.checkpoint, "--stems", "bass,other,drums", "--activation", "leaky",
-                            "--output-layer", "softmax", "-o", self.model)
-        self.assertEqual(status, 0)
-        self.assertEqual(Passport.read(onnx.load(str(self.model))).stems, ["drum", "bass"])
+        self.write_networks(3, seed=1)
+        self.assert_refused("--stems", "spleeter", self.checkpoint)
+        model = self.converted("spleeter", self.checkpoint, "--stems", "bass,other,drums", "--activation", "leaky",
+                               "--output-layer", "softmax")
+        self.assertEqual(Passport.read(model).stems, ["drum", "bass"])
 
 
-class Checkpoints(Folder):
+class Checkpoints(SpleeterTest):
     VARIABLES = {f"layer_{number}/kernel": np.full((number, 3), number, np.float32) for number in range(1, 101)}
 
     def write(self, **altered: bytes) -> None:
@@ -204,18 +176,13 @@ class Checkpoints(Folder):
                                                  -np.ones_like(good["batch_normalization_3/gamma"])}}
         for words, change in wrong.items():
             files.write_checkpoint(self.checkpoint, {**good, **change})
-            status, errors = convert("spleeter", self.checkpoint, "-o", self.model)
-            self.assertEqual(status, 1)
-            self.assertIn(words, errors)
-            self.assertFalse(self.model.exists())
+            self.assert_refused(words, "spleeter", self.checkpoint)
         for missing, words in (("batch_normalization_20/beta", "no variable batch_normalization_20/beta"),
                                ("conv2d_transpose_3/kernel", "does not hold U-Nets")):
             files.write_checkpoint(self.checkpoint, {key: value for key, value in good.items() if key != missing})
-            status, errors = convert("spleeter", self.checkpoint, "-o", self.model)
-            self.assertEqual(status, 1)
-            self.assertIn(words, errors)
-        for path in (self.folder / "nowhere", self.folder):
-            self.assertEqual(convert("spleeter", path, "-o", self.model)[0], 1)
+            self.assert_refused(words, "spleeter", self.checkpoint)
+        self.assert_refused("no folder", "spleeter", self.folder / "nowhere")
+        self.assert_refused("has no checkpoints", "spleeter", self.folder)
 
 
 if __name__ == "__main__":

@@ -57,8 +57,8 @@ def at_usual_level(graph: Graph, magnitudes: str) -> str:
     loudest = graph.add("Max", graph.add("ReduceMax", rows, axes=[2], keepdims=1), SMALLEST_LEVEL)
     relative = graph.add("Div", rows, loudest)
     is_loud = graph.add("Cast", graph.add("Greater", relative, QUIET_ROW), to=TensorProto.FLOAT)
-    count = graph.add("Max", graph.sum(is_loud, 2, keep=True), 1.0)
-    mean = graph.add("Div", graph.sum(graph.add("Mul", relative, is_loud), 2, keep=True), count)
+    share = graph.add("Max", graph.mean(is_loud, 2, keep=True), 0.5 / contract.FRAMES)
+    mean = graph.add("Div", graph.mean(graph.add("Mul", relative, is_loud), 2, keep=True), share)
     level = graph.add("Max", graph.add("Mul", mean, loudest), SMALLEST_LEVEL)
     return graph.add("Mul", magnitudes, graph.add("Div", MEAN_MAGNITUDE, level))
 

@@ -13,8 +13,9 @@ from typing import Any
 import numpy as np
 import onnx
 
-RUNTIME = Path(os.environ.get("TONWERK_RUNTIME", Path(__file__).resolve().parents[2] /
-                              ".deps/runtime/linux/libonnxruntime_pelagrin.so"))
+NAME = "libonnxruntime_pelagrin.so"
+ROOT = Path(__file__).resolve().parents[2]
+PLACES = (ROOT / ".deps/runtime/linux", ROOT / "lib")  # in the repository, and in a package
 API_VERSION = 16  # the table only ever grows at its end, so any later runtime gives it too
 
 # Places in the table OrtApi (onnxruntime_c_api.h).
@@ -23,6 +24,13 @@ ENABLE_PROFILING, SET_INTRA_OP_THREADS, CREATE_TENSOR, CREATE_CPU_MEMORY_INFO = 
 RELEASE_ENV, RELEASE_MEMORY_INFO, RELEASE_SESSION, RELEASE_VALUE, RELEASE_OPTIONS = 92, 94, 95, 96, 100
 ELEMENTS = {np.dtype(np.float32): 1, np.dtype(np.bool_): 9}
 WARNING = 2
+
+
+def find_runtime() -> Path | None:
+    """The runtime's library, or None: the one that TONWERK_RUNTIME names, else where this project keeps it."""
+    named = os.environ.get("TONWERK_RUNTIME")
+    places = [Path(named)] if named else [place / NAME for place in PLACES]
+    return next((place for place in places if place.is_file()), None)
 
 
 class _ApiBase(ctypes.Structure):
@@ -39,12 +47,15 @@ class Session:
     """One model, ready to run: its inputs float32 or bool, its outputs float32, all shapes fixed."""
 
     def __init__(self, model: onnx.ModelProto, threads: int = 2, profile: str | None = None) -> None:
-        self.library = ctypes.CDLL(str(RUNTIME))
+        runtime = find_runtime()
+        if runtime is None:
+            raise RuntimeError(f"There is no ONNX Runtime ({NAME}) to run models on; scripts/fetch-deps.sh fetches it.")
+        self.library = ctypes.CDLL(str(runtime))
         self.library.OrtGetApiBase.restype = ctypes.POINTER(_ApiBase)
         table = self.library.OrtGetApiBase().contents.getApi(API_VERSION)
         self.functions = ctypes.cast(table, ctypes.POINTER(ctypes.c_void_p))
         self.environment, self.memory, self.session = (ctypes.c_void_p() for _ in range(3))
-        self._call(CREATE_ENV, WARNING, b"tests", ctypes.byref(self.environment))
+        self._call(CREATE_ENV, WARNING, b"converters", ctypes.byref(self.environment))
         self._call(CREATE_CPU_MEMORY_INFO, 0, -1, ctypes.byref(self.memory))
         options = ctypes.c_void_p()
         self._call(CREATE_SESSION_OPTIONS, ctypes.byref(options))
