@@ -15,6 +15,8 @@ from onnx import TensorProto
 from torch import nn
 
 from ..data import bands
+from ..data.chunkstore import STEMS
+from ..data.stft import SAMPLE_RATE
 from .graph import Graph
 from .network import (
     CLASSES,
@@ -38,6 +40,18 @@ LARGEST_LOGIT = 30.0  # exp() of more is never needed and of a lot more overflow
 EXPANDED = 16  # bands at a time that are repeated for their bins
 MASK_SCALE = 1 - 1e-6  # so that six masks do not add up to more than 1 by rounding
 
+# What the file says of itself; check-model and receipts show it.
+METADATA = {
+    "tonwerk.name": "tonwerk-small",
+    "tonwerk.license": "MIT",
+    "tonwerk.authors": "The tonwerk authors",
+    "tonwerk.source": "training/ of the tonwerk project",
+    "tonwerk.training_data": "Songs written and rendered by a program, with sounds from Debian's packages that are "
+                             "listed with their licences in training/SOURCES.md; attribution in models/README.md.",
+    "tonwerk.stems": "; ".join(STEMS),
+    "tonwerk.sample_rate": str(SAMPLE_RATE),
+}
+
 
 def load_network(path: Path) -> tuple[MaskNetwork, float, int]:
     """The averaged network of a checkpoint, ready to run, and the minutes and steps of its training."""
@@ -56,7 +70,7 @@ def export(network: MaskNetwork, description: str) -> onnx.ModelProto:
     with torch.no_grad():
         logits = _network(graph, network, _features(graph, spectrum))
     _apply(graph, spectrum, _masks(graph, logits))
-    return graph.model("tonwerk_masks", description)
+    return graph.model("tonwerk_masks", description, METADATA)
 
 
 def _features(graph: Graph, spectrum: str) -> str:

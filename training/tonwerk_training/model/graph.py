@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: MIT
 """Writes ONNX graphs node by node: the file then holds what is meant and no more, and the same bytes every time."""
 
-from collections.abc import Sequence
+from collections.abc import Mapping, Sequence
 from typing import Any
 
 import numpy as np
@@ -63,10 +63,11 @@ class Graph:
         """The sum over one axis, which goes."""
         return self.add("ReduceSum", value, self.constant([axis], np.int64), keepdims=0)
 
-    def model(self, name: str, description: str) -> onnx.ModelProto:
-        """The finished model, checked."""
+    def model(self, name: str, description: str, metadata: Mapping[str, str]) -> onnx.ModelProto:
+        """The finished model, checked. metadata: what the file says of itself, by key."""
         graph = helper.make_graph(self.nodes, name, self.inputs, self.outputs, self.constants)
         model = helper.make_model(graph, producer_name="tonwerk", ir_version=IR_VERSION, doc_string=description,
                                   opset_imports=[helper.make_opsetid("", OPSET)])
+        helper.set_model_props(model, dict(metadata))
         onnx.checker.check_model(model, full_check=True)
         return model
