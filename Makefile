@@ -3,7 +3,7 @@
 #
 #   make build      the library and tonwerk-separate for Linux, in build/linux
 #   make windows    the same for Windows, in build/windows
-#   make package    the SDK for both, in build/package
+#   make package    the SDK for both, in build/package (DIRECTML=0 leaves DirectML.dll out)
 #   make demo       split a piece of music into stems, in build/demo
 #   make test       all tests: native, native with sanitizers, and the Windows build under Wine
 #   make lint       formatting and static analysis
@@ -47,10 +47,14 @@ windows:
 	@$(call configured,mingw-release)
 	$(call compile,mingw-release) --target products
 
+# DirectML.dll is under Microsoft's own terms.
+DIRECTML ?= 1
+
 package:
 	tools/setup.sh native fetch windows test
 	tools/fetch-deps.sh
-	@$(foreach preset,linux-release mingw-release,$(call configured,$(preset)) &&) true
+	@$(call configured,linux-release)
+	cmake --preset mingw-release -DTONWERK_DIRECTML=$(if $(filter 0,$(DIRECTML)),OFF,ON)
 	$(call compile,linux-release) --target sdk
 	$(call compile,mingw-release) --target sdk
 

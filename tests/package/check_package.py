@@ -68,18 +68,43 @@ def unpacked(folder):
     return next(home.iterdir())
 
 
+OURS = re.compile(r"(lib)?tonwerk[-_]\w+\.(so|dll)|tonwerk-separate(\.exe)?")
+
+
+def is_for_this_package(package, row):
+    """Whether a row of the table of licences speaks of what is in here: some files may be left out."""
+    files = re.findall(r"`([\w.+-]+\.dll)`", row)
+    return "Windows only" not in row or (WINDOWS and (not files or (package / "bin" / files[0]).exists()))
+
+
+def check_every_binary_has_its_licence(package):
+    """Ours fall under LICENSE; each other one is named by a row of the table that names texts."""
+    require("MIT License" in (package / "LICENSE").read_text(), "The package lacks its own licence.")
+    require("MIT License" in (package / "models/LICENSE").read_text(), "The default model lacks its licence.")
+    rows = re.findall(r"^\|.*\|$", (package / "THIRD-PARTY.md").read_text(), re.MULTILINE)
+    binaries = [path.name for path in package.rglob("*")
+                if path.is_file() and path.read_bytes()[:4] in (b"\x7fELF", b"MZ\x90\x00")]
+    require(len(binaries) >= 4, "There are hardly any binaries:", binaries)
+    for name in binaries:
+        texts = [text for row in rows if f"`{name}`" in row for text in re.findall(r"`([\w.-]+\.txt)`", row)]
+        require(OURS.fullmatch(name) or texts, f"THIRD-PARTY.md names no licence text for {name}.")
+
+
 def check_licences(package):
     """Each licence of the table is there, and no other; each pinned version is named."""
     table = (package / "THIRD-PARTY.md").read_text()
     named = {name for row in re.findall(r"^\|.*\|$", table, re.MULTILINE)
-             if WINDOWS or "Windows only" not in row for name in re.findall(r"`([\w.-]+\.txt)`", row)}
-    present = {path.name for path in (package / "licenses").iterdir()}
+             if is_for_this_package(package, row) for name in re.findall(r"`([\w.-]+\.txt)`", row)}
+    present = {path.name for folder in ("licenses", "bin") for path in (package / folder).glob("*.txt")}
     require(named == present and named, "licences named but missing, or present but not named:", named ^ present)
-    pins = re.findall(r"^(?:trixie|bookworm) +\S+ +(\S+)", (SOURCES / "tools/fetch-deps.sh").read_text(), re.MULTILINE)
+    fetched = (SOURCES / "tools/fetch-deps.sh").read_text()
+    pins = re.findall(r"^(?:trixie|bookworm) +\S+ +(\S+)", fetched, re.MULTILINE)
     require(len(pins) > 5, "The pinned versions cannot be read.")
     for pin in pins:
         version = re.match(r"(?:0\.0~git)?([0-9]+(?:\.[0-9]+\b)*)", pin)[1]
         require(f"| {version} |" in table, f"THIRD-PARTY.md does not name version {version}.")
+    runtime = re.search(r"^onnxruntimePack='onnxruntime-node@([\d.]+)'", fetched, re.MULTILINE)[1]
+    require(f"`onnxruntime-directml` {runtime}" in table, f"The runtime's texts are not those of version {runtime}.")
 
 
 def check_no_path_of_this_machine(package):
@@ -152,6 +177,7 @@ def main():
         check_same_archive_from_same_files(folder)
         package = unpacked(folder)
         check_licences(package)
+        check_every_binary_has_its_licence(package)
         check_no_path_of_this_machine(package)
         if WINDOWS:
             check_version_resources(package)
