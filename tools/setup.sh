@@ -15,8 +15,8 @@ declare -A packages=(
     # parallel is the batch example of docs/separate.md.
     [test]="binutils parallel python3 python3-numpy python3-onnx python3-pefile unzip"
     # The report page is tested in it.
-    [browser]="chromium chromium-driver"
-    [lint]="clang-format clang-tidy"
+    [browser]="chromium chromium-driver python3-selenium"
+    [lint]="clang-format clang-tidy python3 python3-venv python3-numpy"
     [fuzz]="clang libclang-rt-14-dev llvm"
     [deep]="valgrind"
     [peers]="python3 python3-numpy python3-scipy python3-torch"

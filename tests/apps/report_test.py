@@ -18,7 +18,7 @@ from pathlib import Path
 
 import numpy as np
 
-from webdriver import Browser
+from browser import Browser
 
 RATE = 44100
 SECONDS = 12
