@@ -80,7 +80,7 @@ else()
     set(packageName "tonwerk-${PROJECT_VERSION}-linux-x64.tar.gz")
 endif()
 add_custom_target(sdk
-    COMMAND "${TONWERK_PYTHON}" "${PROJECT_SOURCE_DIR}/tools/make_package.py" "${CMAKE_BINARY_DIR}"
+    COMMAND "${TONWERK_PYTHON}" "${PROJECT_SOURCE_DIR}/tools/make_package.py" "${PROJECT_BINARY_DIR}"
         "${PROJECT_SOURCE_DIR}/build/package/${packageName}"
     DEPENDS products
     VERBATIM USES_TERMINAL)

@@ -23,13 +23,13 @@ find_path(resamplerFolder CDSPResampler.h PATH_SUFFIXES r8brain r8brain-free-src
 find_package(boost_hash2 CONFIG REQUIRED)
 
 # Our sources name stb's headers as Debian does.
-file(WRITE "${CMAKE_BINARY_DIR}/vcpkg/stb/stb_vorbis.h" "#include <stb_vorbis.c>\n")
-file(WRITE "${CMAKE_BINARY_DIR}/vcpkg/stb/stb_image_write.h" "#include <stb_image_write.h>\n")
+file(WRITE "${PROJECT_BINARY_DIR}/vcpkg/stb/stb_vorbis.h" "#include <stb_vorbis.c>\n")
+file(WRITE "${PROJECT_BINARY_DIR}/vcpkg/stb/stb_image_write.h" "#include <stb_image_write.h>\n")
 
 target_link_libraries(tonwerk_deps INTERFACE
     CLI11::CLI11 nlohmann_json::nlohmann_json plog::plog xtensor Boost::hash2)
 target_include_directories(tonwerk_deps SYSTEM INTERFACE
-    "${miniaudioFolder}" "${stbFolder}" "${CMAKE_BINARY_DIR}/vcpkg")
+    "${miniaudioFolder}" "${stbFolder}" "${PROJECT_BINARY_DIR}/vcpkg")
 
 find_path(pffftFolder pffft.h PATH_SUFFIXES pffft REQUIRED)
 add_library(pffft INTERFACE)
