@@ -6,7 +6,7 @@
 #   make package    the SDK for both, in build/package (DIRECTML=0 leaves DirectML.dll out)
 #   make demo       split a piece of music into stems, in build/demo
 #   make test       all tests: native, native with sanitizers, and the Windows build under Wine
-#   make lint       formatting and static analysis
+#   make lint       formatting and static analysis, of the C++ and of the Python
 #   make format     format the sources
 #   make bench      measure the pipeline against the cost of its transforms, and the memory of a stream (BENCH_OUT=DIR)
 #   make fuzz       fuzz each target for MINUTES=1
@@ -80,9 +80,12 @@ test:
 lint:
 	tools/setup.sh native fetch lint
 	tools/fetch-deps.sh
+	tools/python-env.sh lint
 	@$(call configured,linux-release)
 	clang-format --dry-run -Werror $(SOURCES)
 	tools/tidy.sh build/cmake/linux-release $(JOBS)
+	.deps/python/lint/bin/ruff check
+	.deps/python/lint/bin/mypy --python-executable $(PYTHON)
 
 format:
 	tools/setup.sh lint
