@@ -42,7 +42,7 @@ const std::string& defaultModel()
 
 void bareSession(benchmark::State& state, const std::string& (*model)())
 {
-    Ort::InitApi(loadRuntimeApi());
+    openRuntimeLibrary();
     for (auto _ : state)
     {
         const Ort::Env env(ORT_LOGGING_LEVEL_WARNING, "");

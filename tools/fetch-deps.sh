@@ -143,14 +143,17 @@ fetchPack() {
 
 fetchRuntime() {
     local binaries=package/bin/napi-v3 stamp
-    stamp=$(stampOf runtime "$onnxruntimePack" "$onnxruntimeHash")
+    stamp=$(stampOf runtime soname "$onnxruntimePack" "$onnxruntimeHash")
     [ ! -e "$stamp" ] || return 0
+    command -v patchelf >/dev/null || fail "patchelf is missing (run tools/setup.sh fetch)."
     fetchPack "$onnxruntimePack" "$onnxruntimeHash" \
         $binaries/linux/x64/libonnxruntime.so.1 $binaries/win32/x64/onnxruntime.dll $binaries/win32/x64/DirectML.dll
     mkdir -p "$work/npm/runtime/linux" "$work/npm/runtime/windows"
     mv "$work/npm/$binaries/linux/x64/libonnxruntime.so.1" "$work/npm/runtime/linux/libonnxruntime_pelagrin.so"
     mv "$work/npm/$binaries/win32/x64/onnxruntime.dll" "$work/npm/runtime/windows/onnxruntime_pelagrin.dll"
     mv "$work/npm/$binaries/win32/x64/DirectML.dll" "$work/npm/runtime/windows/DirectML.dll"
+    # By its maker's name Linux would also hand it to every plug-in in the process that brings ONNX Runtime itself.
+    quietly patchelf --set-soname libonnxruntime_pelagrin.so "$work/npm/runtime/linux/libonnxruntime_pelagrin.so"
     rm -rf "$deps/runtime"
     mv "$work/npm/runtime" "$deps/runtime"
     touch "$stamp"

@@ -9,7 +9,8 @@ set -euo pipefail
 
 declare -A packages=(
     [native]="g++ cmake ninja-build googletest python3-minimal"
-    [fetch]="ca-certificates debian-archive-keyring"
+    # patchelf gives the fetched runtime a name of its own.
+    [fetch]="ca-certificates debian-archive-keyring patchelf"
     # clang, lld and llvm link the DLL (delayed loading needs lld); wine runs the Windows tests.
     [windows]="g++-mingw-w64-x86-64-posix clang lld llvm wine wine64"
     # parallel is the batch example of docs/separate.md.

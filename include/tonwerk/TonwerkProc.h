@@ -164,12 +164,14 @@ class InferenceContext
 {
 public:
     /// Loads the model, on the last of the execution providers DirectML, CUDA and ROCm that takes it,
-    /// otherwise on the CPU. Loads the inference runtime on first use: from the folder of this library,
-    /// otherwise from the system's library folders, never from the current directory. \throws
-    /// std::runtime_error if the runtime cannot be loaded or is older than 1.21; the text names the
+    /// otherwise on the CPU. The first context loads the inference runtime for the whole process: from the
+    /// folder of this library; if it cannot be loaded from there, from where the system looks for libraries;
+    /// never from the current directory.
+    /// \throws std::runtime_error if the runtime cannot be loaded or is older than 1.21; the text names the
     ///         file, where it was looked for and the system's reason
     /// \throws std::exception (the runtime's own exception) if the bytes are no model that the runtime
-    /// accepts \throws std::bad_alloc
+    ///         accepts
+    /// \throws std::bad_alloc
     TONWERK_API explicit InferenceContext(ModelData model);
 
     /// Takes over the model of `other`, which is left empty: good only to be assigned to or destroyed.

@@ -209,8 +209,7 @@ std::shared_ptr<IInference> makeInferenceBackend(const void* model, std::size_t 
                                                  const std::vector<std::string>& outputNames,
                                                  const std::string& providerName)
 {
-    // Once per process would do; asking again lets a host that mended a missing runtime try again.
-    Ort::InitApi(loadRuntimeApi());
+    openRuntimeLibrary();
     return std::make_shared<InferenceONNXImplMultiStem>(model, size, inputNames, outputNames, providerName);
 }
 

@@ -3,17 +3,12 @@
 
 #include <stdexcept>
 
-const OrtApi* runtimeApi(const RuntimeLibrary& library)
+void useRuntime(const RuntimeLibrary& library)
 {
     const OrtApi* api = library.apiBase->GetApi(ORT_API_VERSION);
     if (api == nullptr)
         throw std::runtime_error("The inference runtime " + library.location + " is version " +
                                  library.apiBase->GetVersionString() + ", but version 1." +
                                  std::to_string(ORT_API_VERSION) + " or newer is needed");
-    return api;
-}
-
-const OrtApi* loadRuntimeApi()
-{
-    return runtimeApi(openRuntimeLibrary());
+    Ort::InitApi(api);
 }

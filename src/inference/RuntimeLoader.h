@@ -9,27 +9,32 @@
 
 #include "inference/OrtApi.h"
 
-/// The loaded runtime library; it stays loaded for the rest of the process.
+/// The loaded runtime library.
 struct RuntimeLibrary
 {
     const OrtApiBase* apiBase; ///< never null
     std::string location;      ///< where the file was found, UTF-8
 };
 
-/// Loads the runtime library: from the folder of the module that contains this code, so that another copy on
-/// the machine cannot take its place, otherwise from the system's library folders, never from the current
-/// directory. \throws std::runtime_error naming the file, where it was looked for, and the system's reason
-RuntimeLibrary openRuntimeLibrary();
+/// Loads the runtime library and hands its function table to the wrapper classes of namespace Ort.
+///
+/// It is loaded from the folder of the module that contains this code, so that another copy on the machine
+/// cannot take its place; if it cannot be loaded from there, from where the system looks for libraries. That
+/// is never the current directory. On Windows it is the host program's folder, the system's, and what the
+/// host gave to AddDllDirectory; on Linux the folders of LD_LIBRARY_PATH, unless one of them is relative, and
+/// the system's.
+///
+/// The first library that can be used is that of the process: it stays loaded, and later calls look for
+/// nothing. A failure is not kept.
+/// \throws std::runtime_error naming the file, where it was looked for, and the system's reason; also if the
+///         library is too old for the API version that this code was written for
+const RuntimeLibrary& openRuntimeLibrary();
 
 /// The same, but looks in `folder` first.
-RuntimeLibrary openRuntimeLibrary(const std::filesystem::path& folder);
+const RuntimeLibrary& openRuntimeLibrary(const std::filesystem::path& folder);
 
-/// The library's function table for the API version that this code was written for.
-/// \throws std::runtime_error if the library is too old to have that version
-const OrtApi* runtimeApi(const RuntimeLibrary& library);
-
-/// Loads the runtime library and returns its function table for the API version that this code was written
-/// for. \throws std::runtime_error as openRuntimeLibrary, and if the library is too old to have that version
-const OrtApi* loadRuntimeApi();
+/// Hands the function table of a loaded library to the wrapper classes.
+/// \throws std::runtime_error if the library is too old to have one
+void useRuntime(const RuntimeLibrary& library);
 
 #endif // TONWERK_INFERENCE_RUNTIMELOADER_H

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 
 #include "inference/RuntimeLoader.h"
 
@@ -50,24 +52,31 @@ std::wstring modulePath(HMODULE module)
 std::wstring ownFolder()
 {
     HMODULE module = nullptr;
-    RuntimeLibrary (*code)() = &openRuntimeLibrary;
+    std::wstring (*code)() = &ownFolder;
     GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
                        reinterpret_cast<LPCWSTR>(code), &module);
     const std::wstring path = modulePath(module);
     return path.substr(0, path.find_last_of(L"\\/"));
 }
 
-HMODULE openLibrary(const std::wstring& folder)
+struct FreeModule
+{
+    void operator()(HMODULE module) const { FreeLibrary(module); }
+};
+
+using ModuleHandle = std::unique_ptr<std::remove_pointer_t<HMODULE>, FreeModule>;
+
+ModuleHandle openLibrary(const std::wstring& folder)
 {
     // The runtime's own dependencies are looked for beside it too, before the system's copies.
     if (HMODULE module = LoadLibraryExW((folder + L"\\" + fileName).c_str(), nullptr,
                                         LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS))
-        return module;
+        return ModuleHandle(module);
     const std::string reason = reasonText(GetLastError());
     if (HMODULE module = LoadLibraryExW(fileName, nullptr, LOAD_LIBRARY_SEARCH_DEFAULT_DIRS))
-        return module;
+        return ModuleHandle(module);
     throw std::runtime_error("Cannot load the inference runtime " + toUtf8(fileName) + ", looked for in " +
-                             toUtf8(folder) + " and in the system's library folders: " + reason + "; " +
+                             toUtf8(folder) + " and where the system looks for libraries: " + reason + "; " +
                              reasonText(GetLastError()));
 }
 
@@ -80,32 +89,39 @@ FARPROC WINAPI useLoadedModule(unsigned notification, PDelayLoadInfo)
     return notification == dliNotePreLoadLibrary ? reinterpret_cast<FARPROC>(runtimeModule) : nullptr;
 }
 
+RuntimeLibrary load(const std::wstring& folder)
+{
+    ModuleHandle module = openLibrary(folder);
+    const std::string location = toUtf8(modulePath(module.get()));
+    // Through void*: the two function types have nothing in common.
+    const auto getApiBase = reinterpret_cast<const OrtApiBase* (*)()>(
+        reinterpret_cast<void*>(GetProcAddress(module.get(), entryPoint)));
+    if (getApiBase == nullptr)
+        throw std::runtime_error("The inference runtime " + location + " has no entry point " + entryPoint +
+                                 ": " + reasonText(GetLastError()));
+    // All that can fail comes before the delayed import is bound: the delay-load helper would end the
+    // process, and what is bound cannot be changed for a better one.
+    useRuntime({getApiBase(), location});
+    runtimeModule = module.release();
+    return {OrtGetApiBase(), location};
+}
+
 } // namespace
 
 extern "C"
 {
-    PfnDliHook __pfnDliNotifyHook2 =
-        useLoadedModule; // NOLINT(bugprone-reserved-identifier): the helper's name for it
+    // As const as the helper's header declares it: Microsoft's does, MinGW's does not.
+    decltype(__pfnDliNotifyHook2) __pfnDliNotifyHook2 = // NOLINT(bugprone-reserved-identifier)
+        useLoadedModule;
 }
 
-RuntimeLibrary openRuntimeLibrary()
+const RuntimeLibrary& openRuntimeLibrary()
 {
     return openRuntimeLibrary(ownFolder());
 }
 
-RuntimeLibrary openRuntimeLibrary(const std::filesystem::path& folder)
+const RuntimeLibrary& openRuntimeLibrary(const std::filesystem::path& folder)
 {
-    if (runtimeModule == nullptr)
-        runtimeModule = openLibrary(folder.wstring());
-    const std::string location = toUtf8(modulePath(runtimeModule));
-    // The delay-load helper would end the process if the entry point were missing.
-    if (GetProcAddress(runtimeModule, entryPoint) == nullptr)
-    {
-        const std::string reason = reasonText(GetLastError());
-        FreeLibrary(runtimeModule);
-        runtimeModule = nullptr;
-        throw std::runtime_error("The inference runtime " + location + " has no entry point " + entryPoint +
-                                 ": " + reason);
-    }
-    return {OrtGetApiBase(), location};
+    static const RuntimeLibrary first = load(folder.wstring());
+    return first;
 }

@@ -18,4 +18,10 @@ std::string wrongFormatReason();
 /// Makes child processes look for libraries in this place first, as far as a variable can. Empty: as it was.
 void setLibrarySearchPath(const std::string& path);
 
+/// Whether the library finds the runtime, too, in the place that setLibrarySearchPath names.
+bool searchPathLeadsToTheRuntime();
+
+/// Removes a variable from this process's environment.
+void unsetVariable(const std::string& name);
+
 #endif // TONWERK_TESTS_BOUNDARY_LOADEDRUNTIME_H

@@ -27,3 +27,13 @@ void setLibrarySearchPath(const std::string& path)
 {
     setenv("LD_LIBRARY_PATH", path.c_str(), 1);
 }
+
+bool searchPathLeadsToTheRuntime()
+{
+    return true;
+}
+
+void unsetVariable(const std::string& name)
+{
+    unsetenv(name.c_str());
+}

@@ -27,3 +27,13 @@ void setLibrarySearchPath(const std::string& path)
     static const std::string former = given == nullptr ? "" : given;
     _putenv_s("PATH", (path + ";" + former).c_str());
 }
+
+bool searchPathLeadsToTheRuntime()
+{
+    return false; // PATH is not where the library looks
+}
+
+void unsetVariable(const std::string& name)
+{
+    _putenv_s(name.c_str(), "");
+}

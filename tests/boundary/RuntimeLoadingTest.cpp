@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include "boundary/LoadedRuntime.h"
 #include "support/ScratchFolder.h"
@@ -20,6 +20,7 @@ namespace fs = std::filesystem;
 
 const fs::path products = TONWERK_TEST_BIN_DIR;
 const std::string runtimeFile = TONWERK_TEST_RUNTIME_FILE;
+const std::string model = (fs::path(TONWERK_TEST_MODEL_DIR) / "gains.onnx").make_preferred().string();
 
 std::string utf8(const fs::path& path)
 {
@@ -56,11 +57,11 @@ protected:
 
     /// Runs the probe in the folder `from` and returns the lines that it printed.
     std::vector<std::string> probe(const fs::path& from, const fs::path& program,
-                                   const std::string& arguments = "") const
+                                   const std::string& steps) const
     {
         fs::current_path(from);
         const std::string command =
-            fs::path(program / TONWERK_TEST_PROBE_FILE).make_preferred().string() + " " + arguments;
+            fs::path(program / TONWERK_TEST_PROBE_FILE).make_preferred().string() + " " + steps;
         EXPECT_EQ(std::system((command + " > printed.txt").c_str()), 0) << command;
         std::ifstream printed("printed.txt");
         std::vector<std::string> lines;
@@ -74,9 +75,9 @@ protected:
         return lines;
     }
 
-    std::vector<std::string> probe(const std::string& arguments = "") const
+    std::vector<std::string> probe(const std::string& steps = "load") const
     {
-        return probe(current, "../app", arguments);
+        return probe(current, "../app", steps);
     }
 
     /// Expects that the runtime was found: it says no to what is no model, and stays loaded.
@@ -92,6 +93,12 @@ protected:
     }
 
     std::string location() const { return utf8(fs::canonical(app) / runtimeFile); }
+
+    /// The step that lays a file as the runtime beside the library.
+    static std::string copyBesideTheLibrary(const std::string& file)
+    {
+        return " copy " + file + " " + (fs::path("..") / "app" / runtimeFile).make_preferred().string() + " ";
+    }
 
     ScratchFolder scratch;
     fs::path before;
@@ -135,7 +142,7 @@ TEST_F(RuntimeLoading, OfAMissingRuntimeFailsWithFilePlacesAndReasons)
     place("standin-no-entry-point", current);
     const auto lines = probe();
     const std::string rest = expectFailure(lines, cannotLoad + ", looked for in " + utf8(fs::canonical(app)));
-    const auto reasons = rest.find(" and in the system's library folders: ");
+    const auto reasons = rest.find(" and where the system looks for libraries: ");
     ASSERT_NE(reasons, std::string::npos) << rest;
     const auto second = rest.find("; ", reasons);
     ASSERT_NE(second, std::string::npos) << rest;
@@ -143,11 +150,12 @@ TEST_F(RuntimeLoading, OfAMissingRuntimeFailsWithFilePlacesAndReasons)
     EXPECT_TRUE(contains(rest.substr(second), missingFileReason())) << rest;
     EXPECT_EQ(lines.at(2), "no runtime is loaded");
 
-    // Not even when the search path means the current directory.
+    // Not even when the search path means the current directory, or meant it when the process began.
     for (const char* path : {"", ":", ".", "/usr/lib:", "../current"})
     {
         setLibrarySearchPath(path);
         expectFailure(probe(), cannotLoad);
+        expectFailure(probe("unset LD_LIBRARY_PATH load"), cannotLoad);
     }
     EXPECT_FALSE(fs::exists(current / "decoy-was-loaded"));
 }
@@ -159,7 +167,7 @@ TEST_F(RuntimeLoading, StaysWithTheLibrarysFolderWhenTheHostGoesElsewhere)
     place("standin-no-entry-point", current);
     fs::copy_file(products / TONWERK_TEST_LIBRARY_FILE, current / TONWERK_TEST_LIBRARY_FILE);
     setLibrarySearchPath(".");
-    expectFound(probe(app, ".", fs::path("../current").make_preferred().string()));
+    expectFound(probe(app, ".", "cd " + fs::path("../current").make_preferred().string() + " load"));
 }
 
 TEST_F(RuntimeLoading, OfAnUnusableFileFailsWithTheReason)
@@ -182,14 +190,53 @@ TEST_F(RuntimeLoading, OfAnUnusableFileFailsWithTheReason)
               " is version 1.20.0, but version 1.21 or newer is needed");
 }
 
-// A host that mends a missing runtime need not start anew.
-TEST_F(RuntimeLoading, SucceedsOnceTheMissingRuntimeIsThere)
+// A host that mends a missing runtime, or one that is too old, need not start anew.
+TEST_F(RuntimeLoading, SucceedsOnceAUsableRuntimeIsThere)
 {
     fs::copy_file(products / runtimeFile, current / "replacement");
-    const auto lines =
-        probe("replacement " + (fs::path("..") / "app" / runtimeFile).make_preferred().string());
+    const std::string steps = "load" + copyBesideTheLibrary("replacement") + "load";
+    auto lines = probe(steps);
     expectFound(lines);
     EXPECT_TRUE(lines.at(1).starts_with("std::runtime_error: " + cannotLoad)) << lines[1];
+
+    fs::remove(app / runtimeFile);
+    place("standin-too-old", app);
+    lines = probe(steps);
+    expectFound(lines);
+    EXPECT_TRUE(lines.at(1).ends_with("is version 1.20.0, but version 1.21 or newer is needed")) << lines[1];
+}
+
+// An update or a repair may lay another copy where the library looks first. One copy's sessions mean nothing
+// to the other one's functions.
+TEST_F(RuntimeLoading, HappensOnceInAProcess)
+{
+    if (!searchPathLeadsToTheRuntime())
+        GTEST_SKIP() << "on this system the library finds a runtime beside itself or not at all";
+    place("", current);
+    setLibrarySearchPath(fs::canonical(current).string());
+    const auto lines =
+        probe("context " + model + copyBesideTheLibrary(runtimeFile) + "context " + model + " separate");
+    EXPECT_THAT(lines, ::testing::Contains("separated"));
+    EXPECT_EQ(lines.back(), "end");
+}
+
+// Many audio plug-ins bring the same runtime along, each in a version of its own.
+TEST_F(RuntimeLoading, LeavesOtherPlugInsTheirOwnRuntimeWhoeverComesFirst)
+{
+    place("", app);
+    const fs::path foreign = fs::canonical(products / "foreign");
+    setLibrarySearchPath(foreign.string());
+    const std::string ours = "context " + model;
+    const std::string theirs = "foreign " + model;
+    for (const std::string& steps : {ours + " " + theirs, theirs + " " + ours})
+    {
+        const auto lines = probe(steps + " separate");
+        EXPECT_THAT(lines,
+                    ::testing::Contains("foreign runtime: " + utf8(foreign / TONWERK_TEST_FOREIGN_FILE)))
+            << "ours goes by its maker's name, unless tools/fetch-deps.sh has given it another";
+        EXPECT_THAT(lines, ::testing::Contains("separated"));
+        EXPECT_EQ(lines.back(), "end");
+    }
 }
 
 // Folders of users are not all ASCII.
@@ -198,7 +245,7 @@ TEST_F(RuntimeLoading, WorksInAFolderWithAnyName)
     const fs::path odd = scratch.path() / fs::path(u8"Größe € 楽 x");
     fs::rename(app, odd);
     place("", odd);
-    expectFound(probe(odd, "."));
+    expectFound(probe(odd, ".", "load"));
 }
 
 } // namespace
