@@ -1,12 +1,13 @@
 # SPDX-License-Identifier: MIT
 """Writes ONNX graphs node by node: the file then holds what is meant and no more, and the same bytes every time."""
 
+import hashlib
 from collections.abc import Sequence
 from typing import Any
 
 import numpy as np
 import onnx
-from numpy.typing import ArrayLike, DTypeLike
+from numpy.typing import ArrayLike, DTypeLike, NDArray
 from onnx import ModelProto, TensorProto, helper, numpy_helper
 
 OPSET = 17
@@ -24,7 +25,7 @@ class Graph:
         self.outputs: list[onnx.ValueInfoProto] = []
         self.nodes: list[onnx.NodeProto] = []
         self.constants: list[TensorProto] = []
-        self.known: dict[tuple[str, tuple[int, ...], bytes], str] = {}  # small constants, each stored once
+        self.known: dict[tuple[str, str, tuple[int, ...], bytes], str] = {}  # by digest: each array is stored once
         self.count = 0
 
     def input(self, name: str, shape: Sequence[int], element: int = TensorProto.FLOAT) -> str:
@@ -39,21 +40,18 @@ class Graph:
     def table(self, values: ArrayLike) -> str:
         """Numbers that mean something by themselves, a transform's matrix or a window: whoever stores weights in fewer
         bits leaves these as they are."""
-        self.constants.append(numpy_helper.from_array(np.array(values, np.float32, order="C"),
-                                                      f"{TABLE}{len(self.constants)}"))
-        return self.constants[-1].name
+        return self._stored(np.array(values, np.float32, order="C"), TABLE)
 
     def constant(self, values: ArrayLike, kind: DTypeLike = np.float32) -> str:
         """A constant array; float32 unless another kind is given."""
-        array = np.array(values, dtype=kind, order="C")
-        key = (array.dtype.str, array.shape, array.tobytes()) if array.size <= 64 else None
-        if key and key in self.known:
-            return self.known[key]
-        name = f"constant_{len(self.constants)}"
-        self.constants.append(numpy_helper.from_array(array, name))
-        if key:
-            self.known[key] = name
-        return name
+        return self._stored(np.array(values, dtype=kind, order="C"), "constant_")
+
+    def _stored(self, array: NDArray[Any], kind: str) -> str:
+        key = (kind, array.dtype.str, array.shape, hashlib.sha256(array.tobytes()).digest())
+        if key not in self.known:
+            self.known[key] = f"{kind}{len(self.constants)}"
+            self.constants.append(numpy_helper.from_array(array, self.known[key]))
+        return self.known[key]
 
     def add(self, operator: str, *inputs: Operand, name: str | None = None, **attributes: Any) -> str:
         """Adds a node of one result and returns the result's name."""

@@ -3,8 +3,7 @@
 
 from collections.abc import Callable, Iterable, Mapping
 
-import onnx
-from onnx import AttributeProto, GraphProto, ModelProto, NodeProto, TensorProto
+from onnx import AttributeProto, GraphProto, ModelProto, NodeProto, TensorProto, version_converter
 
 from .errors import ConversionError
 from .graph import OPSET, Graph
@@ -26,7 +25,7 @@ def at_our_opset(model: ModelProto, what: str) -> ModelProto:
     if versions == [OPSET]:
         return model
     try:
-        return onnx.version_converter.convert_version(model, OPSET)
+        return version_converter.convert_version(model, OPSET)
     except (RuntimeError, ValueError) as failure:
         raise ConversionError(f"{what} has operator set {versions[0]}, and there is no way from it to {OPSET}.") \
             from failure

@@ -81,10 +81,10 @@ MAKERS: dict[str, Callable[..., Any]] = {
     "torch._utils._rebuild_tensor_v2": _tensor,
     "torch._utils._rebuild_parameter": lambda tensor, *_: tensor,
     "torch.Size": lambda sizes: tuple(sizes),
-    **{name: _inert for name in (
+    **dict.fromkeys((
         "argparse.Namespace", "torch.device", "numpy.dtype", "numpy.core.multiarray.scalar",
         "numpy._core.multiarray.scalar", "numpy.core.multiarray._reconstruct", "numpy._core.multiarray._reconstruct",
-        "_codecs.encode", "pathlib.PosixPath", "builtins.set", "__builtin__.set")},
+        "_codecs.encode", "pathlib.PosixPath", "builtins.set", "__builtin__.set"), _inert),
 }
 
 

@@ -7,6 +7,7 @@ data/torch_zip.pt and data/torch_old.pt are torch.save(CONTENT) in both formats 
 OrderedDict of the tensors of expected(): "turned" is a transposed view, "shared" the rows 1 and 2 of "rows".
 """
 
+import contextlib
 import io
 import os
 import pickle
@@ -14,18 +15,20 @@ import sys
 import tempfile
 import unittest
 import zipfile
+from collections.abc import Callable
 from pathlib import Path
 
 import numpy as np
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "converters"))
-from tonwerk_converters.errors import ConversionError  # noqa: E402
-from tonwerk_converters.torch_checkpoint import read_weights  # noqa: E402
+from tonwerk_converters.errors import ConversionError
+from tonwerk_converters.torch_checkpoint import read_weights
 
 DATA = Path(__file__).resolve().parent / "data"
 
 
-def expected():
+def expected() -> dict[str, np.ndarray]:
+    """The tensors of both files."""
     rows = np.arange(12, dtype=np.float32).reshape(4, 3) / 8
     return {"rows": rows, "shared": rows[1:3], "turned": np.arange(6, dtype=np.float32).reshape(2, 3).T,
             "half": np.array([0.5, -2], np.float32), "brain": np.array([1.5, -3], np.float32),
@@ -35,14 +38,15 @@ def expected():
 class Call:
     """Pickles as a call."""
 
-    def __init__(self, function, *arguments):
+    def __init__(self, function: Callable[..., object], *arguments: object) -> None:
         self.call = function, arguments
 
-    def __reduce__(self):
+    def __reduce__(self) -> tuple[Callable[..., object], tuple[object, ...]]:
         return self.call
 
 
-def as_zip(pickled, compression=zipfile.ZIP_STORED, **storages):
+def as_zip(pickled: bytes, compression: int = zipfile.ZIP_STORED, **storages: np.ndarray) -> bytes:
+    """A checkpoint in the zip format."""
     file = io.BytesIO()
     with zipfile.ZipFile(file, "w", compression) as archive:
         archive.writestr("archive/data.pkl", pickled)
@@ -52,21 +56,23 @@ def as_zip(pickled, compression=zipfile.ZIP_STORED, **storages):
 
 
 class Checkpoints(unittest.TestCase):
-    def setUp(self):
+    """The reader, on files in a folder of its own."""
+
+    def setUp(self) -> None:
         self.folder = tempfile.TemporaryDirectory()
         self.addCleanup(self.folder.cleanup)
         self.path = Path(self.folder.name) / "checkpoint.pt"
 
-    def read(self, data):
+    def read(self, data: bytes) -> dict[str, np.ndarray]:
         self.path.write_bytes(data)
         return read_weights(self.path)
 
-    def assert_refused(self, data, words):
+    def assert_refused(self, data: bytes, words: str) -> None:
         with self.assertRaises(ConversionError) as caught:
             self.read(data)
         self.assertIn(words, str(caught.exception))
 
-    def test_both_formats_of_pytorch_give_every_tensor_exactly(self):
+    def test_both_formats_of_pytorch_give_every_tensor_exactly(self) -> None:
         for name in ("torch_zip.pt", "torch_old.pt"):
             found = read_weights(DATA / name)
             self.assertEqual(set(found), set(expected()))
@@ -74,7 +80,7 @@ class Checkpoints(unittest.TestCase):
                 np.testing.assert_array_equal(found[key], values, err_msg=f"{name}: {key}")
                 self.assertEqual(found[key].dtype, values.dtype)
 
-    def test_code_in_a_checkpoint_is_named_and_does_not_run(self):
+    def test_code_in_a_checkpoint_is_named_and_does_not_run(self) -> None:
         trace = Path(self.folder.name) / "trace"
         for call in (Call(os.system, f"touch {trace}"), Call(eval, f"open({str(trace)!r}, 'w')"),
                      Call(exec, f"open({str(trace)!r}, 'w')")):
@@ -86,7 +92,7 @@ class Checkpoints(unittest.TestCase):
         self.assert_refused(as_zip(b"cos\nsystem\n(S'true'\ntR."), "os.system")
         self.assert_refused(as_zip(b"(S'true'\nios\nsystem\n."), "broken")  # the old way to make an object
 
-    def test_a_cut_file_ends_in_a_sentence_and_a_changed_one_in_nothing_worse(self):
+    def test_a_cut_file_ends_in_a_sentence_and_a_changed_one_in_nothing_worse(self) -> None:
         for name in ("torch_zip.pt", "torch_old.pt"):
             whole = (DATA / name).read_bytes()
             for length in range(0, len(whole) - 1, 7):
@@ -96,12 +102,10 @@ class Checkpoints(unittest.TestCase):
             for place in random.integers(0, len(whole), 500):
                 changed = bytearray(whole)
                 changed[place] ^= 1 << int(random.integers(8))
-                try:
+                with contextlib.suppress(ConversionError):
                     self.read(bytes(changed))
-                except ConversionError:
-                    pass
 
-    def test_tensors_stay_within_their_numbers(self):
+    def test_tensors_stay_within_their_numbers(self) -> None:
         from collections import OrderedDict
         weights = np.arange(4, dtype=np.float32)
         good = pickle.dumps(OrderedDict(w=1), 2)
@@ -114,11 +118,11 @@ class Checkpoints(unittest.TestCase):
             self.assert_refused(as_zip(pickled, **{"0": weights}), "cannot be used")
         self.assert_refused(as_zip(pickled, zipfile.ZIP_DEFLATED, **{"0": weights}), "not of the kind")
 
-    def test_a_file_that_asks_for_much_memory_gets_none(self):
+    def test_a_file_that_asks_for_much_memory_gets_none(self) -> None:
         self.assert_refused(as_zip(b"\x80\x02Nr\xff\xff\xff\x7f."), "no state dict")  # a place in the memo
         self.assert_refused(as_zip(b"\x80\x04\x8e\xff\xff\xff\xff\xff\xff\xff\x7f."), "broken")
 
-    def test_other_files_are_no_checkpoints(self):
+    def test_other_files_are_no_checkpoints(self) -> None:
         self.assert_refused(b"", "no PyTorch checkpoint")
         self.assert_refused(b"RIFF....WAVE", "no PyTorch checkpoint")
         self.assert_refused(pickle.dumps([1, 2]), "no PyTorch checkpoint")
