@@ -84,8 +84,7 @@ lint:
 	@$(call configured,linux-release)
 	clang-format --dry-run -Werror $(SOURCES)
 	tools/tidy.sh build/cmake/linux-release $(JOBS)
-	.deps/python/lint/bin/ruff check
-	.deps/python/lint/bin/mypy --python-executable $(PYTHON)
+	tools/check-python.sh $(PYTHON)
 
 format:
 	tools/setup.sh lint

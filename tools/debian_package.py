@@ -49,7 +49,8 @@ def download(package: str, folder: Path) -> Path:
     return next(folder.glob("*.deb"))
 
 
-def extract(package: str, files: Sequence[str], target: Path, check: Callable[[Path], None] = lambda path: None) -> None:
+def extract(package: str, files: Sequence[str], target: Path,
+            check: Callable[[Path], None] = lambda path: None) -> None:
     """Leaves the package's files (paths as installed, without the leading slash) under their own names in the folder
     `target`, and its licence as `copyright`. Nothing is done when all are there.
 

@@ -30,18 +30,18 @@ LENGTH = 36
 MUSIC = Path(__file__).resolve().parent.parent / ".deps" / "demo-music"
 
 
-def check_track(path):
+def check_track(path: Path) -> None:
     if hashlib.sha256(path.read_bytes()).hexdigest() != TRACKS[path.name]:
         raise PackageError(f"Debian's package {PACKAGE} no longer has the {path.name} pinned in make_demo_song.py.")
 
 
-def fetch_tracks():
+def fetch_tracks() -> None:
     if not (MUSIC / "copyright").exists():
         print(f"Fetching Debian's package {PACKAGE} (29 MB)", flush=True)
     extract(PACKAGE, [f"{FOLDER}/{name}" for name in TRACKS], MUSIC, check_track)
 
 
-def render(target):
+def render(target: Path) -> None:
     """Both tracks at the level they were made for, brought to just below full scale, with soft ends."""
     target.parent.mkdir(parents=True, exist_ok=True)
     partial = target.with_suffix(f".{os.getpid()}.part")
@@ -54,7 +54,7 @@ def render(target):
         partial.unlink(missing_ok=True)
 
 
-def main(arguments):
+def main(arguments: list[str]) -> None:
     if len(arguments) != 1:
         sys.exit("usage: make_demo_song.py OUT.wav")
     target = Path(arguments[0])

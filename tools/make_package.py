@@ -20,15 +20,15 @@ EARLIEST = 315532800
 SUFFIXES = (".tar.gz", ".zip")
 
 
-def date():
+def date() -> int:
     return max(EARLIEST, int(os.environ.get("SOURCE_DATE_EPOCH", EARLIEST)))
 
 
-def is_program(path):
+def is_program(path: Path) -> bool:
     return bool(path.stat().st_mode & 0o100)
 
 
-def pack_zip(members, archive):
+def pack_zip(members: list[tuple[str, Path]], archive: Path) -> None:
     with zipfile.ZipFile(archive, "w", zipfile.ZIP_DEFLATED, compresslevel=6) as target:
         for name, path in members:
             entry = zipfile.ZipInfo(name, time.gmtime(date())[:6])
@@ -38,8 +38,8 @@ def pack_zip(members, archive):
             target.writestr(entry, path.read_bytes())
 
 
-def pack_tar(members, archive):
-    def plain(entry, path):
+def pack_tar(members: list[tuple[str, Path]], archive: Path) -> None:
+    def plain(entry: tarfile.TarInfo, path: Path) -> tarfile.TarInfo:
         entry.uid = entry.gid = 0
         entry.uname = entry.gname = ""
         entry.mtime = date()
@@ -54,7 +54,7 @@ def pack_tar(members, archive):
                 target.addfile(plain(target.gettarinfo(path, name), path), content)
 
 
-def pack(folder, name, archive):
+def pack(folder: Path, name: str, archive: Path) -> None:
     """Packs a folder's files, sorted, under a folder `name` of the archive."""
     members = sorted((f"{name}/{path.relative_to(folder).as_posix()}", path)
                      for path in folder.rglob("*") if path.is_file())
@@ -63,7 +63,7 @@ def pack(folder, name, archive):
     partial.replace(archive)
 
 
-def main():
+def main() -> None:
     if len(sys.argv) != 3 or not sys.argv[2].endswith(SUFFIXES):
         sys.exit(__doc__)
     build, archive = map(Path, sys.argv[1:])

@@ -6,6 +6,7 @@ usage: make_pictures.py FOLDER            writes the SVG files
        make_pictures.py --check FOLDER    fails if they are not what this script draws
 """
 import sys
+from collections.abc import Callable
 from html import escape
 from pathlib import Path
 
@@ -46,14 +47,14 @@ text { fill: #e4ebf1; }
 """
 
 
-def number(value):
+def number(value: float) -> str:
     return f"{value:.1f}".rstrip("0").rstrip(".")
 
 
 class Picture:
     """Shapes in the order in which they are drawn."""
 
-    def __init__(self, width, height, title):
+    def __init__(self, width: float, height: float, title: str) -> None:
         self.lines = [
             f'<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 {width} {height}" width="{width}" height="{height}" '
             'role="img">', f"<title>{escape(title)}</title>", f"<style>{STYLE}</style>",
@@ -61,30 +62,30 @@ class Picture:
             'orient="auto"><path class="arrow" d="M0 0 L8 4 L0 8 z"/></marker></defs>']
         self.box("paper", 0, 0, width, height, 6)
 
-    def box(self, kind, x, y, width, height, radius=2):
+    def box(self, kind: str, x: float, y: float, width: float, height: float, radius: float = 2) -> None:
         self.lines.append(f'<rect class="{kind}" x="{number(x)}" y="{number(y)}" width="{number(width)}" '
                           f'height="{number(height)}" rx="{radius}"/>')
 
-    def text(self, x, y, words, kind="", anchor="start"):
+    def text(self, x: float, y: float, words: str, kind: str = "", anchor: str = "start") -> None:
         self.lines.append(f'<text x="{number(x)}" y="{number(y)}" class="{kind}" text-anchor="{anchor}">'
                           f"{escape(words)}</text>")
 
-    def path(self, points, kind="line", arrow=False):
+    def path(self, points: list[tuple[float, float]], kind: str = "line", arrow: bool = False) -> None:
         steps = " L".join(f"{number(x)} {number(y)}" for x, y in points)
         end = ' marker-end="url(#head)"' if arrow else ""
         self.lines.append(f'<path class="{kind}" d="M{steps}"{end}/>')
 
-    def svg(self):
+    def svg(self) -> str:
         return "\n".join([*self.lines, "</svg>"]) + "\n"
 
 
-def streaming():
+def streaming() -> str:
     """Blocks, chunks, runs and results over time, and what has not come back yet."""
     picture = Picture(960, 500, "Blocks, chunks, model runs and results over the time of a stream")
     left, scale = 136, 796 / sum(BLOCKS)
     ends = [sum(BLOCKS[:count + 1]) for count in range(len(BLOCKS))]
 
-    def place(frame):
+    def place(frame: float) -> float:
         return left + frame * scale
 
     for row, (name, note) in enumerate((("blocks", "process() is given"), ("chunks", "4,096 shared"),
@@ -112,11 +113,12 @@ def streaming():
     return picture.svg()
 
 
-def held_back(picture, place, ends):
+def held_back(picture: Picture, place: Callable[[float], float], ends: list[int]) -> None:
     """Frames fed and not returned yet: a saw."""
     top, base = 340, 440
     most = ends[1] - 1 - (ends[0] - OVERLAP)
-    points, returned = [(place(0), base)], 0
+    points: list[tuple[float, float]] = [(place(0), base)]
+    returned = 0
     for end in ends:
         points.append((place(end), base - (end - returned) / most * (base - top)))
         returned = end - OVERLAP
@@ -132,12 +134,14 @@ def held_back(picture, place, ends):
     picture.text(place(ends[-1]), 484, "one run of the model per tooth; in between, calls only copy", "small", "end")
 
 
-def architecture():
+def architecture() -> str:
     """The modules, and what goes between them."""
     picture = Picture(960, 560, "The modules of tonwerk and the data between them")
     layers = (
-        ("host", 20, "hosts", "C++: TonwerkProc, StreamFeeder · C and others: tonwerk_c · the program tonwerk-separate"),
-        ("host", 108, "include/tonwerk, src/c", "TonwerkProc.h · StreamFeeder.h · tonwerk_c.h and its library over them"),
+        ("host", 20, "hosts", "C++: TonwerkProc, StreamFeeder · C and others: tonwerk_c · "
+         "the program tonwerk-separate"),
+        ("host", 108, "include/tonwerk, src/c", "TonwerkProc.h · StreamFeeder.h · tonwerk_c.h and its "
+         "library over them"),
         ("chunk", 196, "src/api", "handles, the model's bytes, channels, residual and mix, the log"),
         ("chunk", 284, "src/pipeline", "ring buffer, chunks, overlap-add of each stem"),
         ("run", 372, "src/spectral", "window, FFT, the sliding spectrogram of 256 frames"),
@@ -176,7 +180,7 @@ def architecture():
 PICTURES = {"streaming.svg": streaming, "architecture.svg": architecture}
 
 
-def main():
+def main() -> None:
     check = sys.argv[1:2] == ["--check"]
     if len(sys.argv) != 2 + check:
         sys.exit(__doc__)

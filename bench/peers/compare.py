@@ -18,12 +18,12 @@ import sys
 import tempfile
 import time
 from pathlib import Path
+from typing import Any
 
 os.environ["OMP_NUM_THREADS"] = "1"  # read when the libraries are loaded
 
 try:
     import numpy as np
-
     import scipy_peers
     import torch_peers
     from job import BLOCK, CHANNELS, CONTEXT, FFT_SIZE, GAINS, SEGMENT_SAMPLES
@@ -40,14 +40,14 @@ BENCH = Path(__file__).resolve().parents[2] / "build" / "linux" / "bench"
 ROUNDING = 1e-5
 
 
-def noise(blocks):
+def noise(blocks: int) -> list[np.ndarray]:
     """Blocks {channel, sample} without content at half the sample rate."""
     white = np.random.default_rng(1).uniform(-0.5, 0.5, (CHANNELS, blocks * BLOCK + 2))
     smooth = (white[:, :-2] + 2 * white[:, 1:-1] + white[:, 2:]) / 4
     return [np.ascontiguousarray(block, np.float32) for block in np.split(smooth, blocks, axis=1)]
 
 
-def check(peer, blocks):
+def check(peer: Any, blocks: list[np.ndarray]) -> None:
     """Ends the program unless the network sees the right spectra and the results are what its gains make them."""
     results = np.concatenate([np.asarray(peer.process(block)) for block in blocks], axis=2)
     signal = np.concatenate(blocks, axis=1).astype(float)
@@ -65,7 +65,7 @@ def check(peer, blocks):
         sys.exit(f"compare.py: {peer.name}: the results are off by {error:.1e}.")
 
 
-def run_peer(peer, blocks):
+def run_peer(peer: Any, blocks: list[np.ndarray]) -> tuple[float, float]:
     """Seconds (of the processor, of the clock) per second of audio."""
     peer.network.cpu = peer.network.wall = 0.0
     wall, cpu = time.perf_counter(), time.process_time()
@@ -77,7 +77,7 @@ def run_peer(peer, blocks):
     return cpu / audio, wall / audio
 
 
-def measure_peer(peer, blocks, repetitions):
+def measure_peer(peer: Any, blocks: list[np.ndarray], repetitions: int) -> list[tuple[float, float]]:
     check(peer, blocks[:3])
     run_peer(peer, blocks)  # warm-up
     runs = [run_peer(peer, blocks) for _ in range(repetitions)]
@@ -88,7 +88,7 @@ def measure_peer(peer, blocks, repetitions):
     return runs
 
 
-def measure_ours(bench, repetitions):
+def measure_ours(bench: Path, repetitions: int) -> list[tuple[float, float]]:
     with tempfile.TemporaryDirectory() as folder:
         report = Path(folder) / "report.json"
         run = subprocess.run([bench, f"--benchmark_filter=^{OUR_BENCHMARK}",
@@ -108,11 +108,11 @@ def measure_ours(bench, repetitions):
             for entry in chunks]
 
 
-def medians(runs):
+def medians(runs: list[tuple[float, float]]) -> list[float]:
     return [statistics.median(times) for times in zip(*runs)]
 
 
-def print_table(results, about):
+def print_table(results: dict[str, list[tuple[float, float]]], about: dict[str, Any]) -> None:
     before, after = about["load"]
     print(f"The pipeline around the network, without the network: {about['seconds']:.0f} s of stereo noise in blocks\n"
           f"of {BLOCK} frames, one core of {about['processor']}, median of {about['repetitions']} runs.\n"
@@ -127,12 +127,12 @@ def print_table(results, about):
               + f"{cpu:9.2%}{cpu / ours:8.2f}x{1e3 * wall:7.1f} ms")
 
 
-def processor_name():
+def processor_name() -> str:
     with open("/proc/cpuinfo") as lines:
         return next((line.split(":")[1].strip() for line in lines if line.startswith("model name")), "this machine")
 
 
-def main():
+def main() -> None:
     parser = argparse.ArgumentParser()
     parser.add_argument("--seconds", type=float, default=60)
     parser.add_argument("--repetitions", type=int, default=5)
@@ -146,7 +146,7 @@ def main():
     os.sched_setaffinity(0, {max(os.sched_getaffinity(0))})  # the benchmark inherits it
     load = os.getloadavg()[0]
     blocks = noise(max(3, round(options.seconds * SAMPLE_RATE / BLOCK)))
-    peers = [*scipy_peers.PEERS, *torch_peers.PEERS]
+    peers: list[Any] = [*scipy_peers.PEERS, *torch_peers.PEERS]
     results = {peer.name: measure_peer(peer(), blocks, options.repetitions) for peer in peers}
     results = {"tonwerk": measure_ours(options.bench, options.repetitions), **results}
     about = {"processor": processor_name(), "seconds": len(blocks) * BLOCK / SAMPLE_RATE,

@@ -10,6 +10,9 @@ again: 249 new frames of 256.)
 import sys
 import time
 from pathlib import Path
+from typing import Any
+
+import numpy as np
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tests" / "python"))
 
@@ -39,11 +42,11 @@ class GainNetwork:
     multiply: the array library's multiply(array, number, out=array).
     """
 
-    def __init__(self, multiply):
+    def __init__(self, multiply: Any) -> None:
         self.multiply = multiply
         self.cpu = self.wall = 0.0
 
-    def __call__(self, segment, outputs):
+    def __call__(self, segment: Any, outputs: Any) -> None:
         wall, cpu = time.perf_counter(), time.process_time()
         for gain, output in zip(GAINS, outputs):
             self.multiply(segment, float(gain), out=output)
@@ -51,7 +54,7 @@ class GainNetwork:
         self.cpu += time.process_time() - cpu
 
 
-def synthesis_window():
+def synthesis_window() -> np.ndarray:
     """{quarter, sample}: the window over the sum of the squares of all windows at that place, so that the plain sum of
     the frames is their least-squares overlap-add. In the middle of a segment the sum is the same for every hop."""
     window = analysis_window().reshape(FRAMES_PER_HOP, HOP)

@@ -1,10 +1,29 @@
 # SPDX-License-Identifier: MIT
 """The job as users of PyTorch write it, on one thread of the processor."""
 
-import torch
+from collections.abc import Callable
 
-from job import (BINS, BLOCK, BLOCK_HOPS, CHANNELS, CONTEXT, FFT_SIZE, FRAMES_PER_HOP, HOP, KEPT, KEPT_FRAMES,
-                 LIBRARY_OFFSET, RESULTS, SEGMENT_SAMPLES, SEGMENT_SHAPE, STEMS, GainNetwork, synthesis_window)
+import numpy as np
+import torch
+from job import (
+    BINS,
+    BLOCK,
+    BLOCK_HOPS,
+    CHANNELS,
+    CONTEXT,
+    FFT_SIZE,
+    FRAMES_PER_HOP,
+    HOP,
+    KEPT,
+    KEPT_FRAMES,
+    LIBRARY_OFFSET,
+    RESULTS,
+    SEGMENT_SAMPLES,
+    SEGMENT_SHAPE,
+    STEMS,
+    GainNetwork,
+    synthesis_window,
+)
 
 VERSION = f"PyTorch {torch.__version__}"
 
@@ -14,7 +33,11 @@ torch.set_num_threads(1)
 class TorchPeer:
     """What both ways have in common."""
 
-    def __init__(self):
+    name: str
+    analyse: Callable[[], torch.Tensor]  # both are a way's own
+    synthesise: Callable[..., None]
+
+    def __init__(self) -> None:
         self.network = GainNetwork(torch.mul)
         self.window = torch.blackman_window(FFT_SIZE)
         self.samples = torch.zeros(CHANNELS, SEGMENT_SAMPLES)
@@ -24,8 +47,8 @@ class TorchPeer:
         self.spectra = torch.zeros(CHANNELS, KEPT_FRAMES, BINS + 1, dtype=torch.complex64)
 
     @torch.inference_mode()
-    def process(self, block):
-        """block {channel, sample}, an array; returns {result, channel, sample}: the stems, the residual, the mix."""
+    def process(self, block: np.ndarray) -> np.ndarray:
+        """Block {channel, sample}, an array; returns {result, channel, sample}: the stems, the residual, the mix."""
         self.samples[:, :-BLOCK] = self.samples[:, BLOCK:]
         self.samples[:, -BLOCK:] = torch.from_numpy(block)
         spectra = self.analyse()[..., :BINS]
@@ -45,11 +68,11 @@ class TorchPeer:
 class TorchStft(TorchPeer):
     name = "torch.stft and istft"
 
-    def analyse(self):
+    def analyse(self) -> torch.Tensor:
         return torch.stft(self.samples, FFT_SIZE, HOP, window=self.window, center=False,
                           return_complex=True).transpose(1, 2)
 
-    def synthesise(self, target):
+    def synthesise(self, target: torch.Tensor) -> None:
         audio = torch.istft(self.spectra.transpose(1, 2), FFT_SIZE, HOP, window=self.window)
         target.copy_(audio[:, LIBRARY_OFFSET:LIBRARY_OFFSET + BLOCK])
 
@@ -57,14 +80,14 @@ class TorchStft(TorchPeer):
 class TorchFft(TorchPeer):
     name = "torch.fft, overlap-add by hand"
 
-    def __init__(self):
+    def __init__(self) -> None:
         super().__init__()
         self.synthesis_window = torch.from_numpy(synthesis_window()).float()
 
-    def analyse(self):
+    def analyse(self) -> torch.Tensor:
         return torch.fft.rfft(self.samples.unfold(1, FFT_SIZE, HOP) * self.window)
 
-    def synthesise(self, target):
+    def synthesise(self, target: torch.Tensor) -> None:
         frames = torch.fft.irfft(self.spectra, FFT_SIZE).view(CHANNELS, KEPT_FRAMES, FRAMES_PER_HOP, HOP)
         frames *= self.synthesis_window
         hops = target.view(CHANNELS, BLOCK_HOPS, HOP)

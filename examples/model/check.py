@@ -9,14 +9,16 @@ them out.
 """
 import sys
 import time
+from collections.abc import Iterator
 from pathlib import Path
+from typing import Any
 
 import numpy as np
 import onnx
 from onnx import TensorProto
 
 sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "python"))
-from separate import STEMS, Library, Stream  # noqa: E402
+from separate import STEMS, Library, Stream
 
 SPECTRUM = [1, 4, 256, 2048]
 INPUTS = {"unified_input": (TensorProto.FLOAT, SPECTRUM),
@@ -27,7 +29,7 @@ FFT_SIZE, HOP, CHUNK = 4096, 1024, 254976
 INSIDE = slice(CHUNK + 100 * HOP, CHUNK + 110 * HOP)  # frames whose neighbours are all of the same run of the model
 
 
-def complaints(kind, values, wanted):
+def complaints(kind: str, values: Any, wanted: dict[str, Any]) -> Iterator[str]:
     """What is wrong with the model's inputs or outputs, as sentences."""
     found = {value.name: (value.type.tensor_type.elem_type,
                           [size.dim_value for size in value.type.tensor_type.shape.dim]) for value in values}
@@ -41,14 +43,14 @@ def complaints(kind, values, wanted):
                    f"and should be {TensorProto.DataType.Name(element)} {shape} (0 means: left open).")
 
 
-def separated(library, model, sound):
+def separated(library: Library, model: bytes, sound: np.ndarray) -> np.ndarray:
     with Stream(library, model, STEMS[:6]) as stream:
         stream.push(sound)
         stream.flush()
         return stream.read()
 
 
-def periodic_noise():
+def periodic_noise() -> np.ndarray:
     """Twenty seconds of noise that repeats with every hop, so that every frame of its spectrogram is the same."""
     period = np.random.default_rng(1).uniform(-0.3, 0.3, (HOP, 2))
     spectrum = np.fft.rfft(period, axis=0)
@@ -56,7 +58,7 @@ def periodic_noise():
     return np.tile(np.fft.irfft(spectrum, axis=0), (862, 1)).astype(np.float32)
 
 
-def by_pytorch(sound):
+def by_pytorch(sound: np.ndarray) -> np.ndarray:
     """The stems of such noise: [6, HOP, 2], one hop of what repeats with every hop too."""
     import torch
     from network import example
@@ -75,7 +77,7 @@ def by_pytorch(sound):
     return np.array(stems)
 
 
-def run_in_library(library, model, compare):
+def run_in_library(library: Library, model: bytes, compare: bool) -> Iterator[str]:
     """Runs the model on noise and on silence; returns what is wrong, as sentences."""
     noise = periodic_noise()
     began = time.perf_counter()
@@ -97,14 +99,14 @@ def run_in_library(library, model, compare):
             yield "The stems are not those of the network in PyTorch."
 
 
-def main():
+def main() -> None:
     if len(sys.argv) not in (3, 4) or sys.argv[3:] not in ([], ["--pytorch"]):
         sys.exit(__doc__)
     model = Path(sys.argv[2]).read_bytes()
     graph = onnx.load_from_string(model).graph
     wrong = [*complaints("input", graph.input, INPUTS), *complaints("output", graph.output, OUTPUTS)]
     if not wrong:
-        wrong = [*run_in_library(Library(sys.argv[1]), model, compare=len(sys.argv) == 4)]
+        wrong = [*run_in_library(Library(Path(sys.argv[1])), model, compare=len(sys.argv) == 4)]
     print("\n".join(wrong) or "The model keeps the contract.")
     sys.exit(bool(wrong))
 

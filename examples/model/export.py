@@ -11,15 +11,14 @@ from pathlib import Path
 
 import onnx
 import torch
-from onnx import TensorProto, helper
-
 from network import BINS, FRAMES, STEMS, example
+from onnx import TensorProto, helper
 
 FLAGS = ("vocals", "drum", "bass", "piano", "acoustic_guitar", "electric_guitar")
 OPSET = 17
 
 
-def export(network):
+def export(network: torch.nn.Module) -> onnx.ModelProto:
     """The network as an ONNX ModelProto of the library's contract."""
     target = io.BytesIO()
     with torch.no_grad(), warnings.catch_warnings():
@@ -36,7 +35,7 @@ def export(network):
     return model
 
 
-def main():
+def main() -> None:
     if len(sys.argv) != 2:
         sys.exit(__doc__)
     path = Path(sys.argv[1])

@@ -9,7 +9,9 @@ LIBRARY is libtonwerk_c.so or tonwerk_c.dll. SONG.wav holds 16-bit stereo; so wi
 import ctypes
 import sys
 import wave
+from collections.abc import Sequence
 from pathlib import Path
+from typing import Any
 
 import numpy as np
 
@@ -22,16 +24,17 @@ Handle = ctypes.c_void_p
 
 class Config(ctypes.Structure):
     """tonwerk_config"""
+
     _fields_ = [("size", ctypes.c_uint32), ("stems", ctypes.c_uint32)]
 
-    def __init__(self, stems):
+    def __init__(self, stems: Sequence[str]) -> None:
         super().__init__(ctypes.sizeof(Config), sum(1 << STEMS.index(stem) for stem in stems))
 
 
 class Library:
     """The functions of tonwerk_c.h; a status that is not TONWERK_OK becomes an exception."""
 
-    def __init__(self, path):
+    def __init__(self, path: Path) -> None:
         self.functions = ctypes.CDLL(str(path))
         size = ctypes.c_size_t
         self._declare("context_create", ctypes.c_char_p, size, ctypes.c_char_p, size, ctypes.POINTER(Handle))
@@ -44,12 +47,12 @@ class Library:
         self._declare("stream_available", Handle, result=ctypes.c_uint64)
         self.functions.tonwerk_last_error.restype = ctypes.c_char_p
 
-    def _declare(self, name, *arguments, result=ctypes.c_int32):
+    def _declare(self, name: str, *arguments: Any, result: Any = ctypes.c_int32) -> None:
         function = getattr(self.functions, "tonwerk_" + name)
         function.argtypes = arguments
         function.restype = result
 
-    def call(self, name, *arguments):
+    def call(self, name: str, *arguments: Any) -> int:
         result = getattr(self.functions, "tonwerk_" + name)(*arguments)
         if name.endswith(("create", "push", "flush", "read")) and result != 0:
             raise RuntimeError(self.functions.tonwerk_last_error().decode())
@@ -59,7 +62,7 @@ class Library:
 class Stream:
     """Separates one stream of sound, given as float32 arrays of shape (frames, 2)."""
 
-    def __init__(self, library, model, stems):
+    def __init__(self, library: Library, model: bytes, stems: Sequence[str]) -> None:
         self.library = library
         self.handle = Handle()
         context = Handle()
@@ -69,20 +72,20 @@ class Stream:
         finally:
             library.call("context_destroy", context)  # the stream keeps the model
 
-    def __enter__(self):
+    def __enter__(self) -> "Stream":
         return self
 
-    def __exit__(self, *_):
+    def __exit__(self, *_: object) -> None:
         self.library.call("stream_destroy", self.handle)
 
-    def push(self, block):
+    def push(self, block: np.ndarray) -> None:
         block = np.ascontiguousarray(block, dtype=np.float32)
         self.library.call("stream_push", self.handle, block.ctypes.data_as(FloatPointer), len(block))
 
-    def flush(self):
+    def flush(self) -> None:
         self.library.call("stream_flush", self.handle)
 
-    def read(self):
+    def read(self) -> np.ndarray:
         """All that is available, as an array of shape (8, frames, 2)."""
         frames = self.library.call("stream_available", self.handle)
         stems = np.empty((len(STEMS), frames, 2), dtype=np.float32)
@@ -92,11 +95,11 @@ class Stream:
         return stems[:, :count.value]
 
 
-def to_pcm(samples):
+def to_pcm(samples: np.ndarray) -> bytes:
     return np.rint(np.clip(samples, -1.0, 32767 / 32768) * 32768).astype("<i2").tobytes()
 
 
-def main():
+def main() -> None:
     if len(sys.argv) != 5:
         sys.exit(__doc__)
     library, model, song, folder = map(Path, sys.argv[1:])
@@ -104,7 +107,7 @@ def main():
     with wave.open(str(song)) as source, Stream(Library(library), model.read_bytes(), STEMS[:6]) as stream:
         if (source.getnchannels(), source.getsampwidth()) != (2, 2):
             sys.exit(f"{song} is not 16-bit stereo.")
-        targets = [wave.open(str(folder / f"{stem}.wav"), "wb") for stem in STEMS]
+        targets = [wave.open(str(folder / f"{stem}.wav"), "wb") for stem in STEMS]  # noqa: SIM115
         for target in targets:
             target.setparams(source.getparams())
         while True:

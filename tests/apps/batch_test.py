@@ -22,7 +22,7 @@ INTERRUPTED = "tonwerk-separate: Interrupted: songs that are not done have left 
 
 
 class BatchTest(ProgramTest):
-    def put_album(self):
+    def put_album(self) -> None:
         """Four songs, two of which cannot be read and two of which have one name."""
         (self.folder / "album/b").mkdir(parents=True)
         self.put("album/one.wav", wav_bytes(noise(20000)))
@@ -30,7 +30,7 @@ class BatchTest(ProgramTest):
         self.put("album/b/cut.wav", wav_bytes(noise(5000))[:-9])
         self.put("album/empty.mp3", b"")
 
-    def test_a_folder_is_separated_song_by_song_whatever_fails(self):
+    def test_a_folder_is_separated_song_by_song_whatever_fails(self) -> None:
         self.put_album()
         done = self.separate("album")
         self.assertEqual((done.returncode, len(done.complaints)), (1, 2), done.stderr)
@@ -38,7 +38,7 @@ class BatchTest(ProgramTest):
         self.assertEqual(self.files(), file_set("one") | file_set("one (2)"))
         self.assertEqual([len(self.stem(name, "mix")) for name in ("one", "one (2)")], [21000, 20000])
 
-    def test_songs_that_are_done_are_skipped(self):
+    def test_songs_that_are_done_are_skipped(self) -> None:
         self.put_album()
         self.separate("album", "--shard", "2/4")
         self.assertEqual(self.files(), file_set("one"))
@@ -57,12 +57,12 @@ class BatchTest(ProgramTest):
         self.assertIn("real-time factor", self.separate("album/*.wav", "--resume").stdout)
         self.assertIn("done before", self.separate("album/*.wav", "--resume").stdout)
 
-    def test_jobs_give_the_same_files(self):
+    def test_jobs_give_the_same_files(self) -> None:
         for song in range(4):
             self.put(f"{song}.wav", wav_bytes(noise(260000 + song)))
         songs = [str(song) for song in range(4)]
 
-        def separated(*options):
+        def separated(*options: str) -> dict[str, list[bytes]]:
             done = self.separate("*.wav", *options)
             self.assertEqual((done.returncode, done.complaints), (0, []))
             return {name: [self.stem(song, name).tobytes() for song in songs] for name in GAINS}
@@ -71,7 +71,7 @@ class BatchTest(ProgramTest):
         self.assertEqual(separated("--jobs", "3"), alone)
         self.assertEqual(separated("--jobs", "3", "--memory", "0.1"), alone)
 
-    def test_progress_comes_as_json(self):
+    def test_progress_comes_as_json(self) -> None:
         self.put_album()
         done = self.separate("album", "--progress", "json", "--jobs", "2")
         events = [json.loads(line) for line in done.stderr.splitlines() if line.startswith("{")]
@@ -88,7 +88,7 @@ class BatchTest(ProgramTest):
         self.assertIn("is an empty file.", next(event["reason"] for event in events if event["event"] == "failed" and
                                                event["song"].endswith("empty.mp3")))
 
-    def test_the_manuals_example_with_gnu_parallel_works(self):
+    def test_the_manuals_example_with_gnu_parallel_works(self) -> None:
         if self.on_windows or not shutil.which("parallel"):
             self.skipTest("needs GNU parallel")
         example = next(line for line in MANUAL.read_text().splitlines() if line.startswith("parallel "))
@@ -104,7 +104,7 @@ class BatchTest(ProgramTest):
             self.assertEqual(done.stdout.count("done before"), 5 if round_ == "again" else 0)
         self.assertEqual(len(list(self.folder.glob("stems/*/receipt.json"))), 5)
 
-    def test_an_interrupted_run_leaves_only_what_is_done(self):
+    def test_an_interrupted_run_leaves_only_what_is_done(self) -> None:
         frames = 10 * 60 * RATE  # long enough to be still at work
         with open(self.folder / "long.wav", "wb") as song:
             song.write(wav_header(frames))

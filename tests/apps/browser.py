@@ -28,7 +28,7 @@ class Browser:
 
     def __init__(self) -> None:
         self.profile = tempfile.mkdtemp(prefix="tonwerk-browser-")
-        self.driver: webdriver.Chrome | None = None
+        self.driver: Any = None
         # The driver itself would look for a browser on "localhost", a name that a system need not know.
         self.chromium = subprocess.Popen(["chromium", *CHROMIUM, f"--user-data-dir={self.profile}", "about:blank"],
                                          stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
@@ -36,7 +36,8 @@ class Browser:
             options = webdriver.ChromeOptions()
             options.debugger_address = f"127.0.0.1:{self._debugging_port()}"
             options.set_capability("goog:loggingPrefs", {"browser": "ALL"})
-            self.driver = webdriver.Chrome(service=Service(shutil.which("chromedriver")), options=options)
+            service = Service(shutil.which("chromedriver") or "chromedriver")
+            self.driver = webdriver.Chrome(service=service, options=options)
         except BaseException:
             self.close()
             raise

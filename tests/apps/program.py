@@ -8,7 +8,10 @@ import subprocess
 import sys
 import tempfile
 import unittest
+from collections.abc import Iterable
+from dataclasses import dataclass
 from pathlib import Path
+from typing import Any
 
 import numpy as np
 
@@ -25,101 +28,115 @@ PROGRESS = re.compile(r"\d+ %, \d+:\d\d left, [\d.]+ x real time")
 # Mostly what the edges of a song have in the Nyquist bin; elsewhere rounding, about 1e-7.
 TOLERANCE = 1e-4
 
-def noise(frames, channels=2):
+
+def noise(frames: int, channels: int = 2) -> np.ndarray:
     """Noise without the highest frequency: the model's tensors have no place for the Nyquist bin."""
     white = np.random.default_rng(frames).uniform(-0.5, 0.5, (frames + 4, channels))
     weighted = [weight * white[start:start + frames] for start, weight in enumerate((1, 4, 6, 4, 1))]
-    return (sum(weighted) / 16).astype("<f4")
+    return (np.sum(weighted, axis=0) / 16).astype("<f4")
 
 
-def tone(frames, rate=RATE):
+def tone(frames: int, rate: int = RATE) -> np.ndarray:
     time = np.arange(frames) / rate
     return np.stack([0.25 * np.sin(2 * np.pi * 441 * time), 0.125 * np.sin(2 * np.pi * 882 * time)], axis=1)
 
 
-def wav_header(frames, channels=2, rate=RATE):
+def wav_header(frames: int, channels: int = 2, rate: int = RATE) -> bytes:
     size = frames * channels * 4
     return struct.pack("<4sI4s4sIHHIIHH4sI", b"RIFF", 36 + size, b"WAVE", b"fmt ", 16, 3, channels, rate,
                        rate * channels * 4, channels * 4, 32, b"data", size)
 
 
-def file_set(song, names=tuple(GAINS)):
+def file_set(song: str, names: Iterable[str] = tuple(GAINS)) -> set[str]:
     return {f"{song}/{name}.wav" for name in names} | {f"{song}/receipt.json"}
 
 
-def decibels(value):
+def decibels(value: float) -> float:
     return 20 * np.log10(value)
 
 
-def wav_bytes(samples, rate=RATE):
+def wav_bytes(samples: np.ndarray, rate: int = RATE) -> bytes:
     return wav_header(len(samples), samples.shape[1], rate) + samples.astype("<f4").tobytes()
+
+
+@dataclass
+class Done:
+    """How the program ended, and what it said."""
+
+    returncode: int
+    raw: bytes  # of standard output
+    stdout: str
+    stderr: str
+
+    @property
+    def complaints(self) -> list[str]:
+        """The lines of standard error that are neither progress nor the runtime's own."""
+        return [line for line in self.stderr.splitlines()
+                if not PROGRESS.fullmatch(line) and not RUNTIMES_OWN.search(line)]
 
 
 class ProgramTest(unittest.TestCase):
     """Each test has a folder of its own, in which the program runs."""
 
     models = Path()
-    command = []
+    command: list[str] = []
     on_windows = False
 
-    def setUp(self):
+    def setUp(self) -> None:
         folder = tempfile.TemporaryDirectory(prefix="tonwerk-separate-test-")
         self.addCleanup(folder.cleanup)
         self.folder = Path(folder.name)
 
-    def put(self, name, content):
+    def put(self, name: str, content: bytes) -> str:
         (self.folder / name).write_bytes(content)
         return name
 
-    def arguments(self, song, model="gains.onnx"):
+    def arguments(self, song: str, model: str | Path = "gains.onnx") -> list[str]:
         return [*self.command, song, "-o", "out", "--model", str(self.models / model)]
 
-    def run_program(self, arguments, input=None):
+    def run_program(self, arguments: list[str], input: bytes | None = None) -> Done:
         done = subprocess.run(arguments, cwd=self.folder, capture_output=True, input=input)
-        done.raw, done.stdout, done.stderr = done.stdout, done.stdout.decode("utf-8", "replace"), done.stderr.decode()
-        done.complaints = [line for line in done.stderr.splitlines()
-                           if not PROGRESS.fullmatch(line) and not RUNTIMES_OWN.search(line)]
-        return done
+        return Done(done.returncode, done.stdout, done.stdout.decode("utf-8", "replace"), done.stderr.decode())
 
-    def separate(self, song, *arguments, model="gains.onnx"):
+    def separate(self, song: str, *arguments: str, model: str | Path = "gains.onnx") -> Done:
         return self.run_program([*self.arguments(song, model), *arguments])
 
-    def files(self):
+    def files(self) -> set[str]:
         """All files below the output folder, as paths relative to it."""
         out = self.folder / "out"
         return {str(path.relative_to(out)) for path in out.rglob("*") if path.is_file()}
 
-    def stem(self, song, name, rate=RATE):
+    def stem(self, song: str, name: str, rate: int = RATE) -> np.ndarray:
         content = (self.folder / "out" / song / f"{name}.wav").read_bytes()
         channels = struct.unpack_from("<H", content, 22)[0]
         samples = np.frombuffer(content, "<f4", offset=44).reshape(-1, channels)
         self.assertEqual(content[:44], wav_header(len(samples), channels, rate), name)
         return samples
 
-    def receipt(self, song):
+    def receipt(self, song: str) -> Any:
         return json.loads((self.folder / "out" / song / "receipt.json").read_text(encoding="utf-8"))
 
-    def assert_done(self, done):
+    def assert_done(self, done: Done) -> re.Match[str]:
         self.assertEqual((done.returncode, done.complaints), (0, []), done.stdout)
         summary = SUMMARY.fullmatch(done.stdout.splitlines()[-1])
-        self.assertIsNotNone(summary, done.stdout)
+        assert summary, done.stdout
         self.assertLess(float(summary[2]), -120.0)
         return summary
 
-    def assert_stems(self, song, expected, names=tuple(GAINS)):
+    def assert_stems(self, song: str, expected: np.ndarray, names: Iterable[str] = tuple(GAINS)) -> None:
         for name in names:
             samples = self.stem(song, name)
             self.assertEqual(samples.shape, expected.shape, name)
             np.testing.assert_allclose(samples, GAINS[name] * expected, rtol=0, atol=TOLERANCE, err_msg=name)
 
-    def assert_failed(self, done, words, code=1):
+    def assert_failed(self, done: Done, words: str, code: int = 1) -> None:
         """One sentence on standard error with these words, and no files."""
         self.assertEqual((done.returncode, len(done.complaints)), (code, 1), done.stderr)
         self.assertRegex(done.complaints[0], f"^tonwerk-separate: .*{re.escape(words)}.*\\.$")
         self.assertFalse((self.folder / "out").exists(), "files or folders are left behind")
 
 
-def main():
+def main() -> None:
     """Runs the tests of the program that the command line names: MODELDIR [RUNNER] PROGRAM."""
     ProgramTest.models = Path(sys.argv[1]).resolve()
     ProgramTest.command = sys.argv[2:]

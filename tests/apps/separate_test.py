@@ -15,13 +15,24 @@ import struct
 import subprocess
 
 import numpy as np
-
-from program import (DATA, GAINS, RATE, TOLERANCE, ProgramTest, decibels, file_set, main, noise, tone, wav_bytes,
-                     wav_header)
+from program import (
+    DATA,
+    GAINS,
+    RATE,
+    TOLERANCE,
+    ProgramTest,
+    decibels,
+    file_set,
+    main,
+    noise,
+    tone,
+    wav_bytes,
+    wav_header,
+)
 
 
 class SeparateTest(ProgramTest):
-    def test_stems_are_as_long_as_the_song_in_step_with_it_and_mono_if_it_is(self):
+    def test_stems_are_as_long_as_the_song_in_step_with_it_and_mono_if_it_is(self) -> None:
         # One sample; exactly one block; a block and a rest; four blocks that leave nothing for a fifth.
         for frames, channels in ((1, 2), (257024, 2), (300000, 2), (300000, 1), (257024 + 3 * 254976, 2)):
             with self.subTest(frames=frames, channels=channels):
@@ -30,12 +41,12 @@ class SeparateTest(ProgramTest):
                 self.assert_stems("song", song)
                 self.assertEqual(self.files(), file_set("song"))
 
-    def test_silence_comes_back_as_exact_zeros(self):
+    def test_silence_comes_back_as_exact_zeros(self) -> None:
         summary = self.assert_done(self.separate(self.put("still.wav", wav_bytes(np.zeros((70000, 2))))))
         self.assertEqual((summary[2], summary[3]), ("-inf", "0"))
         self.assertFalse([name for name in GAINS if self.stem("still", name).any()])
 
-    def test_only_the_listed_stems_are_written(self):
+    def test_only_the_listed_stems_are_written(self) -> None:
         song = noise(30000)
         self.put("song.wav", wav_bytes(song))
         self.assert_done(self.separate("song.wav", "--stems", "bass,vocals"))
@@ -45,7 +56,7 @@ class SeparateTest(ProgramTest):
         self.assert_done(self.separate("song.wav", "--stems=residual"))
         self.assert_stems("song", song, ["residual"])
 
-    def test_other_formats_are_read(self):
+    def test_other_formats_are_read(self) -> None:
         expected = tone(20000)
         # What lossy formats may change; the MP3 encoder puts 1105 frames in front and fills its last block.
         for ending, tolerance, delay in (("flac", 1e-4, 0), ("ogg", 0.02, 0), ("mp3", 0.02, 1105)):
@@ -56,19 +67,19 @@ class SeparateTest(ProgramTest):
                 middle = slice(1000, 18000)
                 np.testing.assert_allclose(mix[delay:][middle], expected[middle], rtol=0, atol=tolerance)
 
-    def test_wav_files_of_all_kinds_are_read(self):
+    def test_wav_files_of_all_kinds_are_read(self) -> None:
         song = (np.round(noise(2000) * 100) / 128).astype("<f8")
         integers = np.round(song * 2**31).astype("<i8")
 
-        def wav(tag, bits, data, head=b"RIFF", extra=None):
+        def wav(tag: int, bits: int, data: bytes, head: bytes = b"RIFF", extra: bytes | None = None) -> bytes:
             extension = b"" if tag != 0xFFFE else struct.pack("<HHIH", 22, bits, 3, 1) + \
                 b"\0\0\0\0\x10\0\x80\0\0\xaa\0\x38\x9b\x71"
             fmt = struct.pack("<HHIIHH", tag, 2, RATE, RATE * bits // 4, bits // 4, bits) + extension
             size = len(data) if extra is None else 0xFFFFFFFF
-            return (head + struct.pack("<I", size) + b"WAVE" + (extra or b"") + b"fmt " + struct.pack("<I", len(fmt)) + fmt +
-                    b"data" + struct.pack("<I", size) + data)
+            return (head + struct.pack("<I", size) + b"WAVE" + (extra or b"") +
+                    b"fmt " + struct.pack("<I", len(fmt)) + fmt + b"data" + struct.pack("<I", size) + data)
 
-        def packed(bits):
+        def packed(bits: int) -> bytes:
             shifted = (integers >> (32 - bits)).astype("<i4")
             return shifted.view("u1").reshape(-1, 4)[:, :bits // 8].tobytes()
 
@@ -83,7 +94,7 @@ class SeparateTest(ProgramTest):
                 self.assert_done(self.separate(self.put(f"{name}.wav", content), "--stems", "mix"))
                 np.testing.assert_allclose(self.stem(name, "mix"), song, rtol=0, atol=TOLERANCE)
 
-    def test_a_song_of_any_rate_comes_back_at_its_own(self):
+    def test_a_song_of_any_rate_comes_back_at_its_own(self) -> None:
         for rate, channels in ((8000, 2), (22050, 1), (48000, 2), (192000, 2)):
             with self.subTest(rate=rate):
                 frames = 2 * rate + 7
@@ -99,7 +110,7 @@ class SeparateTest(ProgramTest):
                 for name in ("vocals", "bass", "mix"):
                     self.assertLess(abs(wave @ stems[name][:, 0] / expected - GAINS[name]), 1e-4, name)
 
-    def test_fixed_point_files_of_a_loud_song_are_lowered_alike(self):
+    def test_fixed_point_files_of_a_loud_song_are_lowered_alike(self) -> None:
         song = 4 * noise(20000)
         peak = np.abs(song).max()
         self.put("song.wav", wav_bytes(song))
@@ -121,7 +132,7 @@ class SeparateTest(ProgramTest):
         self.separate(self.put("soft.wav", wav_bytes(noise(5000))), "--format", "pcm16")
         self.assertEqual(self.receipt("soft")["gain_db"], 0)
 
-    def test_mixtures_are_written_in_the_same_pass(self):
+    def test_mixtures_are_written_in_the_same_pass(self) -> None:
         song = noise(30000)
         self.put("song.wav", wav_bytes(song))
         self.assert_done(self.separate("song.wav", "--karaoke"))
@@ -133,7 +144,7 @@ class SeparateTest(ProgramTest):
         np.testing.assert_allclose(self.stem("song", "practice_mix"), (1 - GAINS["piano"] / 2) * song, rtol=0,
                                    atol=TOLERANCE)
 
-    def test_the_receipt_tells_what_was_measured(self):
+    def test_the_receipt_tells_what_was_measured(self) -> None:
         song = np.concatenate([np.zeros((48000, 1)), 0.5 * tone(96000, 48000)[:, :1], np.zeros((24001, 1))])
         song[3] = np.nan
         self.put("song.wav", wav_bytes(song, 48000))
@@ -155,7 +166,7 @@ class SeparateTest(ProgramTest):
         np.testing.assert_allclose(mix["active_seconds"], [[1, 3]], atol=0.06)
         self.assertEqual(mix["non_finite_samples"], 0)
 
-    def test_stems_pass_through_a_pipe(self):
+    def test_stems_pass_through_a_pipe(self) -> None:
         song = noise(300000)
         model = str(self.models / "gains.onnx")
         done = self.run_program([*self.command, "-", "--raw", "--stems", "bass,vocals", "--model", model],
@@ -168,7 +179,7 @@ class SeparateTest(ProgramTest):
         self.assert_done(self.run_program([*self.arguments("-"), "--input-rate", "48000"], input=song.tobytes()))
         self.assertEqual(len(self.stem("stdin", "mix", 48000)), 300000)
 
-    def test_names_in_any_script_work(self):
+    def test_names_in_any_script_work(self) -> None:
         song = noise(5000)
         done = self.separate(self.put("Größe 歌 песня 🎵.wav", wav_bytes(song)))
         self.assertEqual(self.assert_done(done)[1], "Größe 歌 песня 🎵.wav")
@@ -179,7 +190,7 @@ class SeparateTest(ProgramTest):
         receipt = json.loads((folder / "receipt.json").read_text(encoding="utf-8"))
         self.assertEqual(receipt["input"]["file"], "Größe 歌 песня 🎵.wav")
 
-    def test_a_scrambled_model_needs_its_key(self):
+    def test_a_scrambled_model_needs_its_key(self) -> None:
         key = b"correct horse"
         plain = np.frombuffer((self.models / "gains.onnx").read_bytes(), np.uint8)
         scrambled = plain ^ np.resize(np.frombuffer(key, np.uint8), plain.shape)
@@ -188,7 +199,7 @@ class SeparateTest(ProgramTest):
         self.assert_failed(self.separate("song.wav", "--key", "wrong", model=model), "cannot be used: ")
         self.assert_done(self.separate("song.wav", "--key", key.decode(), model=model))
 
-    def test_a_song_that_cannot_be_separated_is_refused_in_one_sentence(self):
+    def test_a_song_that_cannot_be_separated_is_refused_in_one_sentence(self) -> None:
         whole = wav_bytes(noise(300000))
         flac = (DATA / "tone.flac").read_bytes()
         ogg = (DATA / "tone.ogg").read_bytes()
@@ -214,7 +225,7 @@ class SeparateTest(ProgramTest):
         self.assert_failed(self.run_program([*self.arguments("-"), "--stems", "bass"], input=b"123"), "cut off")
         self.assert_failed(self.run_program(self.arguments("-"), input=b""), "no sound")
 
-    def test_a_song_in_which_the_model_fails_has_failed(self):
+    def test_a_song_in_which_the_model_fails_has_failed(self) -> None:
         song = noise(3 * 254976)
         song[400000] = 1e6  # beyond what that model takes; the chunks before it are good
         done = self.separate(self.put("song.wav", wav_bytes(song)), model="fail_on_request.onnx")
@@ -222,14 +233,14 @@ class SeparateTest(ProgramTest):
         self.assertRegex(done.complaints[-1], r"^tonwerk-separate: The model failed at 0:06 or soon after: .*[^ ]\.$")
         self.assertFalse((self.folder / "out").exists())
 
-    def test_a_model_that_cannot_be_used_is_refused_in_one_sentence(self):
+    def test_a_model_that_cannot_be_used_is_refused_in_one_sentence(self) -> None:
         self.put("song.wav", wav_bytes(noise(5000)))
         self.put("empty.onnx", b"")
         for model, words in (("missing.onnx", "does not exist"), ("song.wav", "cannot be used: "),
                              ("empty.onnx", "empty")):
             self.assert_failed(self.separate("song.wav", model=self.folder / model), words)
 
-    def test_wrong_usage_is_told_apart(self):
+    def test_wrong_usage_is_told_apart(self) -> None:
         self.put("song.wav", wav_bytes(noise(100)))
         self.assert_failed(self.separate("song.wav", "--stems", "vocals,trumpet"), "\"trumpet\"", code=2)
         self.assert_failed(self.separate("song.wav", "--loud"), "--loud", code=2)
@@ -240,7 +251,7 @@ class SeparateTest(ProgramTest):
             with self.subTest(options=options):
                 self.assert_failed(self.separate("song.wav", *options), words, code=2)
 
-    def test_older_stems_stay_when_a_run_fails_and_go_when_one_succeeds(self):
+    def test_older_stems_stay_when_a_run_fails_and_go_when_one_succeeds(self) -> None:
         self.assert_done(self.separate(self.put("song.wav", wav_bytes(noise(3000)))))
         before = self.stem("song", "vocals").copy()
         self.assertEqual(self.separate(self.put("song.wav", wav_bytes(noise(300000))[:-8])).returncode, 1)
@@ -249,7 +260,7 @@ class SeparateTest(ProgramTest):
         self.assert_done(self.separate(self.put("song.wav", wav_bytes(noise(4000)))))
         self.assertEqual(len(self.stem("song", "vocals")), 4000)
 
-    def test_a_full_disk_is_told(self):
+    def test_a_full_disk_is_told(self) -> None:
         if self.on_windows:
             self.skipTest("needs a device that is always full")
         (self.folder / "out/song").mkdir(parents=True)
@@ -259,7 +270,7 @@ class SeparateTest(ProgramTest):
         self.assertRegex(done.stderr, r"^tonwerk-separate: Cannot write .*: No space left on device\.\n$")
         self.assertEqual(self.files(), set())
 
-    def test_a_terminal_shows_a_bar(self):
+    def test_a_terminal_shows_a_bar(self) -> None:
         if self.on_windows:
             self.skipTest("needs a console")
         self.put("song.wav", wav_bytes(noise(300000)))

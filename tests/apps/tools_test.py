@@ -16,7 +16,9 @@ import subprocess
 import sys
 import tempfile
 import unittest
+from collections.abc import Iterable
 from pathlib import Path
+from typing import Any
 
 import numpy as np
 
@@ -36,39 +38,39 @@ command = []
 class Done:
     """What a run has left: code, lines by the name in front of them, and what it complained."""
 
-    def __init__(self, process):
+    def __init__(self, process: subprocess.CompletedProcess[str]) -> None:
         self.code = process.returncode
         self.output = process.stdout
         self.complaints = [line for line in process.stderr.splitlines() if not RUNTIMES_OWN.search(line)]
-        self.lines = {}
+        self.lines: dict[str, list[str]] = {}
         for line in process.stdout.splitlines():
             self.lines.setdefault(line[:10].strip(), []).append(line[11:])
 
-    def all(self, name):
+    def all(self, name: str) -> list[str]:
         return self.lines.get(name, [])
 
 
 class ToolTest(unittest.TestCase):
-    def setUp(self):
+    def setUp(self) -> None:
         folder = tempfile.TemporaryDirectory(prefix="tonwerk-tools-test-")
         self.addCleanup(folder.cleanup)
         self.folder = Path(folder.name)
 
-    def put(self, name, content):
+    def put(self, name: str, content: bytes) -> Path:
         path = self.folder / name
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_bytes(content)
         return path
 
-    def put_song(self):
+    def put_song(self) -> None:
         song = np.zeros(1000, "<f4")
         self.put("song.wav", struct.pack("<4sI4s4sIHHIIHH4sI", b"RIFF", 36 + song.nbytes, b"WAVE", b"fmt ", 16, 3, 2,
                                          44100, 44100 * 8, 8, 32, b"data", song.nbytes) + song.tobytes())
 
-    def put_network(self, network):
+    def put_network(self, network: Network) -> Path:
         return self.put("network.onnx", network.model().SerializeToString())
 
-    def run_tool(self, *arguments, program=None, model=None):
+    def run_tool(self, *arguments: Any, program: Path | None = None, model: Any = None) -> Done:
         """model: what the environment names as the default model."""
         environment = {name: value for name, value in os.environ.items() if name != "TONWERK_MODEL"}
         if model is not None:
@@ -76,12 +78,12 @@ class ToolTest(unittest.TestCase):
         return Done(subprocess.run([*command[:-1], str(program or command[-1]), *map(str, arguments)],
                                    cwd=self.folder, env=environment, capture_output=True, encoding="utf-8"))
 
-    def assert_failed(self, done, words, code=1):
+    def assert_failed(self, done: Done, words: str, code: int = 1) -> None:
         """One sentence on standard error with these words."""
         self.assertEqual((done.code, len(done.complaints)), (code, 1), (done.output, done.complaints))
         self.assertRegex(done.complaints[0], f"^tonwerk-separate: .*{re.escape(words)}.*[.)]$")
 
-    def program_without_runtime(self, folder):
+    def program_without_runtime(self, folder: str) -> Path:
         """A copy of the program with its libraries, but for the runtime."""
         target = self.folder / folder
         target.mkdir(parents=True)
@@ -94,10 +96,10 @@ class ToolTest(unittest.TestCase):
 
 
 class CheckModel(ToolTest):
-    def check(self, model, *arguments):
+    def check(self, model: Any, *arguments: Any) -> Done:
         return self.run_tool("check-model", model, *arguments)
 
-    def assert_breaks(self, done, violations):
+    def assert_breaks(self, done: Done, violations: list[str]) -> None:
         """Exactly these violations (regular expressions), in any order, and a result that counts them."""
         self.assertEqual((done.code, done.complaints), (1, []), done.output)
         found = done.all("violation")
@@ -106,13 +108,14 @@ class CheckModel(ToolTest):
             self.assertTrue(any(re.fullmatch(violation, sentence) for sentence in found), (violation, found))
         self.assertRegex(done.all("result")[0], rf"^It breaks the contract: {len(violations)} violations?\.$")
 
-    def assert_conforms(self, done, warnings=0):
+    def assert_conforms(self, done: Done, warnings: int = 0) -> None:
         self.assertEqual((done.code, done.complaints, done.all("violation")), (0, [], []), done.output)
         self.assertEqual(len(done.all("warning")), warnings, done.output)
         self.assertEqual(done.all("result"), ["It keeps to the contract."])
-        self.assertRegex(done.all("speed")[0], r"^\d+\.\d{3} s for each 5\.78 s of sound: real-time factor \d+\.\d{3}\.$")
+        self.assertRegex(done.all("speed")[0],
+                         r"^\d+\.\d{3} s for each 5\.78 s of sound: real-time factor \d+\.\d{3}\.$")
 
-    def test_models_that_keep_the_contract_are_told_to(self):
+    def test_models_that_keep_the_contract_are_told_to(self) -> None:
         for name in ("gains", "reordered", "identity_vocals", "neighbours", "frame_mask"):
             with self.subTest(model=name):
                 done = self.check(models / f"{name}.onnx")
@@ -120,11 +123,11 @@ class CheckModel(ToolTest):
                 self.assertEqual(done.all("format"), ["ONNX, opset 17, IR version 8, written by tonwerk"])
                 self.assertTrue(any("ignores the flags" in note for note in done.all("note")))
 
-    def test_each_break_of_the_interface_is_one_sentence(self):
+    def test_each_break_of_the_interface_is_one_sentence(self) -> None:
         every = ["input \"unified_input\""] + [f"output \"{stem}_output\"" for stem in GAINS]
         outputs = every[1:]
 
-        def shapes(shape, ports, rest=""):
+        def shapes(shape: str, ports: Iterable[str], rest: str = "") -> list[str]:
             return [re.escape(f"The {port} has the shape {shape}, it must be {SHAPE_TEXT}{rest}.") for port in ports]
 
         for name, violations in {
@@ -143,7 +146,7 @@ class CheckModel(ToolTest):
                 self.assertEqual(done.all("speed"), [], "it was run")
         self.assertRegex(done.all("warning")[0], r'The input "unified_input" has the shape \(1, 4, \?, 2048\)')
 
-    def test_order_and_shape_of_flags_count(self):
+    def test_order_and_shape_of_flags_count(self) -> None:
         self.assert_breaks(self.check(self.put_network(scale(Network(flags=FLAG_ORDER[::-1]), GAINS))),
                            [r"The inputs are not in their order, which is unified_input, vocals_flag, drum_flag.*\."])
         network = scale(Network(), GAINS)
@@ -151,8 +154,8 @@ class CheckModel(ToolTest):
         self.assert_breaks(self.check(self.put_network(network)),
                            [r'The input "drum_flag" has the shape \(2\), it must be \(1\)\.'])
 
-    def test_what_a_run_gives_is_looked_at(self):
-        def network(operator, *others):
+    def test_what_a_run_gives_is_looked_at(self) -> None:
+        def network(operator: str, *others: Any) -> Done:
             """Vocals are what the operator makes of the input."""
             made = scale(Network(), GAINS, order=list(GAINS)[1:])
             made.add_output(operator, [INPUT, *(made.constant(f"c{i}", other) for i, other in enumerate(others))],
@@ -169,7 +172,7 @@ class CheckModel(ToolTest):
         self.assert_conforms(loud, warnings=1)
         self.assertRegex(loud.all("warning")[0], r"^The stems are louder .*: 1 of them by themselves, .* by 8\.6 dB\.$")
 
-    def test_heeded_flags_are_told(self):
+    def test_heeded_flags_are_told(self) -> None:
         network = Network()
         for stem in GAINS:
             factor = network.add("Where", [f"{stem}_flag", network.constant(f"{stem}_on", [GAINS[stem]]),
@@ -179,7 +182,7 @@ class CheckModel(ToolTest):
         self.assert_conforms(done)
         self.assertEqual(done.all("note"), ["It heeds the flags: without its flag, 6 of the 6 stems get quieter."])
 
-    def test_a_run_that_fails_is_a_violation(self):
+    def test_a_run_that_fails_is_a_violation(self) -> None:
         network = Network()
         shape = network.constant("asked_shape", np.array(SHAPE) + [0, 0, 0, 1], np.int64)
         # What is not known before the run: the shape comes out of a value of the input.
@@ -191,19 +194,20 @@ class CheckModel(ToolTest):
         self.assert_breaks(self.check(self.put_network(scale(network, GAINS, source="checked"))),
                            [r"It cannot be run: .*Reshape.*\."])
 
-    def test_unused_outputs_are_only_told(self):
+    def test_unused_outputs_are_only_told(self) -> None:
         network = scale(Network(), GAINS)
         network.add_output("Abs", [INPUT], "noise")
         done = self.check(self.put_network(network))
         self.assert_conforms(done, warnings=1)
         self.assertEqual(done.all("warning"), ['The output "noise_output" is not used by the library.'])
 
-    def test_files_that_are_no_model(self):
+    def test_files_that_are_no_model(self) -> None:
         whole = (models / "band_split.onnx").read_bytes()
         for content in (whole[:len(whole) // 2], b"text " * 100, b"\x08\x08"):
             with self.subTest(content=content[:5]):
                 done = self.check(self.put("cut.onnx", content))
-                self.assert_breaks(done, [r"The runtime cannot load it: .+\. If it is scrambled, --key takes its key\."])
+                self.assert_breaks(done, [r"The runtime cannot load it: .+\. "
+                                          r"If it is scrambled, --key takes its key\."])
         for name, words in (("missing.onnx", "does not exist"), (".", "is a folder"),
                             (self.put("empty.onnx", b""), "is an empty file")):
             self.assert_failed(self.check(name), words)
@@ -213,13 +217,13 @@ class CheckModel(ToolTest):
 class Scramble(ToolTest):
     KEY = "Größe 歌"
 
-    def scramble(self, model, output, *arguments):
+    def scramble(self, model: Any, output: Any, *arguments: Any) -> Done:
         return self.run_tool("scramble", model, "-o", output, *(arguments or ("--key", self.KEY)))
 
-    def assert_scrambled(self, done):
+    def assert_scrambled(self, done: Done) -> None:
         self.assertEqual((done.code, done.complaints), (0, []), done.output)
 
-    def test_a_scrambled_model_separates_with_its_key_and_turns_back(self):
+    def test_a_scrambled_model_separates_with_its_key_and_turns_back(self) -> None:
         gains = models / "gains.onnx"
         self.assert_scrambled(self.scramble(gains, "model 楽.onnx"))
         plain = np.frombuffer(gains.read_bytes(), np.uint8)
@@ -241,7 +245,7 @@ class Scramble(ToolTest):
         self.assert_scrambled(self.scramble("model 楽.onnx", "plain.onnx"))
         self.assertEqual((self.folder / "plain.onnx").read_bytes(), gains.read_bytes())
 
-    def test_the_model_itself_is_never_replaced(self):
+    def test_the_model_itself_is_never_replaced(self) -> None:
         content = (models / "gains.onnx").read_bytes()
         model = self.put("model.onnx", content)
         names = ["model.onnx", "./model.onnx", "folder/../model.onnx"]
@@ -252,7 +256,7 @@ class Scramble(ToolTest):
                 self.assert_failed(self.scramble("model.onnx", name), "would replace the model")
         self.assertEqual(model.read_bytes(), content)
 
-    def test_nothing_is_left_of_what_cannot_be_written(self):
+    def test_nothing_is_left_of_what_cannot_be_written(self) -> None:
         (self.folder / "taken.onnx" / "full").mkdir(parents=True)
         gains = models / "gains.onnx"
         self.assert_failed(self.scramble(gains, "taken.onnx"), "Cannot rename")
@@ -260,14 +264,14 @@ class Scramble(ToolTest):
         self.assert_failed(self.scramble("missing.onnx", "model.onnx"), "does not exist")
         self.assertEqual([path.name for path in self.folder.iterdir()], ["taken.onnx"])
 
-    def test_a_key_is_needed(self):
+    def test_a_key_is_needed(self) -> None:
         gains = models / "gains.onnx"
         self.assert_failed(self.scramble(gains, "model.onnx", "--key", ""), "The key is empty", code=2)
         self.assert_failed(self.run_tool("scramble", gains, "-o", "model.onnx"), "required", code=2)
 
 
 class Doctor(ToolTest):
-    def test_all_is_well(self):
+    def test_all_is_well(self) -> None:
         done = self.run_tool("doctor", model=models / "gains.onnx")
         self.assertEqual((done.code, done.complaints, done.all("problem")), (0, [], []), done.output)
         self.assertEqual(done.all("result"), ["All is well."])
@@ -283,7 +287,7 @@ class Doctor(ToolTest):
                                  done.all("self-test")[0])
         self.assertLess(float(null_test[1]), -120.0)
 
-    def test_a_missing_runtime_is_a_problem_with_an_advice(self):
+    def test_a_missing_runtime_is_a_problem_with_an_advice(self) -> None:
         program = self.program_without_runtime("bin")
         done = self.run_tool("doctor", program=program, model=models / "gains.onnx")
         self.assertEqual((done.code, done.complaints, done.all("result")), (1, [], ["1 problem to solve."]))
@@ -294,7 +298,7 @@ class Doctor(ToolTest):
         done = self.run_tool("check-model", models / "gains.onnx", program=program)
         self.assert_failed(done, "Cannot load the inference runtime")
 
-    def test_the_default_model_is_looked_for_in_its_places(self):
+    def test_the_default_model_is_looked_for_in_its_places(self) -> None:
         program = self.program_without_runtime("tree/bin")
         places = ["tree/models", "tree/share/tonwerk/models", "tree/bin"]
         problem = self.run_tool("doctor", program=program).all("problem")[-1]
@@ -311,9 +315,10 @@ class Doctor(ToolTest):
         named = self.put("Größe 歌.onnx", b"named")
         self.assertIn("Größe 歌.onnx", self.run_tool("doctor", program=program, model=named).all("model")[0])
         self.assertRegex(self.run_tool("doctor", program=program, model="gone.onnx").all("problem")[-1],
-                         r'^The environment variable TONWERK_MODEL names the model "gone\.onnx", which does not exist\.$')
+                         r'^The environment variable TONWERK_MODEL names the model "gone\.onnx", '
+                          r'which does not exist\.$')
 
-    def test_songs_are_separated_with_the_default_model(self):
+    def test_songs_are_separated_with_the_default_model(self) -> None:
         self.put_song()
         for model, words in ((models / "gains.onnx", ""), (self.put("text.onnx", b"text"), "cannot be used: ")):
             done = self.run_tool("song.wav", "-o", "out", model=model)
@@ -322,7 +327,7 @@ class Doctor(ToolTest):
         done = self.run_tool("song.wav", "-o", "out", program=self.program_without_runtime("bin"))
         self.assert_failed(done, "There is no model: ")
 
-    def test_a_default_model_that_cannot_be_used_is_a_problem(self):
+    def test_a_default_model_that_cannot_be_used_is_a_problem(self) -> None:
         for model, words in ((self.put("text.onnx", b"text"), "cannot be loaded: "),
                              (models / "wrong" / "mono.onnx", "breaks the contract; "),
                              (self.put("empty.onnx", b""), "is an empty file."),
@@ -332,10 +337,10 @@ class Doctor(ToolTest):
             self.assertIn(words, done.all("problem")[0])
             self.assertEqual(len(done.all("self-test")), 1)
 
-    def test_its_own_model_is_the_analytic_one(self):
+    def test_its_own_model_is_the_analytic_one(self) -> None:
         self.assertEqual((ROOT / "apps/tools/gains.onnx").read_bytes(), (models / "gains.onnx").read_bytes())
 
-    def test_help_and_wrong_usage(self):
+    def test_help_and_wrong_usage(self) -> None:
         for tool in ("doctor", "check-model", "scramble"):
             done = self.run_tool(tool, "--help")
             self.assertEqual((done.code, done.complaints), (0, []))

@@ -9,7 +9,7 @@ import subprocess
 import sys
 
 
-def main():
+def main() -> int:
     dll, *allowed = sys.argv[1:]
     listing = subprocess.run(
         ["llvm-readobj", "--coff-imports", dll], capture_output=True, text=True, check=True).stdout

@@ -12,7 +12,7 @@ import subprocess
 import sys
 
 
-def main():
+def main() -> int:
     if len(sys.argv) != 4:
         sys.exit(__doc__)
     dll, library, function = sys.argv[1:]

@@ -10,18 +10,18 @@ import sys
 from pathlib import Path
 
 
-def output_of(*command, text_in=None):
+def output_of(*command: str | Path, text_in: str | None = None) -> str:
     return subprocess.run(command, input=text_in, capture_output=True, text=True, check=True).stdout
 
 
-def exported_symbols(library):
+def exported_symbols(library: Path) -> list[str]:
     if library.suffix == ".dll":
         return re.findall(r"^ *Name: (\S+)$", output_of("llvm-readobj", "--coff-exports", library), re.MULTILINE)
     lines = output_of("nm", "--dynamic", "--defined-only", "--format=posix", library).splitlines()
     return [line.split()[0] for line in lines]
 
 
-def main():
+def main() -> int:
     if len(sys.argv) != 3:
         sys.exit(__doc__)
     library, wanted_list = Path(sys.argv[1]), Path(sys.argv[2])

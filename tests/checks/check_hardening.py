@@ -10,25 +10,26 @@ read-only table of resolved functions, filled at start, and no executable stack.
 import re
 import subprocess
 import sys
+from collections.abc import Iterator
 from pathlib import Path
 
 
-def output_of(*command):
+def output_of(*command: str | Path) -> str:
     return subprocess.run(command, capture_output=True, text=True, check=True).stdout
 
 
-def dll_faults(library):
+def dll_faults(library: Path) -> Iterator[str]:
     characteristics = re.search(r"^ *Characteristics \[.*?^ *\]", output_of("llvm-readobj", "--file-headers", library)
                                 .split("ImageOptionalHeader", 1)[1], re.MULTILINE | re.DOTALL).group(0)
     for flag in ("HIGH_ENTROPY_VA", "DYNAMIC_BASE", "NX_COMPAT"):
         if flag not in characteristics:
             yield f"{flag} is not set"
     # MinGW's stack protector is linked in, with its message.
-    if b"stack smashing detected" not in Path(library).read_bytes():
+    if b"stack smashing detected" not in library.read_bytes():
         yield "there is no stack protector"
 
 
-def elf_faults(library):
+def elf_faults(library: Path) -> Iterator[str]:
     headers = output_of("readelf", "--program-headers", "--wide", library)
     if "GNU_RELRO" not in headers:
         yield "the resolved functions' table stays writable"
@@ -41,13 +42,13 @@ def elf_faults(library):
         yield "there is no stack protector"
 
 
-def main():
+def main() -> int:
     if len(sys.argv) != 2:
         sys.exit(__doc__)
-    library = sys.argv[1]
-    faults = list(dll_faults(library) if library.endswith(".dll") else elf_faults(library))
+    library = Path(sys.argv[1])
+    faults = list(dll_faults(library) if library.suffix == ".dll" else elf_faults(library))
     for fault in faults:
-        print(f"{Path(library).name}: {fault}")
+        print(f"{library.name}: {fault}")
     return 1 if faults else 0
 
 

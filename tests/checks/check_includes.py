@@ -8,6 +8,7 @@ Data flows from the api to the pipeline, the spectral part and the inference int
 """
 import re
 import sys
+from collections.abc import Iterable, Iterator
 from pathlib import Path
 
 # For each module, what it may include of our own: a folder of src, or one file.
@@ -38,11 +39,11 @@ CONFINED = {
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*[<"]([^>"]+)[>"]', re.MULTILINE)
 
 
-def starts_with_one_of(text, beginnings):
+def starts_with_one_of(text: str, beginnings: Iterable[str]) -> bool:
     return any(text.startswith(beginning) for beginning in beginnings)
 
 
-def problems_of(path, root):
+def problems_of(path: Path, root: Path) -> Iterator[str]:
     """One sentence for each include of the file that is out of place."""
     name = path.relative_to(root).as_posix()
     module = "include" if name.startswith("include/") else "/".join(name.split("/")[:2])
@@ -64,7 +65,7 @@ def problems_of(path, root):
         yield f"{name} does not include its own header {own} first"
 
 
-def main():
+def main() -> int:
     if len(sys.argv) != 2:
         sys.exit(__doc__)
     root = Path(sys.argv[1])

@@ -5,8 +5,9 @@
 usage: check_documents.py SOURCES PRODUCTS BUILD_TREE MODELS
 
 Each document's commands run in one folder that looks like the repository after `make build`, with a song.wav, the same
-as raw samples in song.raw, and a model.onnx; the built programs are on the search path. Blocks marked `file=NAME` are written there first. tests/docs/shell_blocks.py
-tells how blocks are marked. The package's own README.md is run by the package's test.
+as raw samples in song.raw, and a model.onnx; the built programs are on the search path. Blocks marked `file=NAME` are
+written there first. tests/docs/shell_blocks.py tells how blocks are marked. The package's own
+README.md is run by the package's test.
 """
 import os
 import re
@@ -17,7 +18,6 @@ import wave
 from pathlib import Path
 
 import numpy as np
-
 import shell_blocks
 
 SOURCES, PRODUCTS, BUILD, MODELS = map(Path, sys.argv[1:])
@@ -25,7 +25,7 @@ DOCUMENTS = [*(SOURCES / name for name in ("README.md", "CONTRIBUTING.md", "CHAN
              *sorted((SOURCES / "docs").glob("*.md"))]
 
 
-def look_like_the_repository(folder):
+def look_like_the_repository(folder: Path) -> None:
     """Links to what a user has; build/ is a folder, so that what the commands write stays here."""
     for path in SOURCES.iterdir():
         if path.name not in ("build", ".git"):
@@ -42,7 +42,7 @@ def look_like_the_repository(folder):
         file.writeframes((song * 32767).astype("<i2").tobytes())
 
 
-def run_commands(document):
+def run_commands(document: Path) -> list[str]:
     """Runs a document's commands; returns what failed."""
     commands = shell_blocks.blocks_to_run(document)
     if not commands:
@@ -60,7 +60,7 @@ def run_commands(document):
     return [f"{document.name}: its commands end with {done.returncode}."] if done.returncode else []
 
 
-def broken_links(document):
+def broken_links(document: Path) -> list[str]:
     text = document.read_text(encoding="utf-8")
     for *_, block in shell_blocks.blocks(document):
         text = text.replace(block, "")
@@ -69,13 +69,13 @@ def broken_links(document):
             if not re.match(r"[a-z]+:", target) and not (document.parent / target).exists()]
 
 
-def unused_pictures():
+def unused_pictures() -> list[str]:
     texts = "".join(path.read_text(encoding="utf-8") for path in DOCUMENTS)
     return [f"No document shows {path.name}." for path in (SOURCES / "docs/pictures").iterdir()
             if f"pictures/{path.name})" not in texts]
 
 
-def main():
+def main() -> None:
     failures = unused_pictures()
     drawn = subprocess.run([sys.executable, SOURCES / "tools/make_pictures.py", "--check", SOURCES / "docs/pictures"],
                            stderr=subprocess.PIPE, text=True)
@@ -83,7 +83,7 @@ def main():
     for document in DOCUMENTS:
         try:
             failures += broken_links(document) + run_commands(document)
-        except shell_blocks.Unmarked as fault:
+        except shell_blocks.UnmarkedError as fault:
             failures.append(str(fault))
     sys.exit("\n".join(failures) if failures else 0)
 

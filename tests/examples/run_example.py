@@ -16,17 +16,17 @@ GAINS = {"vocals": 10 / 32, "drum": 8 / 32, "piano": 4 / 32, "acoustic_guitar": 
          "bass": 6 / 32, "residual": 0, "mix": 1}
 
 
-def seen_by_program(path, program):
+def seen_by_program(path: Path, program: list[str]) -> str:
     """Wine shows the whole file system as drive Z."""
     return f"Z:{path}" if program[-1].endswith(".exe") else str(path)
 
 
-def run(program, *arguments):
+def run(program: list[str], *arguments: Path) -> subprocess.CompletedProcess[str]:
     return subprocess.run([*program, *(seen_by_program(path, program) for path in arguments)], capture_output=True,
                           text=True)
 
 
-def check(done, frames, loudness):
+def check(done: subprocess.CompletedProcess[str], frames: int, loudness: float) -> None:
     """The program ran well and printed these frames and the gains' part of this loudness for each stem."""
     printed = dict(re.findall(r"^(\w+) +([0-9.]+) RMS$", done.stdout, re.MULTILINE))
     assert done.returncode == 0, (done.returncode, done.stderr)
@@ -37,11 +37,11 @@ def check(done, frames, loudness):
         assert abs(float(printed[stem]) - gain * loudness) < 1e-4, (stem, printed[stem], gain * loudness)
 
 
-def check_refused(done, sentence):
+def check_refused(done: subprocess.CompletedProcess[str], sentence: str) -> None:
     assert done.returncode == 1 and sentence in done.stderr, (done.returncode, done.stderr)
 
 
-def main():
+def main() -> None:
     models, program = Path(sys.argv[1]), sys.argv[2:]
     gains = models / "gains.onnx"
     # Sines of 0.5 and 0.25.

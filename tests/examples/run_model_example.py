@@ -16,13 +16,13 @@ REASONS = {"missing_output": "The output bass_output is missing.", "missing_flag
            "wrong_type": "is DOUBLE", "dynamic_output_shape": "0 means: left open"}
 
 
-def run(script, *arguments):
+def run(script: str, *arguments: str | Path) -> subprocess.CompletedProcess[str]:
     done = subprocess.run([sys.executable, "-B", EXAMPLES / script, *arguments], capture_output=True, text=True)
     print(done.stdout, done.stderr, flush=True)
     return done
 
 
-def main():
+def main() -> None:
     with tempfile.TemporaryDirectory() as folder:
         model = Path(folder) / "new" / "mine.onnx"
         assert run("export.py", model).returncode == 0

@@ -11,19 +11,18 @@ import wave
 from pathlib import Path
 
 import numpy as np
-
 from run_example import GAINS
 
 LENGTH = 300001
 
 
-def read(path):
+def read(path: Path) -> np.ndarray:
     with wave.open(str(path)) as file:
         assert file.getframerate() == 44100 and file.getnchannels() == 2, file.getparams()
         return np.frombuffer(file.readframes(file.getnframes()), dtype="<i2").reshape(-1, 2).astype(int)
 
 
-def main():
+def main() -> None:
     models, example, library = sys.argv[1:]
     phase = np.arange(LENGTH) / 44100 * 2 * np.pi
     song = np.stack([12000 * np.sin(440 * phase), 9000 * np.sin(660 * phase)], axis=1).astype("<i2")
@@ -32,6 +31,7 @@ def main():
         with wave.open(str(folder / "song.wav"), "wb") as file:
             file.setparams((2, 2, 44100, LENGTH, "NONE", ""))
             file.writeframes(song.tobytes())
+        command: list[str | Path]
         command = [sys.executable, example, library, Path(models) / "gains.onnx", folder / "song.wav", folder / "stems"]
         subprocess.run(command, check=True)
         for stem, gain in GAINS.items():

@@ -10,7 +10,9 @@ has the table. The same bytes are written on every run. Models that break the in
 
 import os
 import sys
+from collections.abc import Sequence
 from pathlib import Path
+from typing import Any
 
 import numpy as np
 import onnx
@@ -55,29 +57,30 @@ CROSSFADE_OCTAVES = 0.5
 class Network:
     """A graph in the making. It has the interface's inputs; operators and outputs are added one by one."""
 
-    def __init__(self, shape=SHAPE, element=TensorProto.FLOAT, flags=FLAG_ORDER):
+    def __init__(self, shape: Sequence[int | str] = SHAPE, element: int = TensorProto.FLOAT,
+                 flags: Sequence[str] = FLAG_ORDER) -> None:
         self.shape = shape
         self.element = element
         self.kind = np.float64 if element == TensorProto.DOUBLE else np.float32
         self.inputs = [helper.make_tensor_value_info(INPUT, element, shape)]
         self.inputs += [helper.make_tensor_value_info(f"{stem}_flag", TensorProto.BOOL, [1]) for stem in flags]
-        self.outputs = []
-        self.nodes = []
-        self.constants = []
+        self.outputs: list[onnx.ValueInfoProto] = []
+        self.nodes: list[onnx.NodeProto] = []
+        self.constants: list[onnx.TensorProto] = []
 
-    def constant(self, name, values, kind=None):
+    def constant(self, name: str, values: Any, kind: Any = None) -> str:
         self.constants.append(numpy_helper.from_array(np.asarray(values, dtype=kind or self.kind), name))
         return name
 
-    def add(self, operator, inputs, result, **attributes):
+    def add(self, operator: str, inputs: list[str], result: str, **attributes: Any) -> str:
         self.nodes.append(helper.make_node(operator, inputs, [result], name=f"make_{result}", **attributes))
         return result
 
-    def add_output(self, operator, inputs, stem, **attributes):
+    def add_output(self, operator: str, inputs: list[str], stem: str, **attributes: Any) -> None:
         name = self.add(operator, inputs, f"{stem}_output", **attributes)
         self.outputs.append(helper.make_tensor_value_info(name, self.element, self.shape))
 
-    def model(self):
+    def model(self) -> onnx.ModelProto:
         graph = helper.make_graph(self.nodes, "analytic", self.inputs, self.outputs, self.constants)
         model = helper.make_model(graph, producer_name="tonwerk", ir_version=IR_VERSION,
                                   opset_imports=[helper.make_opsetid("", OPSET)])
@@ -85,7 +88,8 @@ class Network:
         return model
 
 
-def scale(network, factors, source=INPUT, order=OUTPUT_ORDER):
+def scale(network: Network, factors: dict[str, Any], source: str = INPUT,
+          order: Sequence[str] = OUTPUT_ORDER) -> Network:
     """Adds outputs in the given order, each the source times its stem's factor (a number or a mask)."""
     for stem in order:
         factor = network.constant(f"{stem}_factor", factors[stem])
@@ -93,7 +97,7 @@ def scale(network, factors, source=INPUT, order=OUTPUT_ORDER):
     return network
 
 
-def phase_shifted_masks(length, axis):
+def phase_shifted_masks(length: int, axis: int) -> dict[str, np.ndarray]:
     """One raised cosine per stem over the length of an axis, a sixth of a period apart: they sum to 1."""
     position = np.arange(length) / length
     shape = [1, 1, 1, 1]
@@ -105,23 +109,23 @@ def phase_shifted_masks(length, axis):
 # --- models that keep the interface -------------------------------------------------------------------------------
 
 
-def gains():
+def gains() -> Network:
     return scale(Network(), GAINS)
 
 
-def identity_vocals():
+def identity_vocals() -> Network:
     return scale(Network(), {stem: float(stem == "vocals") for stem in OUTPUT_ORDER})
 
 
-def bin_mask():
+def bin_mask() -> Network:
     return scale(Network(), phase_shifted_masks(BINS, axis=3))
 
 
-def frame_mask():
+def frame_mask() -> Network:
     return scale(Network(), phase_shifted_masks(FRAMES, axis=2))
 
 
-def neighbours():
+def neighbours() -> Network:
     network = Network()
     for stem in OUTPUT_ORDER:
         kernel = np.tile(np.reshape(TAPS[stem], (1, 1, 3, 1)) / 32, (4, 1, 1, 1))
@@ -130,7 +134,7 @@ def neighbours():
     return network
 
 
-def fail_on_request():
+def fail_on_request() -> Network:
     """Loud input asks for a reshape to one bin more than there is, which every execution provider refuses."""
     network = Network()
     network.add("Abs", [INPUT], "magnitude")
@@ -143,15 +147,15 @@ def fail_on_request():
     return scale(network, GAINS, source="checked_input")
 
 
-def reordered():
+def reordered() -> Network:
     return scale(Network(), GAINS, order=FLAG_ORDER)
 
 
-def band_split():
+def band_split() -> Network:
     """Masks that are 1 within a stem's band and cross-fade with the next one over half an octave."""
     frequency = np.maximum(np.arange(BINS), 0.5) * SAMPLE_RATE / (2 * BINS)
 
-    def share_below(edge):
+    def share_below(edge: float) -> np.ndarray:
         fade = np.clip(np.log2(edge / frequency) / CROSSFADE_OCTAVES + 0.5, 0, 1)
         return np.sin(fade * np.pi / 2) ** 2
 
@@ -166,24 +170,24 @@ def band_split():
 # --- models that break the interface ------------------------------------------------------------------------------
 
 
-def missing_output():
+def missing_output() -> Network:
     return scale(Network(), GAINS, order=[stem for stem in OUTPUT_ORDER if stem != "bass"])
 
 
-def missing_flag():
+def missing_flag() -> Network:
     return scale(Network(flags=[stem for stem in FLAG_ORDER if stem != "piano"]), GAINS)
 
 
-def dynamic_output_shape():
+def dynamic_output_shape() -> Network:
     """Any number of frames, as exporters write it on request: the outputs' declared shape has a gap."""
     return scale(Network(shape=(1, 4, "frames", BINS)), GAINS)
 
 
-def small_segment():
+def small_segment() -> Network:
     return scale(Network(shape=(1, 4, FRAMES // 2, BINS)), GAINS)
 
 
-def sequence_output():
+def sequence_output() -> Network:
     """The first output, vocals, is a list of one tensor."""
     network = scale(Network(), GAINS, order=OUTPUT_ORDER[1:])
     network.add("SequenceConstruct", [INPUT], "vocals_output")
@@ -191,18 +195,18 @@ def sequence_output():
     return network
 
 
-def extra_input():
+def extra_input() -> Network:
     network = Network()
     network.inputs.append(helper.make_tensor_value_info("temperature", TensorProto.FLOAT, [1]))
     network.add("Mul", [INPUT, "temperature"], "warmed_input")
     return scale(network, GAINS, source="warmed_input")
 
 
-def wrong_type():
+def wrong_type() -> Network:
     return scale(Network(element=TensorProto.DOUBLE), GAINS)
 
 
-def mono():
+def mono() -> Network:
     return scale(Network(shape=(1, 2, FRAMES, BINS)), GAINS)
 
 
@@ -226,14 +230,14 @@ MODELS = {
 }
 
 
-def write_whole(path, data):
+def write_whole(path: Path, data: bytes) -> None:
     """A test that runs meanwhile reads the former file or the new one, never half of one."""
     partial = path.with_suffix(f".{os.getpid()}.part")
     partial.write_bytes(data)
     partial.replace(path)
 
 
-def main(arguments):
+def main(arguments: list[str]) -> None:
     if len(arguments) != 1:
         sys.exit("usage: make_analytic_models.py OUTDIR")
     folder = Path(arguments[0])

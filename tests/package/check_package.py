@@ -14,6 +14,7 @@ import sys
 import tempfile
 import wave
 from pathlib import Path
+from typing import Any
 
 SOURCES, BUILD, ARCHIVE, MODELS = Path(sys.argv[1]), Path(sys.argv[2]), sys.argv[3], Path(sys.argv[4])
 RUNNER = sys.argv[5:]
@@ -30,18 +31,18 @@ CROSS = ["-DCMAKE_SYSTEM_NAME=Windows", "-DCMAKE_C_COMPILER=x86_64-w64-mingw32-g
          "-DCMAKE_CXX_COMPILER=x86_64-w64-mingw32-g++-posix"]
 
 
-def run(*command, **options):
+def run(*command: Any, **options: Any) -> subprocess.CompletedProcess[str]:
     done = subprocess.run([str(part) for part in command], capture_output=True, text=True, **options)
     print(f"$ {' '.join(str(part) for part in command)}\n{done.stdout}{done.stderr}", flush=True)
     return done
 
 
-def require(condition, *facts):
+def require(condition: object, *facts: object) -> None:
     if not condition:
         sys.exit(" ".join(str(fact) for fact in facts))
 
 
-def check_same_archive_from_same_files(folder):
+def check_same_archive_from_same_files(folder: Path) -> None:
     """Whatever order and dates the files have on disk."""
     archives = []
     for number, names in enumerate((["a", "b"], ["b", "a"])):
@@ -56,7 +57,7 @@ def check_same_archive_from_same_files(folder):
     require(archives[0] == archives[1], "The same files gave different archives.")
 
 
-def unpacked(folder):
+def unpacked(folder: Path) -> Path:
     """The package, in a folder of its own; Python's own unpacker would lose the permissions of programs."""
     archive = folder / ARCHIVE
     require(run(sys.executable, SOURCES / "tools/make_package.py", BUILD, archive).returncode == 0)
@@ -71,13 +72,13 @@ def unpacked(folder):
 OURS = re.compile(r"(lib)?tonwerk[-_]\w+\.(so|dll)|tonwerk-separate(\.exe)?")
 
 
-def is_for_this_package(package, row):
+def is_for_this_package(package: Path, row: str) -> bool:
     """Whether a row of the table of licences speaks of what is in here: some files may be left out."""
     files = re.findall(r"`([\w.+-]+\.dll)`", row)
     return "Windows only" not in row or (WINDOWS and (not files or (package / "bin" / files[0]).exists()))
 
 
-def check_every_binary_has_its_licence(package):
+def check_every_binary_has_its_licence(package: Path) -> None:
     """Ours fall under LICENSE; each other one is named by a row of the table that names texts."""
     require("MIT License" in (package / "LICENSE").read_text(), "The package lacks its own licence.")
     require("MIT License" in (package / "models/LICENSE").read_text(), "The default model lacks its licence.")
@@ -90,7 +91,7 @@ def check_every_binary_has_its_licence(package):
         require(OURS.fullmatch(name) or texts, f"THIRD-PARTY.md names no licence text for {name}.")
 
 
-def check_licences(package):
+def check_licences(package: Path) -> None:
     """Each licence of the table is there, and no other; each pinned version is named."""
     table = (package / "THIRD-PARTY.md").read_text()
     named = {name for row in re.findall(r"^\|.*\|$", table, re.MULTILINE)
@@ -107,7 +108,7 @@ def check_licences(package):
     require(f"`onnxruntime-directml` {runtime}" in table, f"The runtime's texts are not those of version {runtime}.")
 
 
-def check_no_path_of_this_machine(package):
+def check_no_path_of_this_machine(package: Path) -> None:
     for path in package.rglob("*"):
         if path.is_file():
             content = path.read_bytes()
@@ -115,7 +116,7 @@ def check_no_path_of_this_machine(package):
                 require(str(place).encode() not in content, f"{path} names {place}.")
 
 
-def check_version_resources(package):
+def check_version_resources(package: Path) -> None:
     import pefile
     for name in ("tonwerk_proc_multistem.dll", "tonwerk_c.dll", "tonwerk-separate.exe"):
         image = pefile.PE(str(package / "bin" / name), fast_load=True)
@@ -128,21 +129,21 @@ def check_version_resources(package):
         require(texts[b"OriginalFilename"].decode() == name, name, texts)
 
 
-def build_examples(package, tree):
+def build_examples(package: Path, tree: Path) -> None:
     options = CROSS if WINDOWS else []
     require(run("cmake", "-S", package / "examples", "-B", tree, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
                 f"-DCMAKE_PREFIX_PATH={package}", *options).returncode == 0)
     require(run("cmake", "--build", tree).returncode == 0)
 
 
-def check_examples(tree):
+def check_examples(tree: Path) -> None:
     end = ".exe" if WINDOWS else ""
     for language in ("c", "cpp"):
         program = [*RUNNER, str(tree / f"example_{language}{end}")]
         run_example.check(run_example.run(program, MODELS / "gains.onnx"), 441000, (5 / 64) ** 0.5)
 
 
-def check_program(package, folder):
+def check_program(package: Path, folder: Path) -> None:
     """The packed program separates a file; where the models and stems lie, too, is a folder of that difficult name."""
     program = [*RUNNER, package / ("bin/tonwerk-separate.exe" if WINDOWS else "bin/tonwerk-separate")]
     require(VERSION in run(*program, "--version").stdout, "The program does not tell its version.")
@@ -155,7 +156,7 @@ def check_program(package, folder):
     require(len(list((folder / "stems/song").glob("*.wav"))) == 8, "There are not eight stems.")
 
 
-def check_only_on_linux(package, folder):
+def check_only_on_linux(package: Path, folder: Path) -> None:
     require(run(sys.executable, SOURCES / "tests/examples/run_python_example.py", MODELS,
                 package / "examples/python/separate.py", package / "lib/libtonwerk_c.so").returncode == 0)
     refused = run("cmake", "-S", package / "examples", "-B", folder / "refused", "-G", "Ninja",
@@ -168,7 +169,7 @@ def check_only_on_linux(package, folder):
                 .returncode == 0)
 
 
-def main():
+def main() -> None:
     kept = {name: os.environ[name] for name in ("HOME", "PATH", "WINEPREFIX") if name in os.environ}
     os.environ.clear()
     os.environ.update(kept, LC_ALL="C.UTF-8")

@@ -12,10 +12,10 @@ import struct
 import subprocess
 import sys
 import tempfile
+from collections.abc import Iterator
 from pathlib import Path
 
 import numpy as np
-
 import offline_reference
 from offline_reference import FIRST_BLOCK, NEXT_BLOCK, STEMS
 
@@ -44,14 +44,14 @@ TONES = {"vocals": 1732, "drum": 10583, "piano": 632, "acoustic_guitar": 4583, "
          "residual": 20000}
 
 
-def noise_with_impulses(length, seed):
+def noise_with_impulses(length: int, seed: int) -> np.ndarray:
     signal = 0.2 * np.random.default_rng(seed).standard_normal((2, length))
     signal[0, ::50_021] = 0.9
     signal[1, ::60_013] = -0.9
     return signal.astype(np.float32)
 
 
-def stream(host, model, signal):
+def stream(host: list[str], model: Path, signal: np.ndarray) -> dict[str, np.ndarray]:
     """The library's results as {name: {channel, sample}}."""
     samples = signal.T.astype("<f4").tobytes()
     header = struct.pack("<4sI4s4sIHHIIHH4sI", b"RIFF", 36 + len(samples), b"WAVE", b"fmt ", 16, 3, 2, 44100, 8 * 44100,
@@ -67,7 +67,8 @@ def stream(host, model, signal):
                 for name in names}
 
 
-def differences(case, results, expected, tolerance):
+def differences(case: str, results: dict[str, np.ndarray], expected: dict[str, np.ndarray],
+                tolerance: float) -> Iterator[str]:
     """One sentence for every result that is off."""
     for name, wanted in expected.items():
         if results[name].shape != wanted.shape:
@@ -80,7 +81,7 @@ def differences(case, results, expected, tolerance):
                    f"first at frame {first}")
 
 
-def compare_with_reference(host, models, seed):
+def compare_with_reference(host: list[str], models: Path, seed: int) -> Iterator[str]:
     for kind, length in CASES:
         signal = noise_with_impulses(length, seed)
         expected = offline_reference.separate(signal.astype(float), kind)
@@ -88,18 +89,18 @@ def compare_with_reference(host, models, seed):
         yield from differences(f"{kind}, {length} frames, seed {seed}", results, expected, ROUNDING)
 
 
-def split_tones(host, models):
+def split_tones(host: list[str], models: Path) -> Iterator[str]:
     """The band-splitting model gives every tone to its stem. The stream's ends are left out: the mirror image
     there breaks a tone's phase, and the break is heard in all bands."""
     time = np.arange(60_000) / 44_100
     tones = {name: np.tile(TONE_LEVEL * np.sin(2 * np.pi * hertz * time), (2, 1)) for name, hertz in TONES.items()}
-    results = stream(host, models / "band_split.onnx", sum(tones.values()))
+    results = stream(host, models / "band_split.onnx", np.sum(list(tones.values()), axis=0))
     inner = slice(8192, -8192)
     return differences("band_split, a tone per stem", {name: audio[:, inner] for name, audio in results.items()},
                        {name: audio[:, inner] for name, audio in tones.items()}, LEAKAGE)
 
 
-def main():
+def main() -> None:
     parser = argparse.ArgumentParser()
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("models", type=Path)

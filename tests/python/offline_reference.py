@@ -21,7 +21,7 @@ GAINS = np.array([10, 8, 4, 3, 1, 6]) / 32
 TAPS = np.array([[4, 10, -2], [-3, 8, 1], [2, 4, 3], [-1, 3, -4], [-4, 1, 1], [2, 6, 1]]) / 32
 
 
-def block_lengths(length):
+def block_lengths(length: int) -> list[int]:
     """The blocks of a stream that is fed in maxInputSize() blocks."""
     blocks = [min(length, FIRST_BLOCK)]
     while sum(blocks) < length:
@@ -29,7 +29,7 @@ def block_lengths(length):
     return blocks
 
 
-def mirrored_stream(signal):
+def mirrored_stream(signal: np.ndarray) -> tuple[np.ndarray, int]:
     """The signal between its lead-in and its lead-out, which ends where the last frame ends."""
     length = signal.shape[-1]
     blocks = block_lengths(length)
@@ -43,18 +43,18 @@ def mirrored_stream(signal):
     return np.pad(ended, ((0, 0), (lead_in, 0)), "reflect"), lead_in
 
 
-def analysis_window():
+def analysis_window() -> np.ndarray:
     position = 2 * np.pi * np.arange(FFT_SIZE) / FFT_SIZE
     return 0.42 - 0.5 * np.cos(position) + 0.08 * np.cos(2 * position)
 
 
-def spectra_of(stream):
+def spectra_of(stream: np.ndarray) -> np.ndarray:
     """{channel, frame, bin} without the Nyquist bin, which the pipeline drops."""
     frames = np.lib.stride_tricks.sliding_window_view(stream, FFT_SIZE, axis=-1)[:, ::HOP]
     return np.fft.rfft(frames * analysis_window())[..., :BINS]
 
 
-def segment_positions(frame_count, length):
+def segment_positions(frame_count: int, length: int) -> np.ndarray:
     """For every frame of the stream, its row in the segment of the model run that decides about it.
 
     A chunk's newest frame stands in the last row. It is held back, as its right neighbour is not known yet, and
@@ -67,12 +67,12 @@ def segment_positions(frame_count, length):
     return SEGMENT_FRAMES - 1 - (newest[deciding] - frames)
 
 
-def cosine_masks(position):
+def cosine_masks(position: np.ndarray) -> np.ndarray:
     """{stem, position}: raised cosines a sixth of a period apart; position runs from 0 to 1."""
     return (1 + np.cos(2 * np.pi * (position + np.arange(6)[:, None] / 6))) / 6
 
 
-def stem_spectra(kind, stem, spectra, positions):
+def stem_spectra(kind: str, stem: int, spectra: np.ndarray, positions: np.ndarray) -> np.ndarray:
     """One stem's answer of the analytic model of that kind."""
     if kind == "gains":
         return spectra * GAINS[stem]
@@ -87,7 +87,7 @@ def stem_spectra(kind, stem, spectra, positions):
     raise ValueError(f"there is no model kind '{kind}'")
 
 
-def overlap_add(spectra):
+def overlap_add(spectra: np.ndarray) -> np.ndarray:
     """The audio whose windowed frames come closest to the given spectra in the least-squares sense."""
     window = analysis_window()
     with_nyquist = np.pad(spectra, ((0, 0), (0, 0), (0, 1)))
@@ -102,7 +102,7 @@ def overlap_add(spectra):
     return audio / np.maximum(weight, np.finfo(float).tiny)
 
 
-def separate(signal, kind):
+def separate(signal: np.ndarray, kind: str) -> dict[str, np.ndarray]:
     """The eight results as {name: {channel, sample}} for a {2, length} signal."""
     stream, lead_in = mirrored_stream(signal)
     spectra = spectra_of(stream)
@@ -112,5 +112,5 @@ def separate(signal, kind):
     for index, stem in enumerate(STEMS):
         audio = overlap_add(stem_spectra(kind, index, spectra, positions))
         results[stem] = audio[:, lead_in:lead_in + length]
-    mix = sum(results[stem] for stem in STEMS)
+    mix = np.sum([results[stem] for stem in STEMS], axis=0)
     return {**results, "residual": signal - mix, "mix": mix}

@@ -8,6 +8,7 @@ usage: check_parts.py TRAINING_FOLDER [unittest's arguments]
 
 import sys
 import unittest
+from typing import Any
 
 import numpy as np
 import torch
@@ -20,7 +21,7 @@ from tonwerk_training.synthesis import fluidsynth
 
 
 class Summaries(unittest.TestCase):
-    def test_tell_the_error_of_any_mask(self):
+    def test_tell_the_error_of_any_mask(self) -> None:
         """In the spectra themselves, against sum P (m - R)^2 + rest."""
         random = np.random.default_rng(1)
         stems = random.standard_normal((7, 2, chunkstore.CHUNK_SAMPLES)).astype(np.float32)
@@ -40,7 +41,7 @@ class Summaries(unittest.TestCase):
 
 
 class Timbres(unittest.TestCase):
-    def test_differ_at_the_same_pitch_and_last_for_one_part(self):
+    def test_differ_at_the_same_pitch_and_last_for_one_part(self) -> None:
         renderer = fluidsynth.Renderer(fluidsynth.TRAINING_FONTS["csound"])
         self.play(renderer)  # FluidSynth begins its very first note a little differently
         plain = self.play(renderer)
@@ -54,16 +55,16 @@ class Timbres(unittest.TestCase):
             np.testing.assert_array_equal(self.play(renderer), plain)
 
     @staticmethod
-    def play(renderer, **how):
+    def play(renderer: fluidsynth.Renderer, **how: Any) -> np.ndarray:
         notes = [fluidsynth.Note(0.1, 1.0, 57, 90)]
         return renderer.render(fluidsynth.Part(25, notes=notes, **how), 1.0).mean(axis=0)
 
     @staticmethod
-    def likeness(one, other):
+    def likeness(one: np.ndarray, other: np.ndarray) -> float:
         return np.vdot(one, other) / np.sqrt(np.vdot(one, one) * np.vdot(other, other))
 
     @staticmethod
-    def pitch(audio):
+    def pitch(audio: np.ndarray) -> float:
         """Hz, from the highest peak of the autocorrelation between 150 and 350 Hz."""
         correlation = np.fft.irfft(np.abs(np.fft.rfft(audio, 2 * len(audio))) ** 2)
         lags = np.arange(stft.SAMPLE_RATE // 350, stft.SAMPLE_RATE // 150)
@@ -71,7 +72,7 @@ class Timbres(unittest.TestCase):
 
 
 class Loss(unittest.TestCase):
-    def test_gradient_is_the_derivative_of_the_terms(self):
+    def test_gradient_is_the_derivative_of_the_terms(self) -> None:
         torch.manual_seed(1)
         logits = torch.randn(3, 7, 2, 50, dtype=torch.float64, requires_grad=True)
         data = {"power": torch.rand(3, 2, 50) ** 4, "rest": torch.rand(3, 6),
@@ -87,10 +88,11 @@ class Loss(unittest.TestCase):
             torch.testing.assert_close(values[0], total)
             torch.testing.assert_close(by_hand, automatic)
 
-    def test_a_silent_crop_among_others_is_no_number_but_nought(self):
+    def test_a_silent_crop_among_others_is_no_number_but_nought(self) -> None:
         """The sampler draws some: whole sections without a stem."""
         torch.manual_seed(1)
-        small = network.MaskNetwork(network.NetworkSettings(channels=(16, 16, 24, 24, 32), units=(1, 1, 1, 1, 1), bottom=32)).train()
+        sizes = network.NetworkSettings(channels=(16, 16, 24, 24, 32), units=(1, 1, 1, 1, 1), bottom=32)
+        small = network.MaskNetwork(sizes).train()
         seen = torch.rand(2, 3, 16, 896)
         seen[1] = 0
         data = {"power": network.fold(seen[:, :2]), "rest": torch.zeros(2, 6), "energy": torch.zeros(2, 6),
@@ -103,7 +105,7 @@ class Loss(unittest.TestCase):
         self.assertFalse(by_logits[1].any())
 
     @staticmethod
-    def total(logits, data, weights):
+    def total(logits: torch.Tensor, data: dict[str, torch.Tensor], weights: losses.LossWeights) -> torch.Tensor:
         power, ratio = data["power"].unsqueeze(1), chunkstore.dequantise(data["codes"].double())
         target = torch.cat([ratio.clamp(0, 1), (1 - ratio.sum(1, keepdim=True)).clamp(0, 1)], 1)
         target = target / target.sum(1, keepdim=True)
@@ -119,7 +121,7 @@ class Loss(unittest.TestCase):
 
 
 class Steps(unittest.TestCase):
-    def test_go_about_equally_far_in_all_directions_of_the_gradient(self):
+    def test_go_about_equally_far_in_all_directions_of_the_gradient(self) -> None:
         torch.manual_seed(1)
         for rows, columns in ((40, 300), (300, 40), (7, 14)):
             gradient = torch.randn(rows, columns) @ torch.diag(torch.logspace(-1, 1, columns)) * 1e-5
@@ -131,10 +133,15 @@ class Steps(unittest.TestCase):
 
 
 class Export(unittest.TestCase):
+    network: network.MaskNetwork
+    session: runtime.Runtime
+    spectrum: np.ndarray
+
     @classmethod
-    def setUpClass(cls):
+    def setUpClass(cls) -> None:
         torch.manual_seed(1)
-        cls.network = network.MaskNetwork(network.NetworkSettings(channels=(16, 16, 24, 24, 32), units=(1, 2, 1, 1, 1), bottom=32)).eval()
+        sizes = network.NetworkSettings(channels=(16, 16, 24, 24, 32), units=(1, 2, 1, 1, 1), bottom=32)
+        cls.network = network.MaskNetwork(sizes).eval()
         for value in cls.network.state_dict().values():  # all of them count, also those that begin at zero
             if value.is_floating_point():
                 value += 0.03 * torch.randn_like(value)
@@ -144,26 +151,26 @@ class Export(unittest.TestCase):
         cls.spectrum = (cls.spectrum / np.abs(cls.spectrum).max()).astype(np.float32)
 
     @classmethod
-    def tearDownClass(cls):
+    def tearDownClass(cls) -> None:
         cls.session.close()
 
-    def test_equals_the_network_at_any_level(self):
+    def test_equals_the_network_at_any_level(self) -> None:
         expected = exporting.reference(self.network, self.spectrum)
         spread = max(np.abs(expected[stem] - expected["drum"]).max() for stem in expected)
         self.assertGreater(spread, 0.01)  # the masks do differ
-        for level in np.float32([1, 1e-36, 1e36]):
+        for level in np.array([1, 1e-36, 1e36], np.float32):
             results = self.session.run(self.spectrum * level)
             for stem, result in results.items():
                 np.testing.assert_allclose(result / level, expected[stem], atol=2e-5)
 
-    def test_masks_are_shares(self):
+    def test_masks_are_shares(self) -> None:
         results = self.session.run(self.spectrum)
         total = sum(results.values())
         self.assertTrue((np.abs(total) <= np.abs(self.spectrum)).all())
         for result in results.values():
             self.assertTrue((result * self.spectrum >= 0).all())
 
-    def test_silence_gives_silence_and_no_input_gives_nan(self):
+    def test_silence_gives_silence_and_no_input_gives_nan(self) -> None:
         for result in self.session.run(self.spectrum * 0).values():
             self.assertFalse(result.any())
         lone = np.zeros(runtime.SHAPE, np.float32)

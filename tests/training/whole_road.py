@@ -1,8 +1,8 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
 """The whole road from nothing to stems, as training/README.md has it, at the smallest size: a few chunks of songs,
-twenty steps, a model, a separation. Also that a run that is stopped and resumed ends where an undisturbed one does, and that
-one whose checkpoint finds no room keeps the former.
+twenty steps, a model, a separation. Also that a run that is stopped and resumed ends where an undisturbed one does,
+and that one whose checkpoint finds no room keeps the former.
 
 usage: whole_road.py TRAINING_FOLDER TONWERK_SEPARATE
 """
@@ -15,6 +15,7 @@ import tempfile
 import time
 import wave
 from pathlib import Path
+from typing import Any
 
 import numpy as np
 
@@ -24,7 +25,7 @@ STEMS = ("vocals", "drum", "piano", "acoustic_guitar", "electric_guitar", "bass"
 LENGTH = 300_000  # samples: a whole window and a part of one
 
 
-def run(*command):
+def run(*command: Any) -> str:
     result = subprocess.run([str(part) for part in command], capture_output=True, text=True, errors="replace")
     print(f"$ {' '.join(str(part) for part in command)}\n{result.stdout}{result.stderr}", flush=True)
     if result.returncode != 0:
@@ -32,12 +33,12 @@ def run(*command):
     return result.stdout + result.stderr
 
 
-def train(training, data, out, *more):
+def train(training: Path, data: Path, out: Path, *more: str) -> list[str]:
     return [str(part) for part in (training / "train", "--data", data, "--out", out, "--steps", STEPS, "--batch", 2,
                                    "--frames", 64, "--threads", 1, "--device", "cpu", *more)]
 
 
-def interrupt(command, folder):
+def interrupt(command: list[str], folder: Path) -> None:
     """Starts a training run and asks it to stop after its first steps."""
     with subprocess.Popen(command, stdout=subprocess.DEVNULL) as process:
         while not (folder / "validation.csv").exists():
@@ -50,7 +51,7 @@ def interrupt(command, folder):
         sys.exit(f"train ended with {process.returncode} when asked to stop.")
 
 
-def check_resume(whole, resumed, steps_before):
+def check_resume(whole: Path, resumed: Path, steps_before: int) -> None:
     """Both checkpoints must be the same run: weights, averages, the optimizer's state."""
     import torch
     first, second = (torch.load(folder / "checkpoint.pt") for folder in (whole, resumed))
@@ -62,32 +63,33 @@ def check_resume(whole, resumed, steps_before):
                 sys.exit(f"{name} of the resumed run's {part} differs from the undisturbed run's.")
 
 
-def steps_of(folder):
+def steps_of(folder: Path) -> int:
     import torch
     return torch.load(folder / "checkpoint.pt")["sampler"]["step"]
 
 
-def write_song(path):
+def write_song(path: Path) -> np.ndarray:
     """Chords with an onset twice a second, in 16 bits."""
     time_axis = np.arange(LENGTH) / 44100
     decay = np.exp(-6 * (time_axis % 0.5))
-    tones = sum(np.sin(2 * np.pi * frequency * time_axis) for frequency in (55, 220, 277, 330, 880))
+    tones = np.sum([np.sin(2 * np.pi * frequency * time_axis) for frequency in (55, 220, 277, 330, 880)], axis=0)
     signal_ = 0.1 * decay * tones + 0.05 * decay ** 4 * np.random.default_rng(1).standard_normal(LENGTH)
     samples = np.stack([signal_, 0.7 * signal_], axis=1)
     with wave.open(str(path), "wb") as file:
         file.setparams((2, 2, 44100, 0, "NONE", ""))
-        file.writeframes(np.int16(np.clip(samples, -1, 1) * 32767).tobytes())
-    return np.int16(np.clip(samples, -1, 1) * 32767).astype(np.float32) / 32768
+        pcm = (np.clip(samples, -1, 1) * 32767).astype(np.int16)
+        file.writeframes(pcm.tobytes())
+    return pcm.astype(np.float32) / 32768
 
 
-def read_stem(path):
+def read_stem(path: Path) -> np.ndarray:
     """The samples of a WAV file of 32-bit floats, which the wave module refuses."""
     data = path.read_bytes()
     place = data.index(b"data") + 8
     return np.frombuffer(data, np.float32, LENGTH * 2, place).reshape(LENGTH, 2)
 
 
-def check_stems(folder, song):
+def check_stems(folder: Path, song: np.ndarray) -> None:
     stems = {stem: read_stem(folder / f"{stem}.wav") for stem in (*STEMS, "residual")}
     for stem, samples in stems.items():
         if not np.isfinite(samples).all() or not samples.any():
@@ -100,7 +102,7 @@ def check_stems(folder, song):
         sys.exit("A stem is louder than the song.")
 
 
-def check_full_disk(command, folder):
+def check_full_disk(command: list[str], folder: Path) -> None:
     """Without room for a checkpoint, here by a limit of 1 MB for a file, training says so and the former one stays."""
     before = (folder / "checkpoint.pt").read_bytes()
     result = subprocess.run(command, capture_output=True, text=True, errors="replace",
@@ -111,12 +113,12 @@ def check_full_disk(command, folder):
         sys.exit("A checkpoint that found no room has changed the former one, or left a part of itself.")
 
 
-def main():
+def main() -> None:
     training, separate = Path(sys.argv[1]), sys.argv[2]
     with tempfile.TemporaryDirectory() as name:
         folder = Path(name)
-        run(training / "make-data", "--out", folder / "data", "--chunks", CHUNKS, "--ordinary", 2, "--workers", 1, "--seed", 5,
-            "--material", folder / "material", "--voice-seconds", 10)
+        run(training / "make-data", "--out", folder / "data", "--chunks", CHUNKS, "--ordinary", 2, "--workers", 1,
+            "--seed", 5, "--material", folder / "material", "--voice-seconds", 10)
         run(*train(training, folder / "data", folder / "whole"))
         interrupt(train(training, folder / "data", folder / "resumed"), folder / "resumed")
         steps_before = steps_of(folder / "resumed")

@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
+# Checks the Python with ruff and mypy, as pyproject.toml sets them. Scripts of different folders may bear one name, so
+# mypy sees them folder by folder.
+#
+#   tools/check-python.sh PYTHON      (whose packages the scripts use)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+[ $# -eq 1 ] || { sed -n '3,6s/^# \{0,1\}//p' "$0" >&2; exit 2; }
+
+tools=.deps/python/lint/bin
+"$tools/ruff" check
+while read -r group; do
+    # In a test whatever is missing (a match, a pipe) ends it, as it should.
+    [[ $group != *tests* ]] || group+=" --disable-error-code union-attr --disable-error-code index"
+    # shellcheck disable=SC2086  # a group is several words
+    "$tools/mypy" --no-error-summary --python-executable "$1" $group
+done <<GROUPS
+training/tonwerk_training training/train training/export training/evaluate training/make-data
+tools tests/c tests/checks tests/docs tests/embedding tests/examples tests/models tests/package tests/python
+tests/apps tests/models
+tests/training
+bench/peers tests/python
+examples/model examples/python
+GROUPS
