@@ -5,7 +5,6 @@
 import unittest
 
 import numpy as np
-import onnx
 import spleeter_reference as reference
 import tensorflow_files as files
 from support import TOLERANCE, ConverterTest, contract, error, frames_of_sound, planes, spectrum_of, stems_of

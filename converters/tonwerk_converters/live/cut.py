@@ -10,7 +10,6 @@ from onnx import AttributeProto, ModelProto, NodeProto, helper, numpy_helper
 
 from .. import contract
 from ..errors import ConversionError
-from ..graph import Graph
 from ..surgery import prune, subgraphs
 from .layout import Rows, Shape, Uncuttable
 from .rules import Place, rule_for
