@@ -21,7 +21,8 @@ import numpy as np
 import shell_blocks
 
 SOURCES, PRODUCTS, BUILD, MODELS = map(Path, sys.argv[1:])
-DOCUMENTS = [*(SOURCES / name for name in ("README.md", "CONTRIBUTING.md", "CHANGELOG.md", "THIRD-PARTY.md")),
+DOCUMENTS = [*(SOURCES / name for name in ("README.md", "CONTRIBUTING.md", "CHANGELOG.md", "SECURITY.md",
+                                              "THIRD-PARTY.md")),
              *sorted((SOURCES / "docs").glob("*.md"))]
 
 
