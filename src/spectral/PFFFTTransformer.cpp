@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <new>
+#include <stdexcept>
+#include <string>
 
 #include <pffft.h>
 
@@ -11,6 +13,17 @@ namespace
 
 constexpr std::size_t nyquistSlot = 1;
 constexpr std::size_t trailingBinWidth = 2;
+
+/// Null if PFFFT does not take the size. That it takes only multiples of 32 (on vectors of 4), it does not
+/// check itself in a release build.
+PFFFT_Setup* makeSetup(std::size_t size)
+{
+    constexpr std::size_t largest = std::size_t{1} << 26U;
+    const auto lanes = static_cast<std::size_t>(pffft_simd_size());
+    if (size == 0 || size > largest || size % (2 * lanes * lanes) != 0)
+        return nullptr;
+    return pffft_new_setup(static_cast<int>(size), PFFFT_REAL);
+}
 
 } // namespace
 
@@ -34,30 +47,31 @@ PFFFTTransformer::AlignedBuffer PFFFTTransformer::makeScratch(std::size_t size)
 }
 
 PFFFTTransformer::PFFFTTransformer(std::size_t size, bool padNyquist)
-    : size(size), setup(pffft_new_setup(static_cast<int>(size), PFFFT_REAL)), inputScratch(makeScratch(size)),
-      outputScratch(makeScratch(size)), padNyquist(padNyquist)
+    : size(size), setup(makeSetup(size)), inputScratch(makeScratch(size)), outputScratch(makeScratch(size)),
+      padNyquist(padNyquist)
 {
 }
 
 PFFFTTransformer::~PFFFTTransformer() = default;
 
+PFFFT_Setup* PFFFTTransformer::requireSetup() const
+{
+    if (!setup)
+        throw std::runtime_error("The FFT does not support the size " + std::to_string(size));
+    return setup.get();
+}
+
 std::span<const float> PFFFTTransformer::forwardRow()
 {
-    if (setup)
-    {
-        pffft_transform_ordered(setup.get(), inputScratch.get(), outputScratch.get(), nullptr, PFFFT_FORWARD);
-        // The model sees no Nyquist bin: dropping it here keeps the slot from being read as DC's imaginary
-        // part.
-        outputScratch.get()[nyquistSlot] = 0.0F;
-    }
+    pffft_transform_ordered(requireSetup(), inputScratch.get(), outputScratch.get(), nullptr, PFFFT_FORWARD);
+    // The model sees no Nyquist bin: dropping it here keeps the slot from being read as DC's imaginary part.
+    outputScratch.get()[nyquistSlot] = 0.0F;
     return {outputScratch.get(), size};
 }
 
 std::span<const float> PFFFTTransformer::inverseRow()
 {
-    if (setup)
-        pffft_transform_ordered(setup.get(), inputScratch.get(), outputScratch.get(), nullptr,
-                                PFFFT_BACKWARD);
+    pffft_transform_ordered(requireSetup(), inputScratch.get(), outputScratch.get(), nullptr, PFFFT_BACKWARD);
     return {outputScratch.get(), size};
 }
 

@@ -19,9 +19,9 @@ struct PFFFT_Setup;
 class PFFFTTransformer : public IFFTTransformer
 {
 public:
-    /// \param size       N, a size that PFFFT accepts for real transforms (4096 is one); otherwise every
-    /// transform
-    ///                   yields zeros
+    /// \param size       N. Any size is taken here, but only those that PFFFT supports can be transformed:
+    /// the
+    ///                   multiples of 32 up to 2^26 without other prime factors than 2, 3 and 5
     /// \param padNyquist spectra are N + 2 wide: a trailing, always empty Nyquist bin follows the N values
     PFFFTTransformer(std::size_t size, bool padNyquist);
     ~PFFFTTransformer() override;
@@ -36,6 +36,7 @@ public:
     std::span<float> inputRow() { return {inputScratch.get(), size}; }
 
     /// Transforms the input row; returns N packed values, Nyquist 0, valid until the next transform.
+    /// \throws std::runtime_error if PFFFT does not support the size, as do all transforms
     std::span<const float> forwardRow();
 
     /// Transforms the input row back; returns N samples, not yet scaled, valid until the next transform.
@@ -58,6 +59,7 @@ private:
     using AlignedBuffer = std::unique_ptr<float, AlignedDeleter>;
 
     static AlignedBuffer makeScratch(std::size_t size);
+    PFFFT_Setup* requireSetup() const;
     std::size_t outputWidth(std::size_t inputWidth, Direction direction) const;
     Array transform(const Array& rows, Direction direction);
 

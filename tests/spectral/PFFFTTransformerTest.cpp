@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 #include <random>
+#include <stdexcept>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -87,6 +88,20 @@ TEST(PFFFTTransformer, InverseReadsNyquistFromSlotOneAndIgnoresAPaddedTrailingBi
         ASSERT_EQ(shapeOf(samples), (std::vector<std::size_t>{1, size}));
         for (std::size_t i = 0; i < size; ++i)
             EXPECT_EQ(samples(0, i), i % 2 == 0 ? 3.0F : 1.0F) << i;
+    }
+}
+
+// 224 is 7 times 32; the others are no multiples of that.
+TEST(PFFFTTransformer, ASizeThatPFFFTDoesNotSupportFailsWithItsFirstTransform)
+{
+    for (const std::size_t size : {0U, 1U, 2U, 16U, 33U, 48U, 224U})
+    {
+        PFFFTTransformer transformer(size, false);
+        const Array rows = xt::zeros<float>({std::size_t{1}, size});
+        EXPECT_THROW(transformer.forward(rows), std::runtime_error) << size;
+        EXPECT_THROW(transformer.inverse(rows), std::runtime_error) << size;
+        EXPECT_THROW(transformer.forwardRow(), std::runtime_error) << size;
+        EXPECT_THROW(transformer.inverseRow(), std::runtime_error) << size;
     }
 }
 
