@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <memory>
+#include <span>
 #include <vector>
 
 #include <benchmark/benchmark.h>
@@ -31,14 +32,6 @@ void moved(benchmark::State& state, std::size_t floats)
     state.counters["MB"] = static_cast<double>(floats * sizeof(float)) / 1e6;
 }
 
-Array noiseArray(std::size_t frames)
-{
-    Array samples = Array::from_shape({channels, frames});
-    const auto values = noise(channels * frames);
-    std::copy(values.begin(), values.end(), samples.data());
-    return samples;
-}
-
 std::vector<float> window()
 {
     return makeWindow(WindowType::Blackman, static_cast<std::int32_t>(fftSize));
@@ -54,15 +47,15 @@ void stageBuffer(benchmark::State& state)
 {
     const auto samples = noise(channels * blockFrames);
     const bool interleaved = state.range(0) != 0;
-    const SampleBlock block{samples.data(), blockFrames, interleaved ? 1 : blockFrames,
+    const SampleBlock block{samples.data(), channels, blockFrames, interleaved ? 1 : blockFrames,
                             interleaved ? channels : 1};
     BufferAggregator buffer(channels, 2 * blockFrames, 1);
-    buffer.push(SampleBlock{samples.data(), fftSize, fftSize, 1});
+    buffer.push(SampleBlock{samples.data(), channels, fftSize, fftSize, 1});
     std::vector<float> chunk(channels * chunkFrames);
     for (auto _ : state)
     {
         buffer.push(block);
-        buffer.take(chunkFrames, fftSize, chunk.data());
+        buffer.take(chunkFrames, fftSize, chunk.data(), chunkFrames);
         benchmark::ClobberMemory();
     }
     moved(state, 2 * channels * (blockFrames + chunkFrames));
@@ -91,9 +84,10 @@ void stageAnalysis(benchmark::State& state)
     const auto network = makeInferenceBackend(nullptr, 0, {}, {}, "");
     setSelectedStems(network, {true, true, true, true, true, true});
     PreProcessor analysis(channels, fftSize, hop, window(), network, segmentFrames, true, stems);
-    const Array chunk = noiseArray(chunkFrames);
+    const auto samples = noise(channels * chunkFrames);
+    const SampleRows chunk{samples.data() + hop, channels, chunkFrames - hop, chunkFrames};
     for (auto _ : state)
-        if (analysis.process(chunk, false, hop).frameCount() == 0)
+        if (analysis.process(chunk, false).frameCount() == 0)
             state.SkipWithError("no frames");
     moved(state, channels * chunkFrames + forwardRows * planesOfRow);
 }
@@ -143,8 +137,12 @@ void stageHostVectors(benchmark::State& state)
     {
         std::vector<std::vector<float>> vectors;
         for (std::size_t stem = 0; stem <= stems; ++stem)
-            vectors.push_back(tonwerk::hostSamples(result.data() + stem * channels * blockFrames, blockFrames,
-                                                   state.range(0) != 0));
+        {
+            const float* left = result.data() + stem * channels * blockFrames;
+            vectors.emplace_back().reserve(channels * blockFrames);
+            tonwerk::appendHostSamples(left, left + blockFrames, blockFrames, state.range(0) != 0,
+                                       vectors.back());
+        }
         benchmark::DoNotOptimize(vectors.data());
     }
     moved(state, 2 * result.size());
@@ -174,7 +172,11 @@ void stageResidualMix(benchmark::State& state)
     const std::vector<std::vector<float>> six(stems, noise(channels * blockFrames));
     std::vector<float> mixture = six[0];
     for (auto _ : state)
-        benchmark::DoNotOptimize(tonwerk::sumAndSubtract(six, mixture).data());
+    {
+        std::vector<float> sum;
+        tonwerk::sumAndSubtract(std::span(six).first<stems>(), mixture, sum);
+        benchmark::DoNotOptimize(sum.data());
+    }
     moved(state, (stems + 3) * mixture.size());
 }
 

@@ -60,8 +60,12 @@
 /// | `eof` when nothing was ever fed, or again   | no vectors               |
 ///
 /// At most 514,048 frames are ever buffered; a block that does not fit is refused with an exception and
-/// changes nothing, so blocks of M or smaller are always safe. Latency therefore is M frames plus the time of
-/// one model run; calls that complete no chunk only copy their block.
+/// changes nothing, so blocks of M or smaller are always safe.
+///
+/// Latency, as the most frames that have come in and not gone out again, the block that is being gathered
+/// among them: 259,071 with blocks of M frames each time, 257,023 with blocks of 1,024, at most 255,999 + b
+/// with blocks of b frames that are a whole number of hops (and not more than M). The time of one model run
+/// comes on top; calls that complete no chunk only copy their block.
 ///
 /// ### The block-size rule
 /// Audio moves on in hops of 1,024 frames. Whenever a chunk is taken (at least M frames buffered, no `eof`),
@@ -95,6 +99,12 @@
 /// exception for a model that it refuses. A model run that fails while streaming is logged, not thrown: the
 /// stems of that chunk are silent (the residual holds the mixture), fading out and in over the 3,072 frames
 /// that it shares with its neighbours, and the stream goes on.
+///
+/// After an exception out of TonwerkProc::process the stream goes on, too. Unless the block was refused (too
+/// large, or not of 2 channels) it has been taken: go on with the next one, at the end with an empty one. If
+/// memory ran out for the results, nothing is lost and the next call returns the more. If the model run
+/// itself threw, its chunk is lost: the next result begins behind it, all eight stems in place, the six of
+/// the model fading in over 3,072 frames.
 
 #ifndef TONWERK_TONWERKPROC_H
 #define TONWERK_TONWERKPROC_H

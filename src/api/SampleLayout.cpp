@@ -4,20 +4,27 @@
 namespace tonwerk
 {
 
-std::vector<float> hostSamples(const float* rows, std::size_t frames, bool interleaved)
+void appendHostSamples(const float* left, const float* right, std::size_t frames, bool interleaved,
+                       std::vector<float>& samples)
 {
     if (!interleaved)
-        return {rows, rows + 2 * frames};
-    std::vector<float> samples(2 * frames);
+    {
+        samples.insert(samples.end(), left, left + frames);
+        samples.insert(samples.end(), right, right + frames);
+        return;
+    }
+    const std::size_t before = samples.size();
+    samples.resize(before + 2 * frames);
+    float* pairs = samples.data() + before;
     for (std::size_t i = 0; i < frames; ++i)
     {
-        samples[2 * i] = rows[i];
-        samples[2 * i + 1] = rows[frames + i];
+        pairs[2 * i] = left[i];
+        pairs[2 * i + 1] = right[i];
     }
-    return samples;
 }
 
-std::vector<float> sumAndSubtract(const std::vector<std::vector<float>>& stems, std::vector<float>& mixture)
+void sumAndSubtract(std::span<const std::vector<float>, 6> stems, std::vector<float>& mixture,
+                    std::vector<float>& sum)
 {
     const float* first = stems[0].data();
     const float* second = stems[1].data();
@@ -25,14 +32,13 @@ std::vector<float> sumAndSubtract(const std::vector<std::vector<float>>& stems, 
     const float* fourth = stems[3].data();
     const float* fifth = stems[4].data();
     const float* sixth = stems[5].data();
-    std::vector<float> sum(mixture.size());
+    sum.resize(mixture.size());
     for (std::size_t i = 0; i < sum.size(); ++i)
     {
         const float total = ((((first[i] + second[i]) + third[i]) + fourth[i]) + fifth[i]) + sixth[i];
         sum[i] = total;
         mixture[i] -= total;
     }
-    return sum;
 }
 
 } // namespace tonwerk

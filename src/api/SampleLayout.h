@@ -5,18 +5,20 @@
 #define TONWERK_API_SAMPLELAYOUT_H
 
 #include <cstddef>
+#include <span>
 #include <vector>
 
 namespace tonwerk
 {
 
-/// The samples of `rows`, left ones and then `frames` right ones, as a host's vector: in pairs or as they
-/// are.
-std::vector<float> hostSamples(const float* rows, std::size_t frames, bool interleaved);
+/// Appends `frames` stereo samples to a host's vector: in pairs or left ones and then right ones.
+void appendHostSamples(const float* left, const float* right, std::size_t frames, bool interleaved,
+                       std::vector<float>& samples);
 
-/// Returns the sum of the six stems, added up in their order, and takes it from the mixture. All have one
-/// size.
-std::vector<float> sumAndSubtract(const std::vector<std::vector<float>>& stems, std::vector<float>& mixture);
+/// Makes `sum` the sum of the six stems, added up in their order, and takes it from the mixture. All have one
+/// size, which `sum` gets.
+void sumAndSubtract(std::span<const std::vector<float>, 6> stems, std::vector<float>& mixture,
+                    std::vector<float>& sum);
 
 } // namespace tonwerk
 

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <exception>
+#include <span>
 #include <stdexcept>
 #include <utility>
 
@@ -24,6 +25,7 @@ constexpr std::size_t segmentFrames = 256;
 constexpr std::size_t audioChannels = 2; // the sample arrays are stereo whatever the host says
 
 constexpr const char* constructorName = "tonwerk::TonwerkProcImpl::TonwerkProcImpl";
+constexpr const char* processName = "tonwerk::TonwerkProcImpl::process";
 
 static_assert(offsetof(TonwerkProcConfig, spareFlag) == 4);
 static_assert(offsetof(TonwerkProcConfig, configExtra) == 8);
@@ -105,28 +107,27 @@ std::vector<std::vector<float>> TonwerkProcImpl::process(const std::vector<float
     TONWERK_LOG(debug) << "called with data size: " << input.size() << ", eof=" << eof
                        << ", channels=" << channels;
     TONWERK_LOG(debug) << "Processing chunk: input size " << frameCount(input) << ", eof=" << eof;
-    chunkEngine->setSilentStems(silentStems());
-    const Array& result = channels == audioChannels ? chunkEngine->process(stereoBlock(input), eof)
-                                                    : chunkEngine->process(unfitBlock(input), eof);
-    if (result.dimension() != 3)
+    const std::size_t length = chunkEngine->push(hostBlock(input), eof);
+    if (length == 0)
         return {};
-
-    const std::size_t length = lastExtent(result);
-    const std::size_t sliceSize = result.shape(1) * length;
-    std::vector<std::vector<float>> stems;
-    stems.reserve(stemCount + 2);
-    for (std::size_t stem = 0; stem < stemCount; ++stem)
-        stems.push_back(hostSamples(result.data() + stem * sliceSize, length, interleaved));
-    TONWERK_LOG(debug) << "Processed stems: " << stems.size();
-
-    std::vector<float> residual = // the mixture so far
-        hostSamples(result.data() + stemCount * sliceSize, length, interleaved);
-    std::vector<float> mix = sumAndSubtract(stems, residual);
-    stems.push_back(std::move(residual));
-    TONWERK_LOG(debug) << "Processed residual stem";
-    stems.push_back(std::move(mix));
-    TONWERK_LOG(debug) << "Processed mix stem";
+    // All memory first: if it runs out, what the engine holds is still there for the next call.
+    std::vector<std::vector<float>> stems(stemCount + 2);
+    for (std::vector<float>& stem : stems)
+        stem.reserve(audioChannels * length);
+    assemble(chunkEngine->process(eof, silentStems()), stems);
     return stems;
+}
+
+void TonwerkProcImpl::assemble(const SampleRows& result, std::vector<std::vector<float>>& stems) const
+{
+    for (std::size_t stem = 0; stem <= stemCount; ++stem)
+        appendHostSamples(result.row(audioChannels * stem), result.row(audioChannels * stem + 1),
+                          result.length, interleaved, stems[stem]);
+    TONWERK_LOG_AS(processName, debug) << "Processed stems: " << stemCount;
+    std::vector<float>& residual = stems[stemCount]; // the mixture so far
+    sumAndSubtract(std::span(stems).first<stemCount>(), residual, stems[stemCount + 1]);
+    TONWERK_LOG_AS(processName, debug) << "Processed residual stem";
+    TONWERK_LOG_AS(processName, debug) << "Processed mix stem";
 }
 
 // A channel count of 0 has no meaningful answer; it is refused when the block meets the buffer's rows.
@@ -135,19 +136,13 @@ std::size_t TonwerkProcImpl::frameCount(const std::vector<float>& input) const
     return channels == 0 ? 0 : static_cast<std::size_t>(input.size() / channels);
 }
 
-SampleBlock TonwerkProcImpl::stereoBlock(const std::vector<float>& input) const
+// Always two channels: with any other count the buffer refuses the block, whatever is in it.
+SampleBlock TonwerkProcImpl::hostBlock(const std::vector<float>& input) const
 {
-    const std::size_t frames = input.size() / audioChannels;
+    const std::size_t halves = input.size() / audioChannels;
     if (interleaved)
-        return {input.data(), frames, 1, audioChannels};
-    return {input.data(), frames, frames, 1};
-}
-
-// With any other channel count the buffer refuses the two rows that a block always has, whatever is in them.
-Array TonwerkProcImpl::unfitBlock(const std::vector<float>& input) const
-{
-    const std::size_t frames = interleaved ? frameCount(input) : input.size() / audioChannels;
-    return xt::zeros<float>({audioChannels, frames});
+        return {input.data(), audioChannels, frameCount(input), 1, audioChannels};
+    return {input.data(), audioChannels, halves, halves, 1};
 }
 
 std::array<bool, TonwerkProcImpl::stemCount> TonwerkProcImpl::silentStems() const

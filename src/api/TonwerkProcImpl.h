@@ -8,7 +8,7 @@
 #include <memory>
 #include <vector>
 
-#include "common/Arrays.h"
+#include "common/SampleRows.h"
 #include "inference/IInference.h"
 #include "pipeline/BufferAggregator.h"
 #include "pipeline/ChunkProcessor.h"
@@ -42,8 +42,8 @@ private:
     void selectStems(const TonwerkProcConfig& config);
     void requirePrepared() const;
     std::size_t frameCount(const std::vector<float>& input) const;
-    SampleBlock stereoBlock(const std::vector<float>& input) const;
-    Array unfitBlock(const std::vector<float>& input) const;
+    SampleBlock hostBlock(const std::vector<float>& input) const;
+    void assemble(const SampleRows& result, std::vector<std::vector<float>>& stems) const;
     std::array<bool, stemCount> silentStems() const;
 
     std::unique_ptr<ChunkProcessor> chunkEngine;

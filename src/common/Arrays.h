@@ -4,8 +4,6 @@
 #ifndef TONWERK_COMMON_ARRAYS_H
 #define TONWERK_COMMON_ARRAYS_H
 
-#include <algorithm>
-#include <array>
 #include <cstddef>
 #include <string>
 
@@ -24,17 +22,6 @@ using FixedArray = xt::xtensor<float, Rank>;
 inline std::size_t lastExtent(const Array& array)
 {
     return array.dimension() == 0 ? 0 : array.shape().back();
-}
-
-/// Gives an array a shape, keeping its memory where that fits; the values are not kept. Unlike Array::resize,
-/// which sets the shape first, it leaves an array that fits its memory when there is no more memory.
-template <std::size_t Rank>
-void reshape(Array& array, const std::array<std::size_t, Rank>& shape)
-{
-    if (std::equal(shape.begin(), shape.end(), array.shape().begin(), array.shape().end()))
-        return;
-    array = Array();
-    array = Array::from_shape(shape);
 }
 
 /// Extents joined by "x", as log lines show shapes.

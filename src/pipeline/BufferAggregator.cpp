@@ -25,13 +25,22 @@ const float* sourceRow(const Array& chunk, std::size_t entry, std::size_t row)
     return chunk.data() + offset;
 }
 
+using Extents = std::array<std::size_t, 3>;
+
 /// Raises the array library's own exception if `chunk` cannot be broadcast to `destination`.
-void requireFittingRows(const Array& chunk, const std::array<std::size_t, 3>& destination)
+void requireFittingRows(const Array& chunk, const Extents& destination)
 {
     auto broadcast = destination;
     xt::broadcast_shape(chunk.shape(), broadcast);
     if (broadcast != destination) // a destination extent of 1 would have had to grow
         xt::throw_broadcast_error(chunk.shape(), destination);
+}
+
+/// The same for a block, whose channels must be as many as there are rows.
+void requireFittingRows(const SampleBlock& block, const Extents& destination)
+{
+    if (block.channels != destination[1])
+        xt::throw_broadcast_error(std::array{block.channels, block.samples}, destination);
 }
 
 void copySamples(const float* source, std::size_t stride, std::size_t count, float* target)
@@ -80,6 +89,7 @@ void BufferAggregator::push(const Array& chunk)
 void BufferAggregator::push(const SampleBlock& block)
 {
     requireRoom(block.samples);
+    requireFittingRows(block, {buffer.shape(0), buffer.shape(1), block.samples});
     if (block.samples == 0)
         return; // there may be no memory at all that rows could lie in
     for (std::size_t entry = 0; entry < buffer.shape(0); ++entry)
@@ -105,9 +115,9 @@ void BufferAggregator::append(const float* source, std::size_t stride, std::size
     copySamples(source + first * stride, stride, count - first, ring);
 }
 
-void BufferAggregator::take(std::size_t count, std::size_t keep, float* target)
+void BufferAggregator::take(std::size_t count, std::size_t keep, float* target, std::size_t stride)
 {
-    copyOldest(count, target);
+    copyOldest(count, target, stride);
     consume(count, keep);
 }
 
@@ -154,18 +164,18 @@ Array BufferAggregator::emptyResult(bool flat, std::size_t count) const
 Array BufferAggregator::oldest(std::size_t count) const
 {
     Array result = emptyResult(batch == 1, count);
-    copyOldest(count, result.data());
+    copyOldest(count, result.data(), count);
     return result;
 }
 
-void BufferAggregator::copyOldest(std::size_t count, float* target) const
+void BufferAggregator::copyOldest(std::size_t count, float* target, std::size_t stride) const
 {
     const std::size_t rows = buffer.shape(0) * buffer.shape(1);
     const std::size_t first = std::min(count, buffer.shape(2) - start);
     const float* ring = buffer.data();
-    for (std::size_t row = 0; row < rows; ++row, ring += buffer.shape(2))
+    for (std::size_t row = 0; row < rows; ++row, ring += buffer.shape(2), target += stride)
     {
-        target = std::copy_n(ring + start, first, target);
-        target = std::copy_n(ring, count - first, target);
+        float* wrapped = std::copy_n(ring + start, first, target);
+        std::copy_n(ring, count - first, wrapped);
     }
 }

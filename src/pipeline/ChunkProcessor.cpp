@@ -2,11 +2,8 @@
 #include "pipeline/ChunkProcessor.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <utility>
-
-#include <xtensor/xpad.hpp>
 
 #include "common/Log.h"
 #include "spectral/WindowFunctions.h"
@@ -19,46 +16,25 @@ constexpr const char* processName = "ChunkProcessor::process";
 /// A first chunk louder than this is worth a line in the log: the host may be feeding unnormalised samples.
 constexpr float loudPeak = 1.1F;
 
-Array padTime(const Array& data, std::size_t before, std::size_t after, xt::pad_mode mode)
+/// Puts the mirror image of the samples [first, last) around them, without repeating the outermost ones. The
+/// image behind them comes first, so that the one before them shows that as well if they are few; where it
+/// reaches no further, because it is as long as what it mirrors, silence follows.
+void mirrorAround(float* first, float* last, std::size_t before, std::size_t after)
 {
-    return xt::pad(data, std::vector<std::vector<std::size_t>>{{0, 0}, {before, after}}, mode);
+    const auto length = static_cast<std::size_t>(last - first);
+    const auto image = static_cast<std::ptrdiff_t>(std::min(length - 1, after));
+    float* end = std::reverse_copy(last - 1 - image, last - 1, last);
+    std::fill(end, last + after, 0.0F);
+    std::reverse_copy(first + 1, first + 1 + before, first - before);
 }
 
-float peakMagnitude(const Array& data)
+float peakMagnitude(const SampleRows& rows)
 {
     float peak = 0.0F;
-    for (const float sample : data)
-        peak = std::max(peak, std::abs(sample));
+    for (std::size_t row = 0; row < rows.rowCount; ++row)
+        for (std::size_t i = 0; i < rows.length; ++i)
+            peak = std::max(peak, std::abs(rows.row(row)[i]));
     return peak;
-}
-
-/// The samples [first, first + count) of every row of a rank-3 array; what lies beyond its end is silence.
-Array timeRange(const Array& data, std::size_t first, std::size_t count)
-{
-    const std::size_t length = lastExtent(data);
-    const std::size_t available = std::min(count, length - std::min(first, length));
-    Array result = Array::from_shape({data.shape(0), data.shape(1), count});
-    float* target = result.data();
-    for (std::size_t row = 0; row < data.shape(0) * data.shape(1); ++row)
-    {
-        target = std::copy_n(data.data() + row * length + std::min(first, length), available, target);
-        target = std::fill_n(target, count - available, 0.0F);
-    }
-    return result;
-}
-
-/// Joins results of consecutive chunks along the time axis.
-Array joinTime(const std::vector<Array>& pieces)
-{
-    std::size_t length = 0;
-    for (const Array& piece : pieces)
-        length += lastExtent(piece);
-    Array joined = Array::from_shape({pieces.front().shape(0), pieces.front().shape(1), length});
-    float* target = joined.data();
-    for (std::size_t row = 0; row < joined.shape(0) * joined.shape(1); ++row)
-        for (const Array& piece : pieces)
-            target = std::copy_n(piece.data() + row * lastExtent(piece), lastExtent(piece), target);
-    return joined;
 }
 
 } // namespace
@@ -67,7 +43,7 @@ ChunkProcessor::ChunkProcessor(std::shared_ptr<IInference> inference, std::size_
                                std::size_t fftSize, std::size_t hop, std::uint64_t configExtra,
                                std::size_t segmentFrames, std::size_t stemCount)
     : channels(channels), fftSize(fftSize), hop(hop), configExtra(configExtra), segmentFrames(segmentFrames),
-      stemCount(stemCount), silentStems(stemCount, false), firstChunk(true), firstResult(true)
+      stemCount(stemCount), resultBegin(0), resultEnd(0)
 {
     const auto window = makeWindow(WindowType::Blackman, static_cast<std::int32_t>(fftSize));
     preProcessor = std::make_unique<PreProcessor>(channels, fftSize, hop, window, std::move(inference),
@@ -75,6 +51,8 @@ ChunkProcessor::ChunkProcessor(std::shared_ptr<IInference> inference, std::size_
     for (std::size_t stem = 0; stem < stemCount; ++stem)
         synthesizers.push_back(std::make_unique<OverlapAddSynthesizer>(channels, fftSize, hop, window));
     buffer = std::make_unique<BufferAggregator>(channels, 2 * readyThreshold(), 1);
+    chunk = FixedArray<2>::from_shape({channels, preProcessor->maxInputLength()});
+    result = FixedArray<2>::from_shape({resultRows(), segmentFrames * hop});
 }
 
 std::size_t ChunkProcessor::readyThreshold() const
@@ -82,153 +60,140 @@ std::size_t ChunkProcessor::readyThreshold() const
     return preProcessor->maxInputLength() - 2 * fftSize;
 }
 
-void ChunkProcessor::setSilentStems(std::span<const bool> silent)
+std::size_t ChunkProcessor::push(const SampleBlock& input, bool eof)
 {
-    std::copy(silent.begin(), silent.end(), silentStems.begin());
-}
-
-const Array& ChunkProcessor::process(const Array& input, bool eof)
-{
-    TONWERK_LOG(debug) << "ChunkProcessor::process input shape: " << shapeText(input) << ", eof: " << eof;
+    TONWERK_LOG_AS(processName, debug) << "ChunkProcessor::process input shape: " << input.channels << "x"
+                                       << input.samples << ", eof: " << eof;
     buffer->push(input);
-    return processHeld(eof);
-}
-
-const Array& ChunkProcessor::process(const SampleBlock& input, bool eof)
-{
-    TONWERK_LOG(debug) << "ChunkProcessor::process input shape: " << channels << "x" << input.samples
-                       << ", eof: " << eof;
-    buffer->push(input);
-    return processHeld(eof);
-}
-
-const Array& ChunkProcessor::processHeld(bool eof)
-{
+    const std::size_t held = buffer->heldSamples();
     if (eof)
     {
         TONWERK_LOG_AS(processName, debug) << "Processing EOF";
-        return drain();
+        return held;
     }
-    const std::size_t held = buffer->heldSamples();
-    if (held == 0 || held < readyThreshold())
+    if (held < readyThreshold())
     {
         TONWERK_LOG_AS(processName, debug) << "Not enough data to process, returning empty";
-        return nothing;
+        return 0;
     }
-    takeChunk(std::min(held, longestChunk()));
-    return processChunk(0, false);
+    const std::size_t taken = std::min(held, longestChunk());
+    return taken - taken % hop - fftSize;
 }
 
-// The buffer can hold more than the padded last chunk may carry, so ordinary chunks come first. They are cut
-// to whole hops, which loses no sample: what does not fit stays for the next one.
-const Array& ChunkProcessor::drain()
+// At the end the buffer can hold more than the padded last chunk may carry, so ordinary chunks come first.
+// They are cut to whole hops, which loses no sample: what does not fit stays for the next one.
+SampleRows ChunkProcessor::process(bool eof, std::span<const bool> silentStems)
 {
-    if (buffer->heldSamples() == 0)
-        return nothing;
-    std::vector<Array> pieces;
-    while (buffer->heldSamples() > longestLastChunk())
+    reserveResult(eof);
+    resultBegin = resultEnd = 0;
+    while (eof && buffer->heldSamples() > longestLastChunk())
     {
         const std::size_t samples = std::min(buffer->heldSamples(), longestChunk());
-        takeChunk(samples - samples % hop);
-        pieces.push_back(processChunk(0, false));
+        processChunk(samples - samples % hop, false, silentStems);
     }
-    const std::size_t endPad = takeLastChunk();
-    processChunk(endPad, true);
-    if (!pieces.empty())
-    {
-        pieces.push_back(result);
-        result = joinTime(pieces);
-    }
-    return result;
+    processChunk(std::min(buffer->heldSamples(), eof ? longestLastChunk() : longestChunk()), eof,
+                 silentStems);
+    return {resultRow(0) + resultBegin, resultRows(), resultEnd - resultBegin, result.shape(1)};
+}
+
+// One chunk always finds room. What several complete is as long as what is held, with the lead-in and the
+// first hop of the lead-out, before both are cut.
+void ChunkProcessor::reserveResult(bool eof)
+{
+    const std::size_t held = buffer->heldSamples();
+    const std::size_t length = fftSize + held + endPadding(held) + hop;
+    if (eof && held > longestLastChunk() && length > result.shape(1))
+        result = FixedArray<2>::from_shape({resultRows(), length});
 }
 
 // The first chunk leaves room for the lead-in.
 std::size_t ChunkProcessor::longestChunk() const
 {
-    return preProcessor->maxInputLength() - (firstChunk ? fftSize : 0);
+    return preProcessor->maxInputLength() - (preProcessor->isFresh() ? fftSize : 0);
 }
 
 // Later chunks need no lead-in and drop their first hop, which the previous chunk has analysed already.
 std::size_t ChunkProcessor::longestLastChunk() const
 {
-    return firstChunk ? readyThreshold() : preProcessor->maxInputLength() - fftSize + hop;
+    return preProcessor->isFresh() ? readyThreshold() : preProcessor->maxInputLength() - fftSize + hop;
 }
 
-void ChunkProcessor::takeChunk(std::size_t samples)
+/// The samples that are missing to a whole hop.
+std::size_t ChunkProcessor::endPadding(std::size_t samples) const
 {
-    reshape(chunk, std::array{channels, samples});
-    buffer->take(samples, fftSize, chunk.data());
+    return (hop - samples % hop) % hop;
 }
 
-std::size_t ChunkProcessor::takeLastChunk()
+void ChunkProcessor::processChunk(std::size_t samples, bool last, std::span<const bool> silentStems)
 {
-    chunk = buffer->flush();
-    const std::size_t length = lastExtent(chunk);
-    const std::size_t endPad = (hop - length % hop) % hop;
-    const std::size_t total = fftSize + endPad;
-    // A mirror image reaches no further than the signal is long; the rest is silence.
-    const std::size_t mirrored = std::min(length - 1, total);
-    chunk = padTime(chunk, 0, mirrored, xt::pad_mode::reflect);
-    if (mirrored < total)
-        chunk = padTime(chunk, 0, total - mirrored, xt::pad_mode::constant);
-    return endPad;
+    const bool first = preProcessor->isFresh();
+    const std::size_t endPad = last ? endPadding(samples) : 0;
+    const std::size_t leadOut = last ? fftSize + endPad : 0;
+    const std::size_t leadIn = first ? std::min(samples + leadOut - 1, fftSize) : 0;
+    // The frame that starts with a later chunk's first sample was analysed with the previous chunk and held
+    // back, so its hop is dropped here and the frame comes back at the head of this chunk's frames.
+    const std::size_t analysed = first ? 0 : hop;
+
+    preProcessor->prepare();
+    const SampleRows padded = takeChunk(samples, leadIn, leadOut);
+    TONWERK_LOG_AS(processName, debug)
+        << "Data prepared for preprocessing, shape: " << channels << "x" << padded.length;
+    const StemSpectra spectra = preProcessor->process(
+        {padded.first + analysed, padded.rowCount, padded.length - analysed, padded.stride}, last);
+    TONWERK_LOG_AS(processName, debug) << "Preprocessed data shape: " << spectra.shapeText();
+
+    // Nothing from here on can fail: no answer of the model is lost or out of place.
+    const std::size_t begin = resultEnd;
+    synthesize(spectra, padded, silentStems);
+    if (first)
+        resultBegin = std::min(leadIn, resultEnd);
+    if (last)
+        cutLeadOut(spectra.frameCount() == 0, endPad);
+    TONWERK_LOG_AS(processName, debug) << "ChunkProcessor::process result shape: " << stemCount + 1 << "x"
+                                       << channels << "x" << resultEnd - std::max(begin, resultBegin);
 }
 
-std::size_t ChunkProcessor::padFront()
+/// Moves the oldest samples from the buffer to `chunk` and pads them; all but the last chunk leave the newest
+/// frame's samples behind.
+SampleRows ChunkProcessor::takeChunk(std::size_t samples, std::size_t leadIn, std::size_t leadOut)
 {
-    const std::size_t frontPad = std::min(lastExtent(chunk) - 1, fftSize);
-    chunk = padTime(chunk, frontPad, 0, xt::pad_mode::reflect);
-    firstChunk = false;
-    const float peak = peakMagnitude(chunk);
+    const SampleRows padded{chunk.data(), channels, leadIn + samples + leadOut, chunk.shape(1)};
+    float* first = chunk.data() + leadIn;
+    buffer->take(samples, leadOut == 0 ? fftSize : 0, first, padded.stride);
+    for (std::size_t channel = 0; channel < channels; ++channel, first += padded.stride)
+        mirrorAround(first, first + samples, leadIn, leadOut);
+    if (leadIn == 0)
+        return padded;
+    const float peak = peakMagnitude(padded);
     if (peak > loudPeak)
     {
         TONWERK_LOG_AS(processName, info) << "MAX2: " << peak;
     }
-    return frontPad;
+    return padded;
 }
 
-const Array& ChunkProcessor::processChunk(std::size_t endPad, bool eof)
+/// Appends to the result what the frames complete: none if the model reported failure.
+void ChunkProcessor::synthesize(const StemSpectra& spectra, const SampleRows& mixture,
+                                std::span<const bool> silentStems)
 {
-    const std::size_t frontPad = firstChunk ? padFront() : 0;
-    TONWERK_LOG_AS(processName, debug) << "Data prepared for preprocessing, shape: " << shapeText(chunk);
-    const StemSpectra spectra = analyse(eof);
-    TONWERK_LOG_AS(processName, debug) << "Preprocessed data shape: " << spectra.shapeText();
-    synthesize(spectra);
-    if (firstResult || eof)
-        trimResult(frontPad, endPad, eof);
-    firstResult = false;
-    TONWERK_LOG_AS(processName, debug) << "ChunkProcessor::process result shape: " << shapeText(result);
-    return result;
-}
-
-// The frame that starts with a later chunk's first sample was analysed with the previous chunk and held back,
-// so its hop is dropped here and the frame comes back at the head of this chunk's frames.
-StemSpectra ChunkProcessor::analyse(bool eof)
-{
-    return preProcessor->process(chunk, eof, firstResult ? 0 : hop);
-}
-
-void ChunkProcessor::synthesize(const StemSpectra& spectra)
-{
-    const std::size_t length = spectra.frameCount() * hop; // 0 if the model reported failure
-    reshape(result, std::array{stemCount + 1, channels, length});
     // Stem by stem: the sums of one stem fit into the processor's cache, those of all do not.
     for (std::size_t stem = 0; stem < stemCount; ++stem)
-        synthesizeStem(spectra, stem, result.data() + stem * channels * length, length);
+        synthesizeStem(spectra, stem, stem < silentStems.size() && silentStems[stem]);
+    const std::size_t length = spectra.frameCount() * hop;
     for (std::size_t channel = 0; channel < channels; ++channel)
-        std::copy_n(chunk.data() + channel * lastExtent(chunk), std::min(length, lastExtent(chunk)),
-                    result.data() + (stemCount * channels + channel) * length);
+        std::copy_n(mixture.row(channel), length, resultRow(stemCount * channels + channel) + resultEnd);
+    resultEnd += length;
 }
 
-void ChunkProcessor::synthesizeStem(const StemSpectra& spectra, std::size_t stem, float* target,
-                                    std::size_t length)
+void ChunkProcessor::synthesizeStem(const StemSpectra& spectra, std::size_t stem, bool silent)
 {
     OverlapAddSynthesizer& synthesizer = *synthesizers[stem];
+    float* target = resultRow(stem * channels) + resultEnd;
     for (std::size_t frame = 0; frame < spectra.frameCount(); ++frame, target += hop)
     {
-        if (silentStems[stem])
+        if (silent)
         {
-            synthesizer.completeSilentHop(target, length);
+            synthesizer.completeSilentHop(target, result.shape(1));
             continue;
         }
         for (std::size_t channel = 0; channel < channels; ++channel)
@@ -236,26 +201,22 @@ void ChunkProcessor::synthesizeStem(const StemSpectra& spectra, std::size_t stem
             spectra.packFrame(stem, channel, frame, synthesizer.inputRow());
             synthesizer.addRow(channel);
         }
-        synthesizer.completeHop(target, length);
+        synthesizer.completeHop(target, result.shape(1));
     }
 }
 
-// Cuts the lead-in and, at the end of the stream, the lead-out. The length wanted at the end is counted from
-// the end of the result with the synthesizers' incomplete tail appended as silence; a negative count is
-// relative to that end, which happens only if the model reported failure and there is next to nothing to
-// return.
-void ChunkProcessor::trimResult(std::size_t frontPad, std::size_t endPad, bool eof)
+/// Ends the result with the stream. Of the lead-out it holds the padding to a whole hop and one hop more. If
+/// the model failed it holds none of it; then the length is negative, and counts from the end of the samples
+/// that further frames would have completed: what is left of them is silence.
+void ChunkProcessor::cutLeadOut(bool failed, std::size_t endPad)
 {
-    const std::size_t length = lastExtent(result) - std::min(frontPad, lastExtent(result));
-    if (!eof)
+    if (!failed)
     {
-        result = timeRange(result, frontPad, length);
+        resultEnd -= hop + endPad;
         return;
     }
-    const auto extended = static_cast<std::ptrdiff_t>(length + lastExtent(synthesizers.front()->tail()));
-    auto wanted = extended - static_cast<std::ptrdiff_t>(fftSize + endPad);
-    if (wanted < 0)
-        wanted += extended;
-    wanted = std::clamp<std::ptrdiff_t>(wanted, 0, extended);
-    result = timeRange(result, frontPad, static_cast<std::size_t>(wanted));
+    const std::size_t silence = fftSize - std::min(fftSize, 2 * hop + endPad);
+    for (std::size_t row = 0; row < resultRows(); ++row)
+        std::fill_n(resultRow(row) + resultEnd, silence, 0.0F);
+    resultEnd += silence;
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "common/Arrays.h"
+#include "common/SampleRows.h"
 #include "inference/IInference.h"
 #include "pipeline/BufferAggregator.h"
 #include "pipeline/OverlapAddSynthesizer.h"
@@ -20,6 +21,9 @@
 /// mirror image and the last one is led out likewise, so that every sample of the stream lies under the full
 /// number of windows; both are cut from the results. One instance serves one stream, from one thread at a
 /// time.
+///
+/// Every block takes two calls: push() only copies, process() computes. Between them the caller can make room
+/// for the result, so that memory that runs out there costs the stream nothing.
 class ChunkProcessor
 {
 public:
@@ -34,39 +38,42 @@ public:
                    std::size_t hop, std::uint64_t configExtra, std::size_t segmentFrames,
                    std::size_t stemCount);
 
-    /// Feeds a block {channels, n} and returns what it completes as {stemCount + 1, channels, m}: the stems
-    /// in the model's output order, then the mixture aligned with them. An array without dimensions stands
-    /// for nothing yet and, at `eof`, for nothing left. At `eof` everything held is processed, in as many
-    /// model runs as it takes. The result stays valid until the next call. \throws std::runtime_error "Buffer
-    /// overflow: cannot accept chunk of size n"; the stream is unchanged then
-    const Array& process(const Array& input, bool eof);
+    /// Takes a block.
+    /// \return the samples per channel that process() will complete; 0: nothing yet or, at `eof`, nothing
+    /// left \throws std::runtime_error "Buffer overflow: cannot accept chunk of size n"; nothing has changed
+    /// then \throws std::exception (the array library's) if the block has another number of channels; nothing
+    /// has
+    ///         changed then
+    std::size_t push(const SampleBlock& input, bool eof);
 
-    /// The same for a block that lies in the host's memory, which saves a copy of it.
-    const Array& process(const SampleBlock& input, bool eof);
-
-    /// From now on the model's outputs for these stems, one flag for each in output order, are known to be
-    /// zero, so that nothing is computed for them but how they fade out.
-    void setSilentStems(std::span<const bool> silent);
+    /// Completes as much as one run of the model can or, at `eof`, all that is held, in as many runs as it
+    /// takes. Only to be called if push() has announced something.
+    /// \param silentStems one flag for each stem in output order: the model's output for it is known to be
+    ///                    zero, so that nothing is computed but how it fades out; without flags no stem is
+    /// \return stem by stem in the model's output order, and then of the mixture aligned with them, a row for
+    ///         each channel: of the announced length, or less where the model reported failure. Valid until
+    ///         the next call
+    /// \throws std::bad_alloc before the model has run: nothing has changed
+    /// \throws std::exception whatever the model throws: its chunk is lost and the stream goes on behind it,
+    ///         from its beginning if no run has succeeded yet. At `eof` the chunks before it, which this call
+    ///         had completed, are lost too
+    SampleRows process(bool eof, std::span<const bool> silentStems = {});
 
     /// Samples per channel that must be held before a chunk is taken.
     std::size_t readyThreshold() const;
 
 private:
-    const Array& processHeld(bool eof);
-    const Array& drain();
-    /// Moves the oldest samples from the buffer to `chunk`.
-    void takeChunk(std::size_t samples);
-    /// Moves all samples to `chunk` and pads them. \return the samples that were missing to a whole hop
-    std::size_t takeLastChunk();
+    void reserveResult(bool eof);
     std::size_t longestChunk() const;
     std::size_t longestLastChunk() const;
-    /// Pads `chunk`, which is the stream's first. \return the samples that were put before it
-    std::size_t padFront();
-    const Array& processChunk(std::size_t endPad, bool eof);
-    StemSpectra analyse(bool eof);
-    void synthesize(const StemSpectra& spectra);
-    void synthesizeStem(const StemSpectra& spectra, std::size_t stem, float* target, std::size_t length);
-    void trimResult(std::size_t frontPad, std::size_t endPad, bool eof);
+    std::size_t endPadding(std::size_t samples) const;
+    void processChunk(std::size_t samples, bool last, std::span<const bool> silentStems);
+    SampleRows takeChunk(std::size_t samples, std::size_t leadIn, std::size_t leadOut);
+    void synthesize(const StemSpectra& spectra, const SampleRows& mixture, std::span<const bool> silentStems);
+    void synthesizeStem(const StemSpectra& spectra, std::size_t stem, bool silent);
+    void cutLeadOut(bool failed, std::size_t endPad);
+    std::size_t resultRows() const { return (stemCount + 1) * channels; }
+    float* resultRow(std::size_t row) { return result.data() + row * result.shape(1); }
 
     std::size_t channels;
     std::size_t fftSize;
@@ -77,12 +84,10 @@ private:
     std::unique_ptr<PreProcessor> preProcessor;
     std::vector<std::unique_ptr<OverlapAddSynthesizer>> synthesizers;
     std::unique_ptr<BufferAggregator> buffer;
-    std::vector<bool> silentStems;
-    bool firstChunk;
-    bool firstResult;
-    Array chunk;  ///< what is being processed; kept, as is the result, so that a steady stream needs no
-    Array result; ///< new memory for them
-    const Array nothing; ///< the result of calls that complete no chunk
+    FixedArray<2> chunk;  ///< a row for each channel, with room for the longest padded chunk
+    FixedArray<2> result; ///< a row for each channel of each stem and of the mixture, with room for a chunk
+    std::size_t resultBegin; ///< where the result begins in each of its rows: behind the lead-in
+    std::size_t resultEnd;   ///< and where it ends
 };
 
 #endif // TONWERK_PIPELINE_CHUNKPROCESSOR_H

@@ -43,14 +43,23 @@ std::size_t PreProcessor::maxInputLength() const
     return (frameCount - edgeFrames - 1) * hopSize + fftSize;
 }
 
-StemSpectra PreProcessor::process(const Array& input, bool eof, std::size_t skip)
+void PreProcessor::prepare()
 {
-    const std::size_t length = lastExtent(input) - std::min(skip, lastExtent(input));
-    TONWERK_LOG(debug) << "Process signal: " << length;
+    if (!nextOutputs.empty())
+        return;
+    nextOutputs.reserve(outputCount);
+    for (auto& output : modelOutputs)
+        nextOutputs.push_back(output.data());
+}
+
+StemSpectra PreProcessor::process(const SampleRows& input, bool eof)
+{
+    prepare();
+    TONWERK_LOG(debug) << "Process signal: " << input.length;
     const std::size_t newFrames =
-        length < fftSize ? 0 : std::min(frameCount, (length - fftSize) / hopSize + 1);
+        input.length < fftSize ? 0 : std::min(frameCount, (input.length - fftSize) / hopSize + 1);
     shiftSpectrogram(newFrames);
-    transformFrames(input, skip);
+    transformFrames(input);
     if (!runModel())
     {
         TONWERK_LOG(error) << "Inference failed" << std::endl;
@@ -74,15 +83,14 @@ void PreProcessor::shiftSpectrogram(std::size_t newFrames)
 }
 
 // Backwards, so that the newest frame ends exactly at the end of the input.
-void PreProcessor::transformFrames(const Array& input, std::size_t skip)
+void PreProcessor::transformFrames(const SampleRows& input)
 {
-    const std::size_t length = lastExtent(input);
     std::size_t slot = frameCount;
-    for (std::size_t end = length; end >= skip + fftSize && slot > 0; end -= hopSize)
+    for (std::size_t end = input.length; end >= fftSize && slot > 0; end -= hopSize)
     {
         --slot;
         for (std::size_t channel = 0; channel < channelCount; ++channel)
-            transformFrame(input.data() + channel * length + end - fftSize, channel, slot);
+            transformFrame(input.row(channel) + end - fftSize, channel, slot);
         if (end < hopSize)
             break;
     }
@@ -113,14 +121,10 @@ void PreProcessor::transformFrame(const float* samples, std::size_t channel, std
 
 bool PreProcessor::runModel()
 {
-    std::vector<float*> outputs;
-    outputs.reserve(outputCount);
-    for (auto& output : modelOutputs)
-        outputs.push_back(output.data());
     const std::array<std::int64_t, 4> shape{1, static_cast<std::int64_t>(spectrogram.shape(0)),
                                             static_cast<std::int64_t>(spectrogram.shape(1)),
                                             static_cast<std::int64_t>(spectrogram.shape(2))};
-    return inference->run(spectrogram.data(), std::move(outputs), shape);
+    return inference->run(spectrogram.data(), std::exchange(nextOutputs, {}), shape);
 }
 
 // The newest frame is held back until more input has come, and returned by the next call, when the model has

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "common/Arrays.h"
+#include "common/SampleRows.h"
 #include "inference/IInference.h"
 #include "spectral/PFFFTTransformer.h"
 #include "spectral/StemSpectra.h"
@@ -27,28 +28,36 @@ public:
     /// \param inference      the model
     /// \param frameCount     T, frames per model segment
     /// \param keepEdgeFrames hold every call's newest frame back until its right neighbour is known, and
-    /// return it
-    ///                       with the next call
+    ///                       return it with the next call
     /// \param outputCount    S, model outputs
     PreProcessor(std::size_t channelCount, std::size_t fftSize, std::size_t hopSize,
                  const std::vector<float>& window, std::shared_ptr<IInference> inference,
                  std::size_t frameCount, bool keepEdgeFrames, std::size_t outputCount);
 
-    /// Frames and transforms a chunk {channels, length}, runs the model once, and returns the spectra of the
-    /// frames that are complete: one less than the number of new frames on the first call and equal to it
-    /// later, one more in both cases at `eof`. A chunk should carry at least N and at most maxInputLength()
-    /// samples. The first (length - N) modulo hop samples fall into no frame.
+    /// Makes what the next call of process() needs, so that nothing but the model can fail in it.
+    /// \throws std::bad_alloc
+    void prepare();
+
+    /// Frames and transforms a chunk, one row for each channel, runs the model once, and returns the spectra
+    /// of the frames that are complete: one less than the number of new frames on the first call and equal to
+    /// it later, one more in both cases at `eof`. A chunk should carry at least N and at most
+    /// maxInputLength() samples, and none that an earlier chunk's frames began with. The first (length - N)
+    /// modulo hop samples fall into no frame.
     ///
     /// A frame with samples that are not finite enters the spectrogram as silence.
-    /// \return the spectra, valid until the next call; an empty object if the model reports failure
-    StemSpectra process(const Array& input, bool eof, std::size_t skip = 0);
+    /// \return the spectra, valid until the next call; no frames if the model reports failure
+    /// \throws std::exception whatever the model throws; the frames are in the spectrogram then
+    StemSpectra process(const SampleRows& input, bool eof);
+
+    /// True until a run of the model has succeeded. (Only where edge frames are kept: otherwise always.)
+    bool isFresh() const { return firstCall; }
 
     /// The longest chunk whose frames fit into the segment beside those held at its edges.
     std::size_t maxInputLength() const;
 
 private:
     void shiftSpectrogram(std::size_t newFrames);
-    void transformFrames(const Array& input, std::size_t skip);
+    void transformFrames(const SampleRows& input);
     void transformFrame(const float* samples, std::size_t channel, std::size_t slot);
     bool runModel();
     StemSpectra completedFrames(std::size_t newFrames, bool eof);
@@ -66,6 +75,7 @@ private:
     FixedArray<3> spectrogram;
     bool firstCall;
     std::vector<FixedArray<3>> modelOutputs;
+    std::vector<float*> nextOutputs; ///< where the next run writes, if that is prepared
 };
 
 #endif // TONWERK_SPECTRAL_PREPROCESSOR_H

@@ -28,9 +28,6 @@ public:
     {
     }
 
-    /// False if the model reported failure.
-    explicit operator bool() const { return outputs != nullptr; }
-
     std::size_t frameCount() const { return lastFrame - firstFrame; }
 
     /// Writes the packed spectrum of one frame: N = 2 * bins values, (real, imaginary) of the bins from DC

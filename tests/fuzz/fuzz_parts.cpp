@@ -39,7 +39,7 @@ void pushBlock(BufferAggregator& buffer, const Array& block, std::uint32_t way)
     if (way == 0)
         buffer.push(block);
     else if (way == 1)
-        buffer.push(SampleBlock{block.data(), count, count, 1});
+        buffer.push(SampleBlock{block.data(), rows, count, count, 1});
     else
     {
         const std::size_t stride = rows + (way - 2);
@@ -47,14 +47,14 @@ void pushBlock(BufferAggregator& buffer, const Array& block, std::uint32_t way)
         for (std::size_t row = 0; row < rows; ++row)
             for (std::size_t i = 0; i < count; ++i)
                 samples[i * stride + row] = block(row, i);
-        buffer.push(SampleBlock{samples.data(), count, 1, stride});
+        buffer.push(SampleBlock{samples.data(), rows, count, 1, stride});
     }
 }
 
 Array takeBlock(BufferAggregator& buffer, std::size_t rows, std::size_t count, std::size_t keep)
 {
     Array block = Array::from_shape({rows, count});
-    buffer.take(count, keep, block.data());
+    buffer.take(count, keep, block.data(), count);
     return block;
 }
 
@@ -173,22 +173,26 @@ void chunks(FuzzInput& input)
         const std::size_t taken = std::min<std::size_t>(held + count, first ? 304 : 336);
         if (!eof && held + count >= ready && taken % hop != 0)
             continue;
-        const Array& result = processor.process(countingBlock(2, count, next), eof);
+        const Array block = countingBlock(2, count, next);
+        const std::size_t announced = processor.push({block.data(), 2, count, count, 1}, eof);
         for (std::size_t i = 0; i < count; ++i)
             queue.push_back(next++);
         held += count;
-        if (result.dimension() == 0)
+        if (announced == 0)
         {
             promise(eof ? held == 0 : held < ready, "results come when enough is held, and at the end");
             continue;
         }
         held = eof ? 0 : held - (taken - 64);
-        const std::size_t length = result.shape(2);
+        const SampleRows result = processor.process(eof);
+        const std::size_t length = result.length;
+        promise(result.rowCount == 4 && length == announced, "as long as announced");
         promise(length <= queue.size(), "nothing comes back that did not go in");
         for (std::size_t i = 0; i < length; ++i)
         {
-            promise(result(1, 0, i) == queue[i] && result(1, 1, i) == -queue[i], "the mixture is the input");
-            promise(std::isfinite(result(0, 0, i)), "the stem is finite");
+            promise(result.row(2)[i] == queue[i] && result.row(3)[i] == -queue[i],
+                    "the mixture is the input");
+            promise(std::isfinite(result.row(0)[i]), "the stem is finite");
         }
         queue.erase(queue.begin(), queue.begin() + static_cast<std::ptrdiff_t>(length));
     }

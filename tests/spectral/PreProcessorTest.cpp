@@ -40,7 +40,7 @@ protected:
     /// Runs one chunk and packs the spectra that come back as {outputs, channels, frames * fftSize}.
     static Array process(PreProcessor& preProcessor, const Array& input, bool eof)
     {
-        const StemSpectra spectra = preProcessor.process(input, eof);
+        const StemSpectra spectra = preProcessor.process(rowsOf(input), eof);
         Array packed = Array::from_shape({outputs, channels, spectra.frameCount() * fftSize});
         for (std::size_t output = 0; output < outputs; ++output)
             for (std::size_t channel = 0; channel < channels; ++channel)

@@ -35,6 +35,16 @@ std::span<const float> row(const Array& stems, std::size_t stem, std::size_t cha
     return {stems.data() + (stem * stems.shape(1) + channel) * stems.shape(2), stems.shape(2)};
 }
 
+SampleBlock blockOf(const Array& samples)
+{
+    return {samples.data(), samples.shape(0), samples.shape(1), samples.shape(1), 1};
+}
+
+SampleRows rowsOf(const Array& samples)
+{
+    return {samples.data(), samples.shape(0), samples.shape(1), samples.shape(1)};
+}
+
 std::vector<std::size_t> shapeOf(const Array& array)
 {
     return {array.shape().begin(), array.shape().end()};

@@ -12,6 +12,8 @@
 #include <gtest/gtest.h>
 
 #include "common/Arrays.h"
+#include "common/SampleRows.h"
+#include "pipeline/BufferAggregator.h"
 #include "support/Noise.h"
 
 /// Smooth noise {channels, length}, different in every channel.
@@ -25,6 +27,10 @@ std::span<const float> row(const Array& samples, std::size_t channel);
 
 /// One row of a rank-3 array.
 std::span<const float> row(const Array& stems, std::size_t stem, std::size_t channel);
+
+/// A rank-2 array as a block of a host's memory, or as rows of it.
+SampleBlock blockOf(const Array& samples);
+SampleRows rowsOf(const Array& samples);
 
 /// The extents of an array, for comparisons.
 std::vector<std::size_t> shapeOf(const Array& array);
