@@ -8,16 +8,20 @@ usage: check_parts.py TRAINING_FOLDER [unittest's arguments]
 
 import sys
 import unittest
+from pathlib import Path
 from typing import Any
 
 import numpy as np
+import onnx
 import torch
 
-sys.path.insert(0, sys.argv.pop(1))
+sys.path.insert(0, sys.argv[1])
 
 from tonwerk_training.data import bands, chunkstore, stft
 from tonwerk_training.model import exporting, losses, network, optimizer, runtime
 from tonwerk_training.synthesis import fluidsynth
+
+TRAINING = Path(sys.argv.pop(1))
 
 
 class Summaries(unittest.TestCase):
@@ -153,6 +157,13 @@ class Export(unittest.TestCase):
     @classmethod
     def tearDownClass(cls) -> None:
         cls.session.close()
+
+    def test_the_shipped_model_says_whose_it_is(self) -> None:
+        model = onnx.load(TRAINING.parent / "models/tonwerk-small.onnx")
+        told = {entry.key: entry.value for entry in model.metadata_props}
+        self.assertLessEqual(exporting.METADATA.items(), told.items())
+        self.assertEqual(told["tonwerk.license"], "MIT")
+        self.assertIn("MIT License", (TRAINING.parent / "models/LICENSE").read_text())
 
     def test_equals_the_network_at_any_level(self) -> None:
         expected = exporting.reference(self.network, self.spectrum)
