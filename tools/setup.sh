@@ -3,7 +3,7 @@
 # Installs the Debian 12 packages that the named groups need. Installs only what is missing: when everything is
 # there, nothing is run as root and the network is not touched.
 #
-#   tools/setup.sh GROUP...      groups: native fetch windows test browser lint fuzz deep training demo peers, or
+#   tools/setup.sh GROUP...      groups: native fetch models windows test browser lint fuzz deep training demo peers, or
 #                                    all
 set -euo pipefail
 
@@ -11,6 +11,8 @@ declare -A packages=(
     [native]="g++ cmake ninja-build googletest python3-minimal"
     # patchelf gives the fetched runtime a name of its own.
     [fetch]="ca-certificates debian-archive-keyring patchelf"
+    # Fetches and converts the public network in the default model.
+    [models]="python3 python3-numpy python3-onnx python3-pip"
     # clang, lld and llvm link the DLL (delayed loading needs lld); wine runs the Windows tests.
     [windows]="g++-mingw-w64-x86-64-posix clang lld llvm wine wine64"
     # parallel is the batch example of docs/separate.md.

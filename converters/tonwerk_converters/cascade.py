@@ -68,7 +68,10 @@ def _joined(first: Passport, second: Passport, chosen: list[str], others: list[s
     """One passport out of two. Where they differ, both say which stems they speak of."""
 
     def both(one: str, other: str) -> str:
-        return one if one == other else f"{', '.join(chosen)}: {one}. {', '.join(others)}: {other}"
+        if one == other:
+            return one
+        parts = [f"{', '.join(stems)}: {text.rstrip('.')}." for stems, text in ((chosen, one), (others, other)) if text]
+        return " ".join(parts)
 
     if first.sample_rate != second.sample_rate:
         raise ConversionError(f"The models work at different sample rates: {first.sample_rate} and "
@@ -81,6 +84,7 @@ def _joined(first: Passport, second: Passport, chosen: list[str], others: list[s
         converted_from=[entry for passport, path in ((first, options.first), (second, options.second))
                         for entry in passport.converted_from or [origin(path)]],
         sample_rate=first.sample_rate, rows=min(rows) if rows else None,
+        training_data=both(first.training_data, second.training_data),
         notes=" ".join(note for note in (first.notes, second.notes) if note))
 
 

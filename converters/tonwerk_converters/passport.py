@@ -28,6 +28,7 @@ class Passport:
     converted_from: list[str] = field(default_factory=list)  # "FILE sha256:HASH"
     sample_rate: int = SAMPLE_RATE
     rows: int | None = None  # the newest rows that are computed, if not all
+    training_data: str = ""
     notes: str = ""  # what else a user must know
 
     def write(self, model: ModelProto) -> None:
@@ -48,7 +49,8 @@ class Passport:
                         stems=[stem for stem in _as_list(found["stems"]) if stem in STEMS],
                         converted_from=_as_list(found.get("converted_from", "")),
                         sample_rate=_as_number(found.get("sample_rate")) or SAMPLE_RATE,
-                        rows=_as_number(found.get("rows")), notes=found.get("notes", ""))
+                        rows=_as_number(found.get("rows")), training_data=found.get("training_data", ""),
+                        notes=found.get("notes", ""))
 
 
 def origin(path: Path) -> str:
