@@ -75,6 +75,9 @@ OURS = re.compile(r"(lib)?tonwerk[-_]\w+\.(so|dll)|tonwerk-separate(\.exe)?")
 def is_for_this_package(package: Path, row: str) -> bool:
     """Whether a row of the table of licences speaks of what is in here: some files may be left out."""
     files = re.findall(r"`([\w.+-]+\.dll)`", row)
+    networks = re.findall(r"`([\w.+-]+\.onnx)`", row)
+    if networks and not any((package / "models" / name).exists() for name in networks):
+        return False
     return "Windows only" not in row or (WINDOWS and (not files or (package / "bin" / files[0]).exists()))
 
 
