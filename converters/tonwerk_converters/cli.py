@@ -11,12 +11,13 @@ from .command import Command
 from .errors import ConversionError
 from .files import write_model
 from .live import convert as live
+from .openunmix import convert as openunmix
 from .scnet import convert as scnet
 from .spleeter import convert as spleeter
 from .waveform import convert as waveform
 
-COMMANDS: tuple[Command, ...] = (spleeter.COMMAND, scnet.COMMAND, waveform.COMMAND, cascade.COMMAND, compact.COMMAND,
-                                 live.COMMAND)
+COMMANDS: tuple[Command, ...] = (spleeter.COMMAND, scnet.COMMAND, openunmix.COMMAND, waveform.COMMAND, cascade.COMMAND,
+                                 compact.COMMAND, live.COMMAND)
 
 
 def parser() -> argparse.ArgumentParser:

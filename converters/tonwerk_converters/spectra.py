@@ -7,11 +7,14 @@ a Blackman spectrum becomes a Hann spectrum by the taps (5/3) 4^-|k|.
 """
 
 import numpy as np
+from onnx import TensorProto
 
-from .contract import BINS, CHANNELS, PLANES
+from .contract import BINS, CHANNELS, FRAMES, PLANES
 from .graph import Graph
 
 LARGEST_INPUT = 1e30  # no sound comes near; beyond, and NaN, counts as silence
+QUIET_ROW = 1e-4  # rows below this part of the loudest are left out of means: the silence before a song
+SMALLEST_LEVEL = 1e-30  # quieter sound is not brought to a level
 REACH = 12  # taps to each side: the first that is left out is 4^-13, -156 dB
 
 
@@ -44,6 +47,21 @@ def magnitudes(graph: Graph, spectrum: str, rows: int, bins: int) -> str:
     parts = graph.reshape(spectrum, CHANNELS, 2, rows, bins)
     power = graph.sum(graph.add("Mul", parts, parts), 1)
     return graph.reshape(graph.add("Sqrt", power), 1, CHANNELS, rows, bins)
+
+
+def at_level(graph: Graph, magnitudes: str, wanted: float) -> str:
+    """Magnitudes [1, 2, rows, bins] scaled so that the mean of those rows that are not silent is as wanted.
+
+    It goes axis by axis, by the loudest row, so that neither very quiet nor very loud sound leaves the numbers' range.
+    """
+    rows = graph.mean(graph.mean(magnitudes, 3, keep=True), 1, keep=True)  # [1, 1, rows, 1]
+    loudest = graph.add("Max", graph.add("ReduceMax", rows, axes=[2], keepdims=1), SMALLEST_LEVEL)
+    relative = graph.add("Div", rows, loudest)
+    is_loud = graph.add("Cast", graph.add("Greater", relative, QUIET_ROW), to=TensorProto.FLOAT)
+    share = graph.add("Max", graph.mean(is_loud, 2, keep=True), 0.5 / FRAMES)
+    mean = graph.add("Div", graph.mean(graph.add("Mul", relative, is_loud), 2, keep=True), share)
+    level = graph.add("Max", graph.add("Mul", mean, loudest), SMALLEST_LEVEL)
+    return graph.add("Mul", magnitudes, graph.add("Div", wanted, level))
 
 
 def apply_mask(graph: Graph, spectrum: str, mask: str, rows: int, bins: int) -> str:

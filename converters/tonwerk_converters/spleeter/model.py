@@ -5,7 +5,7 @@ from collections.abc import Sequence
 from dataclasses import dataclass
 
 import numpy as np
-from onnx import ModelProto, TensorProto
+from onnx import ModelProto
 
 from .. import contract, spectra
 from ..graph import Graph
@@ -13,8 +13,6 @@ from .unet import Activation, UNet, build
 
 BINS = 1024  # that the networks see and make masks for
 MEAN_MAGNITUDE = 4.0  # of the sound that the networks work best with: their masks depend on the level
-QUIET_ROW = 1e-4  # rows below this part of the loudest are left out of the mean: the silence before a song
-SMALLEST_LEVEL = 1e-30  # quieter sound is not brought to the usual level
 MASK_FLOOR = 1e-10
 
 
@@ -35,7 +33,7 @@ def separation(separator: Separator) -> ModelProto:
     sane = spectra.without_nonsense(graph, spectrum)
     magnitudes = spectra.magnitudes(graph, spectra.blackman_to_hann(graph, sane, contract.FRAMES, BINS),
                                     contract.FRAMES, BINS)
-    estimates = stem_magnitudes(graph, separator, at_usual_level(graph, magnitudes))
+    estimates = stem_magnitudes(graph, separator, spectra.at_level(graph, magnitudes, MEAN_MAGNITUDE))
     squares = [graph.add("Mul", estimate, estimate) for estimate in estimates]
     share = graph.add("Reciprocal", graph.add("Add", graph.add("Sum", *squares), MASK_FLOOR))
     stems = {}
@@ -46,21 +44,6 @@ def separation(separator: Separator) -> ModelProto:
             stems[stem] = spectra.apply_mask(graph, sane, whole, contract.FRAMES, contract.BINS)
     contract.close_graph(graph, stems)
     return graph.model("spleeter", "Masks by one U-Net per stem, as Spleeter has them.")
-
-
-def at_usual_level(graph: Graph, magnitudes: str) -> str:
-    """Magnitudes [1, 2, rows, bins] scaled so that the mean of those rows that are not silent is MEAN_MAGNITUDE.
-
-    It goes axis by axis, by the loudest row, so that neither very quiet nor very loud sound leaves the numbers' range.
-    """
-    rows = graph.mean(graph.mean(magnitudes, 3, keep=True), 1, keep=True)  # [1, 1, rows, 1]
-    loudest = graph.add("Max", graph.add("ReduceMax", rows, axes=[2], keepdims=1), SMALLEST_LEVEL)
-    relative = graph.add("Div", rows, loudest)
-    is_loud = graph.add("Cast", graph.add("Greater", relative, QUIET_ROW), to=TensorProto.FLOAT)
-    share = graph.add("Max", graph.mean(is_loud, 2, keep=True), 0.5 / contract.FRAMES)
-    mean = graph.add("Div", graph.mean(graph.add("Mul", relative, is_loud), 2, keep=True), share)
-    level = graph.add("Max", graph.add("Mul", mean, loudest), SMALLEST_LEVEL)
-    return graph.add("Mul", magnitudes, graph.add("Div", MEAN_MAGNITUDE, level))
 
 
 def stem_magnitudes(graph: Graph, separator: Separator, magnitudes: str) -> list[str]:
