@@ -5,10 +5,12 @@
 #   tools/fuzz.sh MINUTES [TARGET...]
 #
 # The corpus grows in build/fuzz/TARGET, logs and inputs that break something lie in build/fuzz. Ends with 1 if any did.
+# What a committed seed adds is a place of the code: fuzz_TARGET -merge=1 -use_counters=0 SEEDS CORPUS picks such inputs;
+# name them by what they show.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-[ $# -ge 1 ] || { sed -n '3,7s/^# \{0,1\}//p' "$0" >&2; exit 2; }
+[ $# -ge 1 ] || { sed -n '3,9s/^# \{0,1\}//p' "$0" >&2; exit 2; }
 minutes=$1
 shift
 [ $# -gt 0 ] || set -- calls parts model
