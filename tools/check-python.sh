@@ -16,6 +16,7 @@ while read -r group; do
     # shellcheck disable=SC2086  # a group is several words
     "$tools/mypy" --no-error-summary --python-executable "$1" $group
 done <<GROUPS
+converters/tonwerk_converters
 training/tonwerk_training training/train training/export training/evaluate training/make-data
 tools tests/c tests/checks tests/docs tests/embedding tests/examples tests/models tests/package tests/python
 tests/apps tests/models

@@ -41,7 +41,7 @@ class Cascade(ConverterTest):
         return self.save("first.onnx", gains({"vocals": 0.5, "drum": 0.25, "bass": 7.0},
                                              passport("A", ["vocals", "drum"])))
 
-    def test_the_second_works_on_what_the_first_leaves(self):
+    def test_the_second_works_on_what_the_first_leaves(self) -> None:
         second = self.save("second.onnx", gains(SECOND, passport("B", list(SECOND), rows=64)))
         model = self.converted("cascade", self.first(), second)
         results, = stems_of(model, noise())
@@ -57,14 +57,14 @@ class Cascade(ConverterTest):
         self.assertNotIn(7.0, [value for tensor in model.graph.initializer if tensor.data_type == TensorProto.FLOAT
                                for value in numpy_helper.to_array(tensor).flat], "the first's bass is still there")
 
-    def test_what_is_no_number_reaches_neither(self):
+    def test_what_is_no_number_reaches_neither(self) -> None:
         second = self.save("second.onnx", gains(SECOND))
         broken = noise()
         broken[0, 1, 2, 3:6] = np.nan, np.inf, 1e35
         results, = stems_of(self.converted("cascade", self.first(), second), broken)
         self.assertTrue(np.isfinite(results["piano"]).all())
 
-    def test_graphs_inside_nodes_are_taken_along(self):
+    def test_graphs_inside_nodes_are_taken_along(self) -> None:
         """An If whose branches read values of the graph around them."""
         model = gains({stem: factor for stem, factor in SECOND.items() if stem != "piano"})
         output = helper.make_tensor_value_info("chosen", TensorProto.FLOAT, contract.SHAPE)
@@ -81,7 +81,7 @@ class Cascade(ConverterTest):
         results, = stems_of(self.converted("cascade", self.first(), self.save("second.onnx", model)), noise())
         self.assertLess(error(results["piano"], 0.75 * noise()), 1e-6)
 
-    def test_models_that_cannot_be_joined_end_in_a_sentence(self):
+    def test_models_that_cannot_be_joined_end_in_a_sentence(self) -> None:
         nameless = self.save("nameless.onnx", gains(SECOND))
         self.assert_refused("has no passport", "cascade", nameless, nameless)
         self.assert_refused("must be some of", "cascade", nameless, nameless, "--first-stems", "vocals,flute")
@@ -125,7 +125,7 @@ class Compact(ConverterTest):
         contract.close_graph(graph, {"bass": graph.add("Mul", spectrum, mask)})
         return graph.model("network", "")
 
-    def test_weights_shrink_and_stems_stay(self):
+    def test_weights_shrink_and_stems_stay(self) -> None:
         model = self.network()
         path = self.folder / "whole.onnx"
         passport("A", ["bass"]).write(model)
@@ -143,13 +143,13 @@ class Compact(ConverterTest):
                     self.assertEqual(tensors[tensor.name], tensor)
             self.assertIn(kind, Passport.read(small).notes)
 
-    def test_an_outlier_keeps_its_layer_finer(self):
+    def test_an_outlier_keeps_its_layer_finer(self) -> None:
         kinds = {tensor.name.rsplit("/", 1)[-1]: 0 for tensor in compact.compacted(self.network(), "int8")
                  .graph.initializer}
         self.assertIn("half", kinds)
         self.assertIn("bytes", kinds)
 
-    def test_the_runtime_restores_weights_once_and_not_in_every_run(self):
+    def test_the_runtime_restores_weights_once_and_not_in_every_run(self) -> None:
         session = Session(compact.compacted(self.network(), "int8"), profile=str(self.folder / "profile"))
         session.run(unified_input=noise())
         session.close()

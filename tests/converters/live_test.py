@@ -96,7 +96,7 @@ def build(part: Callable[[Network], str], rows: int) -> onnx.ModelProto:
 
 
 class Live(ConverterTest):
-    def test_the_newest_rows_are_those_of_a_network_for_so_many(self):
+    def test_the_newest_rows_are_those_of_a_network_for_so_many(self) -> None:
         for part in (strides, recurrent, levels):
             with self.subTest(part.__name__):
                 whole = self.folder / "whole.onnx"
@@ -106,7 +106,7 @@ class Live(ConverterTest):
                 self.assertLess(error(result[:, :, -KEPT:], expected), 1e-6)
                 self.assertFalse(result[:, :, :-KEPT].any())
 
-    def test_networks_that_need_all_rows_are_refused(self):
+    def test_networks_that_need_all_rows_are_refused(self) -> None:
         rows = contract.FRAMES
 
         def transform(network: Network) -> str:

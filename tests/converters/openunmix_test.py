@@ -82,7 +82,7 @@ def estimate(weights: Mapping[str, np.ndarray], magnitudes: np.ndarray) -> np.nd
 
 
 class OpenUnmix(ConverterTest):
-    def setUp(self):
+    def setUp(self) -> None:
         super().setUp()
         bins = np.fft.rfft(30 * frames_of_sound(), axis=1)  # as loud as music
         bins[:, -40:] = 0  # near the Nyquist bin, which the library has not, Hann frames are not exact
@@ -105,7 +105,7 @@ class OpenUnmix(ConverterTest):
         mask = estimates[stem] ** 2 / (sum(squares) + 1e-10)
         return planes(mask.transpose(1, 0, 2)[..., :contract.BINS] * self.spectrum)
 
-    def test_all_targets_share_the_sound_by_their_squares(self):
+    def test_all_targets_share_the_sound_by_their_squares(self) -> None:
         targets = {"vocals": random_weights(1), "drums": random_weights(2, hidden=12, layers=1),
                    "bass": random_weights(3, directions=1, layers=3), "other": random_weights(4, seen=BINS)}
         self.write(**targets)
@@ -120,7 +120,7 @@ class OpenUnmix(ConverterTest):
         self.assertFalse(results["piano"].any())
         self.assertEqual(Passport.read(model).stems, ["vocals", "drum", "bass"])
 
-    def test_a_missing_target_is_what_the_others_leave(self):
+    def test_a_missing_target_is_what_the_others_leave(self) -> None:
         targets = {"vocals": random_weights(5), "bass": random_weights(6)}
         self.write(**targets)
         (self.folder / "vocals.json").write_text("{}")
@@ -130,7 +130,7 @@ class OpenUnmix(ConverterTest):
             result, expected = (values[..., :2030] for values in (results[name], self.expected(estimates, name)))
             self.assertLess(error(result, expected), TOLERANCE, name)
 
-    def test_on_request_the_level_does_not_matter(self):
+    def test_on_request_the_level_does_not_matter(self) -> None:
         self.write(vocals=random_weights(7))
         model = self.converted("open-unmix", self.folder, "--level", 1)
         factors = [1.0, 1e-3, 10.0]
@@ -139,7 +139,7 @@ class OpenUnmix(ConverterTest):
         for result in others:
             self.assertLess(error(result, plain), TOLERANCE)
 
-    def test_checkpoints_that_do_not_fit_end_in_a_sentence(self):
+    def test_checkpoints_that_do_not_fit_end_in_a_sentence(self) -> None:
         good = random_weights(8)
         self.assert_refused("has no checkpoint", "open-unmix", self.folder)
         self.assert_refused("is no folder", "open-unmix", self.folder / "nowhere")

@@ -3,6 +3,7 @@
 """The parts that all converters share: front ends and passports, on the runtime that the library ships."""
 
 import unittest
+from collections.abc import Callable, Sequence
 
 import numpy as np
 from support import BLACKMAN, HANN, Session, contract, noise, planes, spectrum_of, stems_of
@@ -17,7 +18,7 @@ def frames_of_noise() -> np.ndarray:
     return np.random.default_rng(3).uniform(-1, 1, (ROWS, contract.FFT_SIZE, contract.CHANNELS))
 
 
-def run_part(part, shape, spectrum):
+def run_part(part: Callable[[Graph, str], str], shape: Sequence[int], spectrum: np.ndarray) -> np.ndarray:
     """The result of a piece of graph that takes a spectrum."""
     graph = Graph()
     graph.input("spectrum", spectrum.shape)
@@ -30,7 +31,7 @@ def run_part(part, shape, spectrum):
 
 
 class FrontEnd(unittest.TestCase):
-    def test_blackman_frames_become_hann_frames_to_minus_100_dB(self):
+    def test_blackman_frames_become_hann_frames_to_minus_100_dB(self) -> None:
         frames = frames_of_noise()
         for bins in (1024, contract.BINS):
             result = run_part(lambda graph, value, bins=bins: spectra.blackman_to_hann(graph, value, ROWS, bins),
@@ -40,7 +41,7 @@ class FrontEnd(unittest.TestCase):
             error = np.abs(result - expected)[..., :clean].max() / np.abs(expected).max()
             self.assertLess(20 * np.log10(error), -100)
 
-    def test_what_is_no_number_becomes_silence(self):
+    def test_what_is_no_number_becomes_silence(self) -> None:
         spectrum = noise()
         spectrum[0, 0, 0, :3] = np.nan, np.inf, -np.inf
         result = run_part(spectra.without_nonsense, spectrum.shape, spectrum)
@@ -49,12 +50,12 @@ class FrontEnd(unittest.TestCase):
 
 
 class Passports(unittest.TestCase):
-    def setUp(self):
+    def setUp(self) -> None:
         graph, spectrum = contract.open_graph()
         contract.close_graph(graph, {"drum": spectrum})
         self.model = graph.model("test", "")
 
-    def test_a_passport_survives_the_file_and_other_metadata(self):
+    def test_a_passport_survives_the_file_and_other_metadata(self) -> None:
         self.model.metadata_props.add(key="other", value="kept")
         self.assertIsNone(Passport.read(self.model))
         passport = Passport("A network", "MIT", "somewhere", "A. Uthor; B. Uthor", ["drum"], ["a sha256:1", "b"],
@@ -64,7 +65,7 @@ class Passports(unittest.TestCase):
         self.assertEqual(Passport.read(self.model), passport)
         self.assertEqual([item.value for item in self.model.metadata_props if item.key == "other"], ["kept"])
 
-    def test_stems_that_are_not_given_are_silent(self):
+    def test_stems_that_are_not_given_are_silent(self) -> None:
         results, = stems_of(self.model, noise())
         np.testing.assert_array_equal(results["drum"], noise())
         self.assertFalse(any(results[stem].any() for stem in contract.STEMS if stem != "drum"))

@@ -18,7 +18,7 @@ LIVE_ROWS = 64
 
 
 class SpleeterTest(ConverterTest):
-    def setUp(self):
+    def setUp(self) -> None:
         super().setUp()
         self.checkpoint = self.folder / "checkpoint"
 
@@ -29,7 +29,7 @@ class SpleeterTest(ConverterTest):
 
 
 class Networks(SpleeterTest):
-    def test_stems_are_those_of_the_networks_in_double_precision(self):
+    def test_stems_are_those_of_the_networks_in_double_precision(self) -> None:
         frames = frames_of_sound()
         spectrum = spectrum_of(frames)
         for stems, names in NAMES.items():
@@ -46,7 +46,7 @@ class Networks(SpleeterTest):
                 self.assertEqual(set(passport.stems), set(names.values()))
                 self.assertEqual(len(passport.converted_from), 2)
 
-    def test_a_live_model_works_as_if_there_were_only_its_rows(self):
+    def test_a_live_model_works_as_if_there_were_only_its_rows(self) -> None:
         frames = frames_of_sound()
         variables = self.write_networks(4, seed=6)
         whole = self.folder / "whole.onnx"
@@ -64,7 +64,7 @@ class Networks(SpleeterTest):
         self.model.rename(whole)
         self.assert_refused("already computes its newest 64 rows only", "live", whole, "--rows", 32)
 
-    def test_level_does_not_matter_and_nothing_gives_nan(self):
+    def test_level_does_not_matter_and_nothing_gives_nan(self) -> None:
         self.write_networks(2, seed=9)
         spectrum = planes(spectrum_of(frames_of_sound()))
         square = np.sign(np.sin(np.arange(contract.FFT_SIZE) / 9.0))[None, :, None] * np.ones((contract.FRAMES, 1, 2))
@@ -84,14 +84,14 @@ class Networks(SpleeterTest):
         for result in others:
             self.assertTrue(np.isfinite(result).all())
 
-    def test_the_same_checkpoint_gives_the_same_bytes(self):
+    def test_the_same_checkpoint_gives_the_same_bytes(self) -> None:
         self.write_networks(2, seed=3)
         self.converted("spleeter", self.checkpoint)
         first = self.model.read_bytes()
         self.converted("spleeter", self.checkpoint)
         self.assertEqual(self.model.read_bytes(), first)
 
-    def test_options_decide_where_the_number_of_stems_does_not(self):
+    def test_options_decide_where_the_number_of_stems_does_not(self) -> None:
         self.write_networks(3, seed=1)
         self.assert_refused("--stems", "spleeter", self.checkpoint)
         model = self.converted("spleeter", self.checkpoint, "--stems", "bass,other,drums", "--activation", "leaky",
@@ -105,21 +105,21 @@ class Checkpoints(SpleeterTest):
     def write(self, **altered: bytes) -> None:
         files.write_checkpoint(self.checkpoint, self.VARIABLES, altered)
 
-    def test_checksums_of_many_lengths(self):
+    def test_checksums_of_many_lengths(self) -> None:
         random = np.random.default_rng(1)
         self.assertEqual(crc32c.crc32c(b"123456789"), 0xE3069283)  # the standard's check value
         for length in (0, 1, 5, 4 * crc32c.LANES - 1, 4 * crc32c.LANES, 12 * crc32c.LANES + 3):
             data = random.bytes(length)
             self.assertEqual(crc32c.masked(crc32c.crc32c(data)), files.checksum(data))
 
-    def test_all_variables_come_back(self):
+    def test_all_variables_come_back(self) -> None:
         self.write()
         tensors, _ = read_checkpoint(self.checkpoint)
         self.assertEqual(set(tensors), set(self.VARIABLES))
         for name, values in self.VARIABLES.items():
             np.testing.assert_array_equal(tensors[name], values)
 
-    def test_no_flipped_bit_goes_unnoticed(self):
+    def test_no_flipped_bit_goes_unnoticed(self) -> None:
         """A flip is refused, or it lies where nothing is read from."""
         random = np.random.default_rng(2)
         for suffix in ("index", "data-00000-of-00001"):
@@ -140,7 +140,7 @@ class Checkpoints(SpleeterTest):
                         np.testing.assert_array_equal(tensors[name], values)
             self.assertGreater(refused, 50, suffix)
 
-    def test_no_cut_goes_unnoticed(self):
+    def test_no_cut_goes_unnoticed(self) -> None:
         for suffix in ("index", "data-00000-of-00001"):
             self.write()
             path = self.checkpoint / f"model.{suffix}"
@@ -150,7 +150,7 @@ class Checkpoints(SpleeterTest):
                 with self.assertRaises(ConversionError, msg=f"{suffix} cut to {length}"):
                     read_checkpoint(self.checkpoint)
 
-    def test_entries_that_lie_are_refused(self):
+    def test_entries_that_lie_are_refused(self) -> None:
         size = 3 * 4
         lies = {"beyond the end": files.entry((1, 3), 1 << 40, size, 0),
                 "shape": files.entry((1, 1 << 62), 0, size, 0),
@@ -164,7 +164,7 @@ class Checkpoints(SpleeterTest):
             with self.assertRaisesRegex(ConversionError, words):
                 read_checkpoint(self.checkpoint)
 
-    def test_networks_that_do_not_fit_end_in_a_sentence(self):
+    def test_networks_that_do_not_fit_end_in_a_sentence(self) -> None:
         good = reference.random_variables(2, seed=1)
         nan = good["conv2d_3/kernel"].copy()
         nan[0, 0, 0, 0] = np.nan

@@ -66,7 +66,7 @@ def error(result: np.ndarray, expected: np.ndarray) -> float:
 class ConverterTest(unittest.TestCase):
     """A test with a folder of its own."""
 
-    def setUp(self):
+    def setUp(self) -> None:
         scratch = tempfile.TemporaryDirectory()
         self.addCleanup(scratch.cleanup)
         self.folder = Path(scratch.name)
