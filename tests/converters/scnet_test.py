@@ -14,7 +14,7 @@ import numpy as np
 import onnx
 import torch_files
 from scnet_reference import Reference, Weights, separate
-from sounds import decibels, noise, overlap_add, spectrum_of
+from sounds import decibels, frames_of, noise, overlap_add, spectrum_of
 from support import BLACKMAN, TOLERANCE, ConverterTest, Session, contract
 from tonwerk_converters import waves
 from tonwerk_converters.graph import Graph
@@ -144,6 +144,15 @@ class Frames(unittest.TestCase):
             self.assertLess(rows.max(), -60)
             self.assertLess(rows[3:-3].max(), -110)
 
+    def test_the_network_hears_every_sound_at_the_usual_level(self):
+        planes = np.zeros((1, 4, 2049, 9))
+        planes[:, ::2, 0] = 1  # a network whose answer does not depend on the sound: its scale is how that was scaled
+        for gain in (1e-4, 1, 50):
+            sound = noise(9) * gain
+            stem = self.through(sound, lambda graph, _: graph.table(planes), ["drum"], 9)
+            deviation = np.stack([np.fft.rfft(frames_of(sound, 1.0)).real, np.fft.rfft(frames_of(sound, 1.0)).imag]).std()
+            self.assertAlmostEqual(stem[0, 0, 4, 0] / (BLACKMAN.mean() * deviation / scnet.USUAL_DEVIATION), 1, places=2)
+
     def test_sources_without_a_stem_are_left_out_and_the_others_keep_their_place(self) -> None:
         sound = noise(9)
         stem = self.through(sound, lambda graph, planes: graph.concat(1, graph.zeros((1, 4, 2049, 9)), planes),
@@ -232,6 +241,7 @@ class Refusals(ConverterTest):
                 "is missing": {lstm: None},
                 "should be [56, 14]": {lstm: np.ones((56, 13))},
                 "no finite number": {lstm: np.full((56, 14), np.nan)},
+                "too few axes": {"encoder.0.SDlayer.convs.0.weight": np.ones(3)},
                 "is unknown": {"extra": np.ones(3)},
                 "globalconv.weight is missing": {name: None for name in good if "globalconv" in name},
                 "convs.1.weight is missing": {name: None for name in good if "convs.1" in name},

@@ -12,7 +12,6 @@ from .network import Network
 from .sizes import Sizes, Weights
 
 BINS = contract.BINS + 1
-SPECTRUM_SCALE = 1 / 64  # of the network's transform: one over the square root of the frame's length
 USUAL_DEVIATION = 0.12  # of the network's input when the music is mastered: about -15 dB rms
 SMALLEST_PEAK = 1e-30  # a spectrum that does not exceed it is silence
 SMALLEST_DEVIATION = 1e-12  # of a spectrum whose peak is 1
@@ -23,7 +22,7 @@ def separation(weights: Weights, sizes: Sizes, stems: Sequence[str | None], shar
     """The model of the library's interface. stems: our name of each source, or None for what stays in the residual;
     shares: see Network.build; rows: an even number of the newest rows, which alone are computed."""
     graph, spectrum = contract.open_graph()
-    newest = graph.slice(spectrum, 2, contract.FRAMES - rows, contract.FRAMES)
+    newest = graph.slice(spectrum, 2, contract.FRAMES - rows, contract.FRAMES) if rows < contract.FRAMES else spectrum
     network = Network(graph, weights, sizes, rows)
     separated = on_its_own_frames(graph, newest, stems, rows,
                                   lambda rectangular: network.build(rectangular, BINS, shares))
@@ -56,8 +55,8 @@ def on_its_own_frames(graph: Graph, spectrum: str, stems: Sequence[str | None], 
 
 
 def _level(graph: Graph, planes: str, frames: int) -> str:
-    """What divides a spectrum so that its deviation is usual and its scale the network's: it was not trained on quiet
-    sound, and what its authors add to the deviation would be heard there."""
+    """What divides a spectrum so that its deviation is usual: the network was not trained on quiet sound, and what its
+    authors add to the deviation would count there."""
     square = moments(graph, planes, (3, 2, 1), contract.PLANES * BINS * frames).mean_square
     deviation = graph.add("Max", graph.add("Sqrt", square), SMALLEST_DEVIATION)
     return graph.add("Mul", deviation, 1 / USUAL_DEVIATION)

@@ -43,9 +43,10 @@ def read_sizes(weights: Weights) -> Sizes:
     Raises ConversionError if they belong to no such network, some are missing or do not fit, or are no numbers."""
     try:
         sizes = _sizes(weights)
-    except (KeyError, IndexError) as failure:
-        raise ConversionError(f"These are not the weights of SCNet: {failure.args[0]} is missing or has another "
-                              "shape.") from failure
+    except KeyError as failure:
+        raise ConversionError(f"These are not the weights of SCNet: {failure.args[0]} is missing.") from failure
+    except IndexError as failure:
+        raise ConversionError("These are not the weights of SCNet: some have too few axes.") from failure
     if not sizes.blocks or not sizes.dual_paths or sizes.dual_paths % 2:
         raise ConversionError("These are not the weights of SCNet: it has blocks that go down and pairs of dual paths.")
     if sizes.channels[0] != PLANES:
