@@ -144,7 +144,7 @@ class Frames(unittest.TestCase):
             self.assertLess(rows.max(), -60)
             self.assertLess(rows[3:-3].max(), -110)
 
-    def test_the_network_hears_every_sound_at_the_usual_level(self):
+    def test_the_network_hears_every_sound_at_the_usual_level(self) -> None:
         planes = np.zeros((1, 4, 2049, 9))
         planes[:, ::2, 0] = 1  # a network whose answer does not depend on the sound: its scale is how that was scaled
         for gain in (1e-4, 1, 50):
