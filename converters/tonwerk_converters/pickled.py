@@ -23,7 +23,8 @@ class Name(NamedTuple):
     name: str
 
     def __str__(self) -> str:
-        return f"{self.module}.{self.name}"
+        """Printable, whatever the file says."""
+        return ascii(f"{self.module}.{self.name}")[1:-1]
 
 
 class _Machine:

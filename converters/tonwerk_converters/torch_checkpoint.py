@@ -183,6 +183,8 @@ def _tensors(state: Mapping[Any, Any], load: Callable[[_Storage], np.ndarray]) -
     for name, view in state.items():
         if not isinstance(view, _View) or not isinstance(name, str):
             continue
+        if not name.isprintable():
+            raise ConversionError("a tensor has a name that cannot be printed")
         storage = view.storage
         if storage.key not in loaded:
             loaded[storage.key] = load(storage)

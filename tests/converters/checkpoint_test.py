@@ -90,6 +90,7 @@ class Checkpoints(unittest.TestCase):
                 self.assert_refused(pickled, "Nothing of it was run")
         self.assertFalse(trace.exists())
         self.assert_refused(as_zip(b"cos\nsystem\n(S'true'\ntR."), "os.system")
+        self.assert_refused(as_zip(b"\x80\x02c\x1b[2Jos\nsystem\n)R."), r"\x1b[2Jos.system")  # not to the terminal
         self.assert_refused(as_zip(b"(S'true'\nios\nsystem\n."), "broken")  # the old way to make an object
 
     def test_a_cut_file_ends_in_a_sentence_and_a_changed_one_in_nothing_worse(self) -> None:
