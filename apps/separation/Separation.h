@@ -56,7 +56,7 @@ public:
 
     /// Separates the whole song.
     /// \throws Failure if the song cannot be read, separated or written; also if the model fails in its
-    ///         middle, where the library would go on with silence
+    ///         middle, where the library would go on
     /// \throws Interrupted if the user asks to stop
     SeparationResult run(const Progress& progress);
 

@@ -78,8 +78,12 @@
 /// ### Threads
 /// No thread is started and no lock is taken. One processor belongs to one thread at a time. Processors that
 /// share a context share its network without a lock: their constructors and `process` calls must not overlap.
-/// Processors of different contexts are independent. Construct contexts one after another: the first one sets
-/// up the process-wide log.
+/// Processors of different contexts may be inside calls at the same time.
+///
+/// Contexts come and go while all is quiet: build one, assign to one, or give up the last share of one (the
+/// context's own, or the last processor that is built on it) only while no other context is being built or
+/// destroyed and no processor of any context is inside a call or its constructor. All of them write to the
+/// log of the process, which one context owns: it would be put up or taken away under their hands.
 ///
 /// ### Unusual samples
 /// A transform frame of 4,096 samples that contains a NaN or infinity is digital silence for the network. So
@@ -90,15 +94,17 @@
 /// Numbers below 1.2e-38 count as 0; the thread's own floating-point mode is back when a call returns.
 ///
 /// ### Log
-/// Warnings and errors are written to standard output as text lines. The first context built while no log
-/// exists owns the log; when that context is destroyed nothing is logged until another context is built.
+/// Warnings and errors are written to standard output as text. The first context built while no log exists
+/// owns the log; when that context is destroyed nothing is logged until another context is built.
 ///
 /// ### Exceptions
 /// Failures leave as exceptions derived from `std::exception`, never as codes, and never end the process:
 /// `std::runtime_error` with a fixed text (given with each function), `std::bad_alloc`, and the runtime's own
-/// exception for a model that it refuses. A model run that fails while streaming is logged, not thrown: the
-/// stems of that chunk are silent (the residual holds the mixture), fading out and in over the 3,072 frames
-/// that it shares with its neighbours, and the stream goes on.
+/// exception for a model that it refuses. A model run that fails while streaming is logged, not thrown, and
+/// the stream goes on. Of that chunk the stems that were asked for are what the run left behind: an earlier
+/// stretch of the stream once more, silence if there was none, or parts of a result. The residual is what
+/// they leave of the input, as ever; stems that were not asked for are silent. The neighbouring chunks are as
+/// they would be, but for the 3,072 frames over which the joins fade.
 ///
 /// After an exception out of TonwerkProc::process the stream goes on, too. Unless the block was refused (too
 /// large, or not of 2 channels) it has been taken: go on with the next one, at the end with an empty one. If
@@ -210,7 +216,8 @@ public:
     /// Builds a separator on a loaded model, which it keeps alive.
     /// \throws std::runtime_error "Inference context is not provided" for a null or moved-from context
     /// \throws std::runtime_error "Inference for specified model is not initialized" for a context without
-    /// model \throws std::bad_alloc
+    ///         model
+    /// \throws std::bad_alloc
     TONWERK_API TonwerkProc(std::shared_ptr<InferenceContext> context, TonwerkProcConfig config);
 
     TONWERK_API ~TonwerkProc();
@@ -223,7 +230,8 @@ public:
     TonwerkProc(const TonwerkProc&) = delete;
 
     /// Frames per channel that one `process` call should carry: 257,024 before the first model run, 254,976
-    /// after it. A multiple of 1,024. \throws std::runtime_error "Processor is not prepared"
+    /// after it. A multiple of 1,024.
+    /// \throws std::runtime_error "Processor is not prepared"
     TONWERK_API std::uint64_t maxInputSize() const;
 
     /// Feeds the next block of the stream and returns the stems that it completes.
@@ -232,8 +240,7 @@ public:
     /// \return no vectors while too little is buffered; otherwise eight vectors of equal length, two channels
     ///         each in the configured order: vocals, drum, piano, acoustic guitar, electric guitar, bass,
     ///         residual (the input minus the six), mix (the sum of the six)
-    /// \throws std::runtime_error "Buffer overflow: cannot accept chunk of size N" if N frames do not fit;
-    /// the
+    /// \throws std::runtime_error "Buffer overflow: cannot accept chunk of size N" if N frames do not fit; the
     ///         stream is unchanged and may go on with smaller blocks
     /// \throws std::runtime_error "Processor is not prepared"
     /// \throws std::bad_alloc

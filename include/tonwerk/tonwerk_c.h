@@ -42,7 +42,8 @@
  * Failures
  *     Every function that can fail returns a status and never throws, and leaves a sentence for the calling
  *     thread in tonwerk_last_error(). A model run that fails while streaming is no failure: it is logged,
- *     and the six stems of that chunk are silent.
+ *     and the stems of that chunk are whatever the run left: an earlier stretch once more, silence, or parts
+ *     of a result. Their sum and the residual still give the input.
  *
  * Memory across the border
  *     The caller owns every buffer and the library owns every handle; nothing that one side allocates is
@@ -50,9 +51,10 @@
  *
  * Threads
  *     No thread is started and no lock is taken. One stream belongs to one thread at a time. Streams of one
- *     context share its network: their calls must not overlap. Streams of different contexts are
- *     independent. Create contexts one after another: the first one sets up the process-wide log, which
- *     writes warnings and errors to standard output.
+ *     context share its network: their calls must not overlap. Streams of different contexts may
+ *     be inside calls at the same time. Create a context, and destroy a context or its last stream, only
+ *     while no other call of this library is under way: they put up and take down the process-wide log,
+ *     which writes warnings and errors to standard output.
  */
 #ifndef TONWERK_TONWERK_C_H
 #define TONWERK_TONWERK_C_H

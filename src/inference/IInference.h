@@ -21,10 +21,14 @@ public:
     ///
     /// \param input  contiguous spectrogram of the given shape
     /// \param outputs one buffer per model output, in output order, each with room for as many floats as the
-    ///               input has; afterwards the buffers of stems that are not selected hold zeros
+    ///               input has; afterwards the buffers of stems that are not selected hold zeros. After an
+    ///               evaluation that failed the others hold what it left in them, at worst what was there
+    ///               before
     /// \param shape  {1, 2 * channels, frames, bins}: plane 2c holds the real and plane 2c + 1 the imaginary
     ///               parts of channel c, frames oldest first, bins from DC upward without Nyquist
-    /// \return true if the outputs are valid
+    /// \return false if there are no outputs to go on with. The network's own backend always returns true: a
+    ///         failed evaluation is logged, and the caller goes on with what is in the buffers
+    /// \throws what keeps an evaluation from being begun, such as outputs of another shape
     virtual bool run(const float* input, std::vector<float*> outputs,
                      const std::array<std::int64_t, 4>& shape) = 0;
 };

@@ -138,20 +138,16 @@ bool InferenceONNXImplMultiStem::run(const float* input, std::vector<float*> out
     const auto inputs = bindInputs(memory, input, count, shape);
     auto results = bindOutputs(memory, outputs, count);
     const Ort::RunOptions options;
-    bool complete = false;
     try
     {
         evaluate(options, inputs, results);
-        complete = true;
     }
     catch (const std::exception& failure)
     {
         TONWERK_LOG(error) << "[INFERENCE_onnx] Exception during inference: " << failure.what();
     }
-    // After a failed run nothing in the buffers can be trusted: silence, rather than parts of this chunk or
-    // of an earlier one.
     for (std::size_t i = 0; i < results.size(); ++i)
-        if (!complete || !isSelected(outputNames[i]))
+        if (!isSelected(outputNames[i]))
             std::fill_n(outputs[i], count, 0.0F);
     return true;
 }

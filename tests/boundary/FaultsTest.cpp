@@ -21,32 +21,38 @@ constexpr std::size_t firstEnd = 252928;  // of what the first block of maxInput
 constexpr std::size_t secondEnd = 507904; // of what the second one returns
 constexpr std::size_t frame = 4096;
 
-TEST(FailedRun, SilencesItsChunkAndTheStreamGoesOn)
+// What the selected stems hold in the failed chunk is whatever the run left: no more than music.
+TEST(FailedRun, SpoilsNothingButItsChunkAndTheStreamGoesOn)
 {
     constexpr std::size_t length = 900000;
     Stereo input = noise(length);
     input.left[357024] = 1e6F; // in the second block; beyond what this model bears
 
     ::testing::internal::CaptureStdout();
-    Stream stream(loadContext("fail_on_request.onnx"));
+    auto config = allStems();
+    config.bass = 0;
+    Stream stream(loadContext("fail_on_request.onnx"), config);
     stream.feedAll(input);
     const std::string log = ::testing::internal::GetCapturedStdout();
 
     EXPECT_EQ(stream.result().lengths, (std::vector<std::size_t>{firstEnd, 254976, 254976, 137120}));
+    constexpr std::size_t bass = 5;
     for (std::size_t i = 0; i < modelGains.size(); ++i)
     {
         const Stereo& stem = stream.stem(i);
-        const Stereo expected = scaled(input, modelGains[i]);
+        const Stereo expected = i == bass ? silence(length) : scaled(input, modelGains[i]);
         ASSERT_EQ(stem.size(), length);
         // The frames at the joins overlap their neighbours' chunks by less than a frame length.
-        EXPECT_EQ(largestDifference(stem, silence(length), firstEnd + frame, secondEnd), 0) << "stem " << i;
         // Rounding only.
         EXPECT_LE(largestDifference(stem, expected, frame, firstEnd), 1e-6F) << "stem " << i;
         EXPECT_LE(largestDifference(stem, expected, secondEnd + frame, length - frame), 1e-6F)
             << "stem " << i;
         EXPECT_LE(largestDifference(stem, silence(length)), 1.0F) << "nothing loud at the joins";
     }
-    EXPECT_EQ(largestDifference(stream.stem(residual), input, firstEnd + frame, secondEnd), 0);
+    EXPECT_EQ(largestDifference(stream.stem(bass), silence(length)), 0) << "nobody asked for it";
+    for (std::size_t i = firstEnd; i < secondEnd; ++i)
+        ASSERT_NEAR(stream.stem(residual).right[i] + stream.stem(mix).right[i], input.right[i], 1e-6F)
+            << "the residual is what the stems leave of the song, sample " << i;
 
     const std::string line = "[INFERENCE_onnx] Exception during inference: ";
     EXPECT_NE(log.find(line), std::string::npos);

@@ -34,11 +34,12 @@ constexpr std::size_t mostRuns = 8; // of the model, for a fuzzer's input to end
 
 enum class Network
 {
-    Gains,   // linear, the stems add up to less than the input
-    Silent,  // what the real backend gives after a failed run
+    Gains, // linear, the stems add up to less than the input
+    Silent,
     Throws,  // every other run
     Refuses, // reports failure
-    NotANumber
+    NotANumber,
+    Stale // what the real backend gives after a failed run: the outputs stay as they were
 };
 
 std::size_t runs = 0;
@@ -50,6 +51,8 @@ FakeInference::Model modelOf(Network network)
         ++runs;
         if (network == Network::Throws && runs % 2 == 0)
             throw std::runtime_error("the model broke");
+        if (network == Network::Stale && runs % 2 == 0)
+            return true;
         float gain = 0.0F;
         for (float* output : outputs)
         {
@@ -108,7 +111,7 @@ public:
 private:
     void openContext()
     {
-        network = static_cast<Network>(input.below(5));
+        network = static_cast<Network>(input.below(6));
         fakeBackend() = {};
         fakeBackend().model = modelOf(network);
         const std::string bytes(input.below(9), 'm');

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 /// \file FakeBackend.h
-/// Stands in for the inference backend at link time: makeInferenceBackend and setSelectedStems over
+/// Stands in for the inference backend at link time: the three functions of InferenceBackend.h over
 /// FakeInference, so that the whole public interface runs without a network.
 #ifndef TONWERK_TESTS_SUPPORT_FAKEBACKEND_H
 #define TONWERK_TESTS_SUPPORT_FAKEBACKEND_H
