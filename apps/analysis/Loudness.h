@@ -22,7 +22,8 @@ public:
     /// Takes the next samples, interleaved. Those that are not finite count as zero.
     void feed(std::span<const float> samples);
 
-    /// In LUFS. \return nothing if the track is shorter than 0.4 s or softer than -70 LUFS throughout
+    /// In LUFS.
+    /// \return nothing if the track is shorter than 0.4 s or softer than -70 LUFS throughout
     std::optional<double> integrated() const;
 
 private:

@@ -37,9 +37,8 @@ public:
     /// \param gain factor for all samples
     FixedPoint(SampleFormat format, double gain);
 
-    /// \return the samples, little-endian, valid until the next call. What is not finite becomes zero; what
-    /// is
-    ///         beyond full scale clips
+    /// What is not finite becomes zero; what is beyond full scale clips.
+    /// \return the samples, little-endian, valid until the next call
     std::span<const std::uint8_t> convert(std::span<const float> samples);
 
 private:

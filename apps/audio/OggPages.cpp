@@ -48,7 +48,8 @@ std::uint32_t checksum(std::span<const Byte> bytes)
     return remainder;
 }
 
-/// Appends bytes of the file to the page. \return false if the file ends before
+/// Appends bytes of the file to the page.
+/// \return false if the file ends before
 bool append(BinaryFile& file, std::vector<Byte>& page, std::size_t count)
 {
     const std::size_t size = page.size();

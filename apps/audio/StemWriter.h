@@ -25,7 +25,8 @@ public:
     StemWriter(const StemWriter&) = delete;
     StemWriter& operator=(const StemWriter&) = delete;
 
-    /// Appends samples, interleaved. \throws Failure if the file cannot be written or would grow too long
+    /// Appends samples, interleaved.
+    /// \throws Failure if the file cannot be written or would grow too long
     void write(std::span<const float> samples);
 
     /// Completes the file in its final format, still under a temporary name. Fixed-point samples can only be

@@ -32,7 +32,8 @@ public:
     /// \throws Failure if the file cannot be written or would grow too long
     void write(const void* samples, std::uint64_t frames);
 
-    /// Completes the file. \throws Failure if it cannot be written
+    /// Completes the file.
+    /// \throws Failure if it cannot be written
     void close();
 
     /// Closes the file without asking how it went.

@@ -31,10 +31,12 @@ public:
     /// \param atModelRate replaced by what the model gets next
     void toModel(std::span<const float> song, std::vector<float>& atModelRate);
 
-    /// Ends the song. \param atModelRate replaced by the last that the model gets
+    /// Ends the song.
+    /// \param atModelRate replaced by the last that the model gets
     void endSong(std::vector<float>& atModelRate);
 
-    /// Takes the next stems of the model. \return eight stems at the song's rate, which may be empty
+    /// Takes the next stems of the model.
+    /// \return eight stems at the song's rate, which may be empty
     Stems fromModel(const Stems& atModelRate);
 
     /// \return the rest, after all stems of the model have been taken: now the stems are as long as the song

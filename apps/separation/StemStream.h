@@ -35,11 +35,13 @@ public:
     /// Frames of the song to feed until the model runs next, or about as many.
     std::size_t framesUntilResult() const;
 
-    /// Takes the next interleaved stereo samples. \return no stems, or eight of equal length
+    /// Takes the next interleaved stereo samples.
+    /// \return no stems, or eight of equal length
     /// \throws std::exception as the library does
     Stems feed(const std::vector<float>& song);
 
-    /// Ends the song. \return the rest of the stems, which now are as long as the song
+    /// Ends the song.
+    /// \return the rest of the stems, which now are as long as the song
     /// \throws std::exception as the library does
     Stems finish();
 

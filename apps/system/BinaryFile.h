@@ -27,7 +27,8 @@ public:
     /// \return the number of bytes written, less than `size` after a failure
     std::size_t write(const void* bytes, std::size_t size);
 
-    /// Moves to a byte. `origin` is SEEK_SET, SEEK_CUR or SEEK_END. \return false after a failure
+    /// Moves to a byte. `origin` is SEEK_SET, SEEK_CUR or SEEK_END.
+    /// \return false after a failure
     bool seek(std::int64_t offset, int origin);
 
     /// Hands what has been written to the system, so that other programs can read it.

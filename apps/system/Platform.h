@@ -21,7 +21,8 @@ enum class FileMode
 /// \return a stream owned by the caller, or null with the reason in errno
 std::FILE* openFile(const std::filesystem::path& path, FileMode mode);
 
-/// fseek for files of any size. \return false if it fails
+/// fseek for files of any size.
+/// \return false if it fails
 bool seekFile(std::FILE* file, std::int64_t offset, int origin);
 
 /// Bytes pass through this stream as they are from now on.

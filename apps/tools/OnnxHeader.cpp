@@ -16,7 +16,8 @@ class MessageReader
 public:
     explicit MessageReader(std::string_view bytes) : rest(bytes) {}
 
-    /// Goes to the next field. \return false at the end, or where the message is damaged
+    /// Goes to the next field.
+    /// \return false at the end, or where the message is damaged
     bool next()
     {
         std::uint64_t tag = 0;

@@ -38,7 +38,8 @@ public:
         return app.add_option(name, value, description)->type_name("");
     }
 
-    /// Fills the values. \return false if the help text was asked for, which has then been printed
+    /// Fills the values.
+    /// \return false if the help text was asked for, which has then been printed
     bool read(int argc, char** argv)
     {
         try

@@ -11,7 +11,8 @@ namespace tonwerk::c
 {
 
 /// Keeps the status's sentence and the reason (may be empty) as this thread's last error. Allocates nothing:
-/// a text too long is cut. \return the status
+/// a text too long is cut.
+/// \return the status
 tonwerk_status report(tonwerk_status status, const char* reason) noexcept;
 
 /// This thread's last error.

@@ -14,11 +14,10 @@
 
 /// Loads the inference runtime if that has not happened yet, and the model on the best execution provider.
 ///
-/// \param model, size   the plain serialized network; read only during the call
-/// \param inputNames, outputNames names of the network's inputs and outputs; empty: the model's own. The
-/// order of
-///                      the output names is the order of the buffers that IInference::run takes
-/// \param providerName  execution provider to try first; empty: the fixed order
+/// \param model, size  the plain serialized network; read only during the call
+/// \param inputNames   names of the network's inputs; empty: the model's own
+/// \param outputNames  names of its outputs, likewise; in this order IInference::run takes the buffers
+/// \param providerName execution provider to try first; empty: the fixed order
 /// \throws std::runtime_error if the runtime cannot be loaded or is too old
 /// \throws Ort::Exception if the runtime refuses the model
 std::shared_ptr<IInference> makeInferenceBackend(const void* model, std::size_t size,

@@ -111,7 +111,8 @@ bool contains(const std::string& text, const std::string& part)
     return text.find(part) != std::string::npos;
 }
 
-/// A failure is told in a text that begins so, and the process goes on. \return the rest of the text
+/// A failure is told in a text that begins so, and the process goes on.
+/// \return the rest of the text
 std::string expectFailure(const std::vector<std::string>& lines, const std::string& beginning)
 {
     EXPECT_EQ(lines.size(), 4U) << ::testing::PrintToString(lines);

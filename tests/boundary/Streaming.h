@@ -83,7 +83,8 @@ public:
     explicit Stream(std::shared_ptr<tonwerk::InferenceContext> context,
                     tonwerk::TonwerkProcConfig config = allStems());
 
-    /// One call. \return the frames that it returned
+    /// One call.
+    /// \return the frames that it returned
     std::size_t feed(const Stereo& block, bool eof = false);
 
     /// The whole signal in blocks of maxInputSize(), the last one with `eof`.
