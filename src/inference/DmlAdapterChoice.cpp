@@ -94,6 +94,11 @@ std::int32_t prefer(const char* vendor, const Adapter& adapter)
 
 } // namespace
 
+std::int32_t selectDmlAdapterIndex()
+{
+    return selectDmlAdapterIndex(*systemAdapters());
+}
+
 std::int32_t selectDmlAdapterIndex(IAdapterList& list)
 {
     const std::uint32_t opened = list.open();

@@ -3,6 +3,7 @@
 #define TONWERK_INFERENCE_DMLADAPTERCHOICE_H
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 /// What the system tells of one graphics adapter.
@@ -32,6 +33,9 @@ public:
     /// Describes the current adapter.
     virtual std::uint32_t describe(AdapterDescription& description) = 0;
 };
+
+/// The adapters of this machine.
+std::unique_ptr<IAdapterList> systemAdapters();
 
 /// The index of the adapter that DirectML should use: the first hardware adapter of NVIDIA, else the first of
 /// AMD, else 0. Never fails: trouble with the list is logged and answered with what is known.

@@ -17,8 +17,7 @@ public:
 
 } // namespace
 
-std::int32_t selectDmlAdapterIndex()
+std::unique_ptr<IAdapterList> systemAdapters()
 {
-    NoAdapters adapters;
-    return selectDmlAdapterIndex(adapters);
+    return std::make_unique<NoAdapters>();
 }

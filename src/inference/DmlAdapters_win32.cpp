@@ -61,8 +61,7 @@ private:
 
 } // namespace
 
-std::int32_t selectDmlAdapterIndex()
+std::unique_ptr<IAdapterList> systemAdapters()
 {
-    DxgiAdapters adapters;
-    return selectDmlAdapterIndex(adapters);
+    return std::make_unique<DxgiAdapters>();
 }

@@ -4,8 +4,6 @@
 #include <algorithm>
 #include <cstdint>
 
-#include "inference/DmlAdapterChoice.h"
-
 namespace
 {
 
@@ -22,13 +20,13 @@ char asciiLower(char letter)
 }
 
 /// \return how the runtime answered, which the session does not depend on
-Ort::Status appendDirectML(Ort::SessionOptions& options)
+Ort::Status appendDirectML(Ort::SessionOptions& options, IAdapterList& adapters)
 {
     options.SetExecutionMode(ORT_SEQUENTIAL);
     options.DisableMemPattern();
     const void* table = nullptr;
     Ort::Status found(Ort::GetApi().GetExecutionProviderApi("DML", ORT_API_VERSION, &table));
-    const std::int32_t deviceIndex = selectDmlAdapterIndex();
+    const std::int32_t deviceIndex = selectDmlAdapterIndex(adapters);
     if (table == nullptr)
         return found;
     return Ort::Status(static_cast<const DmlApi*>(table)->appendExecutionProvider(options, deviceIndex));
@@ -56,8 +54,13 @@ bool sameProvider(const std::string& left, const std::string& right)
 
 bool appendProvider(Ort::SessionOptions& options, const std::string& provider)
 {
+    return appendProvider(options, provider, *systemAdapters());
+}
+
+bool appendProvider(Ort::SessionOptions& options, const std::string& provider, IAdapterList& adapters)
+{
     if (sameProvider(provider, directMLProvider))
-        appendDirectML(options); // its answer is deliberately not tested
+        appendDirectML(options, adapters); // its answer is deliberately not tested
     else if (sameProvider(provider, "CUDAExecutionProvider"))
         options.AppendExecutionProvider_CUDA(OrtCUDAProviderOptions{});
     else if (sameProvider(provider, "ROCmExecutionProvider"))
@@ -74,7 +77,7 @@ std::string providerRefusal(const std::string& provider)
         Ort::SessionOptions options;
         if (sameProvider(provider, directMLProvider))
         {
-            const Ort::Status answer = appendDirectML(options);
+            const Ort::Status answer = appendDirectML(options, *systemAdapters());
             return answer.IsOK() ? "" : answer.GetErrorMessage();
         }
         const bool known = sameProvider(provider, cpuProvider) || appendProvider(options, provider);

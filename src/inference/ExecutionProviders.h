@@ -7,6 +7,7 @@
 #include <deque>
 #include <string>
 
+#include "inference/DmlAdapterChoice.h"
 #include "inference/OrtApi.h"
 
 /// Where the walk over the providers ends: it needs no asking for.
@@ -27,10 +28,12 @@ bool sameProvider(const std::string& left, const std::string& right);
 ///         as they are, and the session made with them runs on the CPU
 bool appendProvider(Ort::SessionOptions& options, const std::string& provider);
 
+/// The same, with the adapters that DirectML's is chosen from.
+bool appendProvider(Ort::SessionOptions& options, const std::string& provider, IAdapterList& adapters);
+
 /// Asks for `provider` and drops it again: for people who want to know why their model runs on the CPU.
-/// \return the runtime's reason for refusing it, DirectML's included; empty if it can be had. An Ort::Env
-/// must
-///         exist
+/// An Ort::Env must exist.
+/// \return the runtime's reason for refusing it, DirectML's included; empty if it can be had
 std::string providerRefusal(const std::string& provider);
 
 #endif // TONWERK_INFERENCE_EXECUTIONPROVIDERS_H

@@ -139,6 +139,23 @@ TEST_F(InferenceContextTest, MoveAssignmentReleasesTheFormerModelButNotItsOwn)
     EXPECT_FALSE(second.expired());
 }
 
+// The former model goes while the log still takes its lines, and then the log goes with its owner.
+TEST_F(InferenceContextTest, MoveAssignmentOntoTheOwnerOfTheLogEndsTheLogUntilTheNextContext)
+{
+    int madeWithLog = 0;
+    int destroyedWithLog = 0;
+    fakeBackend().onMake = [&] { madeWithLog += plog::get() != nullptr ? 1 : 0; };
+    fakeBackend().onDestroy = [&] { destroyedWithLog += plog::get() != nullptr ? 1 : 0; };
+    InferenceContext owner = contextOf("first");
+    InferenceContext other = contextOf("second");
+    owner = std::move(other);
+    EXPECT_EQ(destroyedWithLog, 1);
+    EXPECT_EQ(plog::get(), nullptr);
+    const InferenceContext next = contextOf("third");
+    EXPECT_NE(plog::get(), nullptr);
+    EXPECT_EQ(madeWithLog, 3);
+}
+
 // A processor's model is the one that it was built on, whatever becomes of the handle.
 TEST_F(InferenceContextTest, ItsModelLivesAsLongAsItsProcessors)
 {
@@ -166,4 +183,12 @@ TEST_F(InferenceContextTest, TheLogOutlivesTheMakingAndTheDestructionOfTheBacken
     contextOf("model");
     EXPECT_TRUE(whileMaking);
     EXPECT_TRUE(whileDestroying);
+
+    // Also where a processor has the last share of both.
+    whileDestroying = false;
+    auto stream = std::make_unique<Stream>(std::make_shared<InferenceContext>(contextOf("model")));
+    stream->feed(silence(100), true);
+    stream.reset();
+    EXPECT_TRUE(whileDestroying);
+    EXPECT_EQ(plog::get(), nullptr);
 }

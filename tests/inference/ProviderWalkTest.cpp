@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
+#include <cstdint>
 #include <iterator>
 #include <sstream>
 #include <string>
@@ -9,7 +10,7 @@
 #include <gtest/gtest.h>
 
 #include "inference/BackendFixture.h"
-#include "inference/DmlAdapterChoice.h"
+#include "inference/ExecutionProviders.h"
 
 namespace
 {
@@ -158,6 +159,7 @@ INSTANTIATE_TEST_SUITE_P(
         Walk{"SecondWhereTheThirdFails", "Dml CUDA ROCM", "session3", "", "Dml CUDA ROCm !session3", 3, 2},
         Walk{"FirstWhereTheOtherAppendsFail", "Dml CUDA ROCM", "AppendCUDA AppendROCM", "",
              "Dml CUDA !AppendCUDA ROCm !AppendROCM", 1, 1},
+        Walk{"SecondWhereTheFirstHasNoOptions", "Dml CUDA", "options1", "", "!options1 CUDA", 1, 1},
         Walk{"RocmWhereCudaFails", "ROCM CUDA", "session1", "", "CUDA !session1 ROCm", 2, 2},
         Walk{"CpuWhereAllFail", "Dml CUDA", "session1 session2", "", "Dml !session1 CUDA !session2", 3, 3},
         Walk{"CpuWithoutAppendRules", "QNN CoreML Tensorrt", "", "", "QNN ?QNN CoreML ?CoreML", 1, 1},
@@ -213,6 +215,34 @@ INSTANTIATE_TEST_SUITE_P(
         DirectMLRefusal{"ByAMissingTable", Standin::DirectMLTable::missing, {}, 0, false}),
     [](const auto& test) { return std::string(test.param.name); });
 
+/// The adapter in the middle is one that DirectML should have.
+class ThreeAdapters : public IAdapterList
+{
+public:
+    std::uint32_t open() override { return 0; }
+    std::uint32_t select(std::uint32_t index) override
+    {
+        current = index;
+        return index < 3 ? 0 : 0x887A0002; // DXGI_ERROR_NOT_FOUND
+    }
+    std::uint32_t describe(AdapterDescription& description) override
+    {
+        description = {u"GeForce", current == 1 ? 0x10DEU : 0x8086U, 0};
+        return 0;
+    }
+
+private:
+    std::uint32_t current = 0;
+};
+
+TEST_F(ProviderWalk, DirectMLGetsTheAdapterThatIsPreferred)
+{
+    ThreeAdapters adapters;
+    Ort::SessionOptions options;
+    EXPECT_TRUE(appendProvider(options, "DmlExecutionProvider", adapters));
+    EXPECT_EQ(standin.calls.back(), "AppendDML 1");
+}
+
 TEST_F(ProviderWalk, RealDirectMLEndsInASessionWhateverTheAppendSays)
 {
     offer("Dml");
@@ -235,6 +265,11 @@ TEST_F(ProviderWalk, AFailingProviderQueryOrCpuSessionIsLoggedAndReachesTheCalle
     EXPECT_EQ(constructorLog(),
               (Lines{"INFO Create Inference ONNX", unusable + "GetAvailableProviders fails"}));
 
+    standin.failing = {"options1"};
+    EXPECT_EQ(loadFailure(), "stand-in: options1 fails");
+    EXPECT_EQ(log.lines(plog::error).size(), 2U);
+
+    standin.optionsAttempts = standin.sessionAttempts = 0;
     standin.failing = {"session1", "session2"};
     offer("CUDA");
     log.clear();

@@ -30,8 +30,8 @@ struct Standin
     std::vector<std::string> providers{"CPUExecutionProvider"};
     DirectMLTable directML = DirectMLTable::own;
     /// What returns a failing status with the text "stand-in: NAME fails": functions, the appends
-    /// "AppendDML", "AppendCUDA" and "AppendROCM", session creations, counted from "session1", and single
-    /// runs, counted from "run1".
+    /// "AppendDML", "AppendCUDA" and "AppendROCM", creations of session options, counted from "options1", and
+    /// of sessions, counted from "session1", and single runs, counted from "run1".
     std::set<std::string> failing;
 
     // The record.
@@ -44,6 +44,7 @@ struct Standin
     /// that were not given back yet.
     std::map<std::string, int> created;
     std::map<std::string, int> alive;
+    int optionsAttempts = 0;
     int sessionAttempts = 0;
     int runAttempts = 0;
 };

@@ -27,7 +27,9 @@ OrtStatus* ORT_API_CALL releaseAvailableProviders(char** /*names*/, int /*count*
 OrtStatus* ORT_API_CALL createSessionOptions(OrtSessionOptions** out) noexcept
 {
     record("CreateSessionOptions");
-    return made("session options", realApi().CreateSessionOptions(out));
+    const std::string attempt = "options" + std::to_string(++standin().optionsAttempts);
+    return unlessScripted(attempt,
+                          [&] { return made("session options", realApi().CreateSessionOptions(out)); });
 }
 
 void ORT_API_CALL releaseSessionOptions(OrtSessionOptions* options) noexcept
