@@ -21,9 +21,8 @@ public:
     ///
     /// \param input  contiguous spectrogram of the given shape
     /// \param outputs one buffer per model output, in output order, each with room for as many floats as the
-    ///               input has; afterwards the buffers of stems that are not selected hold zeros. After an
-    ///               evaluation that failed the others hold what it left in them, at worst what was there
-    ///               before
+    ///               input has; afterwards the buffers of stems that are not selected hold zeros, and after
+    ///               a failed evaluation the others what it left there, at worst what they held before
     /// \param shape  {1, 2 * channels, frames, bins}: plane 2c holds the real and plane 2c + 1 the imaginary
     ///               parts of channel c, frames oldest first, bins from DC upward without Nyquist
     /// \return false if there are no outputs to go on with. The network's own backend always returns true: a

@@ -39,10 +39,9 @@ public:
                    std::size_t stemCount);
 
     /// Takes a block.
-    /// \return the samples per channel that process() will complete; 0: nothing yet or, at `eof`, nothing
-    /// left \throws std::runtime_error "Buffer overflow: cannot accept chunk of size n"; nothing has changed
-    /// then \throws std::exception (the array library's) if the block has another number of channels; nothing
-    /// has
+    /// \return the samples per channel that process() will complete; 0: nothing yet or, at `eof`, nothing left
+    /// \throws std::runtime_error "Buffer overflow: cannot accept chunk of size n"; nothing has changed then
+    /// \throws std::exception (the array library's) if the block has another number of channels; nothing has
     ///         changed then
     std::size_t push(const SampleBlock& input, bool eof);
 

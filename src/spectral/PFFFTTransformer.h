@@ -19,8 +19,7 @@ struct PFFFT_Setup;
 class PFFFTTransformer : public IFFTTransformer
 {
 public:
-    /// \param size       N. Any size is taken here, but only those that PFFFT supports can be transformed:
-    /// the
+    /// \param size       N. Any size is taken here, but only those that PFFFT supports can be transformed: the
     ///                   multiples of 32 up to 2^26 without other prime factors than 2, 3 and 5
     /// \param padNyquist spectra are N + 2 wide: a trailing, always empty Nyquist bin follows the N values
     PFFFTTransformer(std::size_t size, bool padNyquist);

@@ -34,6 +34,10 @@ struct
     int mostAdapters = 0;
 } dxgi;
 
+#if defined(__GNUC__)
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor" // the system's interfaces have none
+#endif
+
 /// An interface that is used, but for what a class below adds, only to be given back.
 template <typename Interface>
 class Counted : public Interface
