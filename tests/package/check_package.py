@@ -5,7 +5,8 @@ them, all with nothing but the package and the system around.
 
 usage: check_package.py SOURCES BUILD_TREE ARCHIVE_NAME MODELS [RUNNER]
 
-MODELS is the folder of the analytic models; RUNNER runs Windows programs.
+MODELS is the folder of the analytic models; RUNNER runs Windows programs. PYTHONPATH names tools, tests/examples and
+tests/docs.
 """
 import os
 import re
@@ -20,7 +21,6 @@ SOURCES, BUILD, ARCHIVE, MODELS = Path(sys.argv[1]), Path(sys.argv[2]), sys.argv
 RUNNER = sys.argv[5:]
 WINDOWS = ARCHIVE.endswith(".zip")
 VERSION = ARCHIVE.split("-")[1]
-sys.path[:0] = [str(SOURCES / "tools"), str(SOURCES / "tests/examples"), str(SOURCES / "tests/docs")]
 sys.dont_write_bytecode = True
 
 import make_package  # noqa: E402
