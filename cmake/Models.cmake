@@ -24,5 +24,6 @@ if(TONWERK_PUBLIC_WEIGHTS AND weights AND smallModel AND NOT CMAKE_HOST_WIN32)
         DEPENDS "${makeModels}" ${converterSources} "${smallModel}" "${weights}"
         COMMENT "Converting the public network and joining it with our own"
         VERBATIM)
+    add_custom_target(made_models DEPENDS ${madeModels})
     list(APPEND shippedModels ${madeModels})
 endif()
