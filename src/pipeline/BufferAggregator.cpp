@@ -144,6 +144,12 @@ void BufferAggregator::consume(std::size_t count, std::size_t keep)
     length -= consumed;
 }
 
+void BufferAggregator::clear()
+{
+    length = 0;
+    start = 0;
+}
+
 Array BufferAggregator::flush()
 {
     if (length == 0)

@@ -53,6 +53,9 @@ public:
     /// Copies out everything and empties the buffer. Without samples the result's last extent is 0.
     Array flush();
 
+    /// Forgets all samples.
+    void clear();
+
     /// Samples held per row.
     std::size_t heldSamples() const { return length; }
 

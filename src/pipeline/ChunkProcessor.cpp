@@ -42,22 +42,46 @@ float peakMagnitude(const SampleRows& rows)
 ChunkProcessor::ChunkProcessor(std::shared_ptr<IInference> inference, std::size_t channels,
                                std::size_t fftSize, std::size_t hop, std::uint64_t configExtra,
                                std::size_t segmentFrames, std::size_t stemCount)
+    : ChunkProcessor(std::move(inference), channels, fftSize, hop, configExtra, segmentFrames, stemCount,
+                     RunGeometry::ordinary(segmentFrames, fftSize / hop))
+{
+}
+
+ChunkProcessor::ChunkProcessor(std::shared_ptr<IInference> inference, std::size_t channels,
+                               std::size_t fftSize, std::size_t hop, std::uint64_t configExtra,
+                               std::size_t segmentFrames, std::size_t stemCount, RunGeometry geometry)
     : channels(channels), fftSize(fftSize), hop(hop), configExtra(configExtra), segmentFrames(segmentFrames),
-      stemCount(stemCount), resultBegin(0), resultEnd(0)
+      stemCount(stemCount), geometry(geometry), blend(stemCount * channels, fftSize, geometry.blend),
+      resultBegin(0), resultEnd(0)
 {
     const auto window = makeWindow(WindowType::Blackman, static_cast<std::int32_t>(fftSize));
     preProcessor = std::make_unique<PreProcessor>(channels, fftSize, hop, window, std::move(inference),
-                                                  segmentFrames, true, stemCount);
+                                                  segmentFrames, true, stemCount, geometry.held());
     for (std::size_t stem = 0; stem < stemCount; ++stem)
         synthesizers.push_back(std::make_unique<OverlapAddSynthesizer>(channels, fftSize, hop, window));
-    buffer = std::make_unique<BufferAggregator>(channels, 2 * readyThreshold(), 1);
+    buffer = std::make_unique<BufferAggregator>(channels, 2 * longestLastChunk(), 1);
     chunk = FixedArray<2>::from_shape({channels, preProcessor->maxInputLength()});
     result = FixedArray<2>::from_shape({resultRows(), segmentFrames * hop});
 }
 
+void ChunkProcessor::reset()
+{
+    preProcessor->reset();
+    for (const auto& synthesizer : synthesizers)
+        synthesizer->reset();
+    buffer->clear();
+    blend.forget();
+}
+
 std::size_t ChunkProcessor::readyThreshold() const
 {
-    return preProcessor->maxInputLength() - 2 * fftSize;
+    return (preProcessor->isFresh() ? geometry.firstHops(fftSize / hop) : geometry.step) * hop;
+}
+
+// From the beginning of the oldest frame that the last run held back, or else of the next one.
+std::size_t ChunkProcessor::keptSamples() const
+{
+    return fftSize + geometry.held() * hop - hop;
 }
 
 std::size_t ChunkProcessor::push(const SampleBlock& input, bool eof)
@@ -77,7 +101,7 @@ std::size_t ChunkProcessor::push(const SampleBlock& input, bool eof)
         return 0;
     }
     const std::size_t taken = std::min(held, longestChunk());
-    return taken - taken % hop - fftSize;
+    return taken - taken % hop - keptSamples();
 }
 
 // At the end the buffer can hold more than the padded last chunk may carry, so ordinary chunks come first.
@@ -112,10 +136,11 @@ std::size_t ChunkProcessor::longestChunk() const
     return preProcessor->maxInputLength() - (preProcessor->isFresh() ? fftSize : 0);
 }
 
-// Later chunks need no lead-in and drop their first hop, which the previous chunk has analysed already.
+// Later chunks need no lead-in and drop what the previous chunk has analysed already.
 std::size_t ChunkProcessor::longestLastChunk() const
 {
-    return preProcessor->isFresh() ? readyThreshold() : preProcessor->maxInputLength() - fftSize + hop;
+    return preProcessor->isFresh() ? preProcessor->maxInputLength() - 2 * fftSize
+                                   : preProcessor->maxInputLength() - fftSize + hop;
 }
 
 /// The samples that are missing to a whole hop.
@@ -130,14 +155,15 @@ void ChunkProcessor::processChunk(std::size_t samples, bool last, std::span<cons
     const std::size_t endPad = last ? endPadding(samples) : 0;
     const std::size_t leadOut = last ? fftSize + endPad : 0;
     const std::size_t leadIn = first ? std::min(samples + leadOut - 1, fftSize) : 0;
-    // The frame that starts with a later chunk's first sample was analysed with the previous chunk and held
-    // back, so its hop is dropped here and the frame comes back at the head of this chunk's frames.
-    const std::size_t analysed = first ? 0 : hop;
+    // The frames that start with a later chunk's first hops were analysed with the previous chunk and held
+    // back, so these hops are dropped here and the frames come back at the head of this chunk's frames.
+    const std::size_t analysed = first ? 0 : geometry.held() * hop;
 
     preProcessor->prepare();
     const SampleRows padded = takeChunk(samples, leadIn, leadOut);
     TONWERK_LOG_AS(processName, debug)
         << "Data prepared for preprocessing, shape: " << channels << "x" << padded.length;
+    blend.begin();
     const StemSpectra spectra = preProcessor->process(
         {padded.first + analysed, padded.rowCount, padded.length - analysed, padded.stride}, last);
     TONWERK_LOG_AS(processName, debug) << "Preprocessed data shape: " << spectra.shapeText();
@@ -145,6 +171,8 @@ void ChunkProcessor::processChunk(std::size_t samples, bool last, std::span<cons
     // Nothing from here on can fail: no answer of the model is lost or out of place.
     const std::size_t begin = resultEnd;
     synthesize(spectra, padded, silentStems);
+    if (!last)
+        blend.keep(spectra, stemCount);
     if (first)
         resultBegin = std::min(leadIn, resultEnd);
     if (last)
@@ -159,7 +187,7 @@ SampleRows ChunkProcessor::takeChunk(std::size_t samples, std::size_t leadIn, st
 {
     const SampleRows padded{chunk.data(), channels, leadIn + samples + leadOut, chunk.shape(1)};
     float* first = chunk.data() + leadIn;
-    buffer->take(samples, leadOut == 0 ? fftSize : 0, first, padded.stride);
+    buffer->take(samples, leadOut == 0 ? keptSamples() : 0, first, padded.stride);
     for (std::size_t channel = 0; channel < channels; ++channel, first += padded.stride)
         mirrorAround(first, first + samples, leadIn, leadOut);
     if (leadIn == 0)
@@ -199,6 +227,7 @@ void ChunkProcessor::synthesizeStem(const StemSpectra& spectra, std::size_t stem
         for (std::size_t channel = 0; channel < channels; ++channel)
         {
             spectra.packFrame(stem, channel, frame, synthesizer.inputRow());
+            blend.fadeInto(stem * channels + channel, frame, synthesizer.inputRow());
             synthesizer.addRow(channel);
         }
         synthesizer.completeHop(target, result.shape(1));

@@ -13,14 +13,16 @@
 #include "inference/IInference.h"
 #include "pipeline/BufferAggregator.h"
 #include "pipeline/OverlapAddSynthesizer.h"
+#include "pipeline/RunBlend.h"
+#include "pipeline/RunGeometry.h"
 #include "spectral/PreProcessor.h"
 
 /// Cuts a stream into overlapping, model-sized chunks and reassembles the stems.
 ///
-/// Consecutive chunks share their newest and oldest fftSize samples. The first chunk is led in by its own
-/// mirror image and the last one is led out likewise, so that every sample of the stream lies under the full
-/// number of windows; both are cut from the results. One instance serves one stream, from one thread at a
-/// time.
+/// Consecutive chunks share the samples of the frames that a run knows and does not give out. The first chunk
+/// is led in by its own mirror image and the last one is led out likewise, so that every sample of the stream
+/// lies under the full number of windows; both are cut from the results. One instance serves one stream, from
+/// one thread at a time.
 ///
 /// Every block takes two calls: push() only copies, process() computes. Between them the caller can make room
 /// for the result, so that memory that runs out there costs the stream nothing.
@@ -34,6 +36,12 @@ public:
     /// \param configExtra   kept, never read
     /// \param segmentFrames frames per model segment; long enough that a chunk exceeds two frame lengths
     /// \param stemCount     stems that the model produces
+    /// \param geometry      how often the model runs; without a fault for these segments
+    ChunkProcessor(std::shared_ptr<IInference> inference, std::size_t channels, std::size_t fftSize,
+                   std::size_t hop, std::uint64_t configExtra, std::size_t segmentFrames,
+                   std::size_t stemCount, RunGeometry geometry);
+
+    /// The same with the ordinary geometry.
     ChunkProcessor(std::shared_ptr<IInference> inference, std::size_t channels, std::size_t fftSize,
                    std::size_t hop, std::uint64_t configExtra, std::size_t segmentFrames,
                    std::size_t stemCount);
@@ -58,6 +66,9 @@ public:
     ///         had completed, are lost too
     SampleRows process(bool eof, std::span<const bool> silentStems = {});
 
+    /// Forgets the stream: the next block begins a new one. Allocates nothing.
+    void reset();
+
     /// Samples per channel that must be held before a chunk is taken.
     std::size_t readyThreshold() const;
 
@@ -70,6 +81,7 @@ private:
     SampleRows takeChunk(std::size_t samples, std::size_t leadIn, std::size_t leadOut);
     void synthesize(const StemSpectra& spectra, const SampleRows& mixture, std::span<const bool> silentStems);
     void synthesizeStem(const StemSpectra& spectra, std::size_t stem, bool silent);
+    std::size_t keptSamples() const;
     void cutLeadOut(bool failed, std::size_t endPad);
     std::size_t resultRows() const { return (stemCount + 1) * channels; }
     float* resultRow(std::size_t row) { return result.data() + row * result.shape(1); }
@@ -80,6 +92,8 @@ private:
     [[maybe_unused]] std::uint64_t configExtra;
     [[maybe_unused]] std::size_t segmentFrames;
     std::size_t stemCount;
+    RunGeometry geometry;
+    RunBlend blend;
     std::unique_ptr<PreProcessor> preProcessor;
     std::vector<std::unique_ptr<OverlapAddSynthesizer>> synthesizers;
     std::unique_ptr<BufferAggregator> buffer;

@@ -90,6 +90,13 @@ Array OverlapAddSynthesizer::processFrames(const Array& frames)
     return result;
 }
 
+void OverlapAddSynthesizer::reset()
+{
+    accumulator.fill(0.0F);
+    windowSum.fill(0.0F);
+    silentHops = 0;
+}
+
 Array OverlapAddSynthesizer::tail() const
 {
     const std::size_t count = fftSize - std::min(hop, fftSize);

@@ -42,6 +42,9 @@ public:
     /// former frames is left, that is only a matter of writing zeros.
     void completeSilentHop(float* first, std::size_t stride);
 
+    /// Forgets the stream.
+    void reset();
+
     /// The {channels, N - hop} samples that further frames would still add to, normalised so far. Changes
     /// nothing.
     Array tail() const;

@@ -29,10 +29,11 @@ bool allFinite(std::span<const float> values)
 
 PreProcessor::PreProcessor(std::size_t channelCount, std::size_t fftSize, std::size_t hopSize,
                            const std::vector<float>& window, std::shared_ptr<IInference> inference,
-                           std::size_t frameCount, bool keepEdgeFrames, std::size_t outputCount)
+                           std::size_t frameCount, bool keepEdgeFrames, std::size_t outputCount,
+                           std::size_t heldFrames)
     : channelCount(channelCount), fftSize(fftSize), hopSize(hopSize), outputCount(outputCount),
       window(xt::adapt(window, {window.size()})), inference(std::move(inference)), fft(fftSize, false),
-      frameCount(frameCount), keepEdgeFrames(keepEdgeFrames), edgeFrames(0),
+      frameCount(frameCount), keepEdgeFrames(keepEdgeFrames), heldFrames(heldFrames), edgeFrames(0),
       spectrogram(xt::zeros<float>({2 * channelCount, frameCount, fftSize / 2})), firstCall(true),
       modelOutputs(outputCount, spectrogram)
 {
@@ -41,6 +42,13 @@ PreProcessor::PreProcessor(std::size_t channelCount, std::size_t fftSize, std::s
 std::size_t PreProcessor::maxInputLength() const
 {
     return (frameCount - edgeFrames - 1) * hopSize + fftSize;
+}
+
+void PreProcessor::reset()
+{
+    spectrogram.fill(0.0F);
+    edgeFrames = 0;
+    firstCall = true;
 }
 
 void PreProcessor::prepare()
@@ -127,8 +135,8 @@ bool PreProcessor::runModel()
     return inference->run(spectrogram.data(), std::exchange(nextOutputs, {}), shape);
 }
 
-// The newest frame is held back until more input has come, and returned by the next call, when the model has
-// seen its right neighbour.
+// The newest frames are held back until more input has come, and returned by the next call, when the model has
+// seen what is to their right.
 StemSpectra PreProcessor::completedFrames(std::size_t newFrames, bool eof)
 {
     std::size_t first = frameCount - newFrames;
@@ -137,11 +145,11 @@ StemSpectra PreProcessor::completedFrames(std::size_t newFrames, bool eof)
     {
         edgeFrames = 2;
         if (!eof)
-            --last;
+            last -= heldFrames;
         if (firstCall)
             firstCall = false;
-        else if (first > 0)
-            --first;
+        else
+            first -= std::min(first, heldFrames);
     }
     return {modelOutputs, std::min(first, last), last};
 }

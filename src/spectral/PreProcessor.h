@@ -16,8 +16,8 @@
 /// From a chunk of audio to the spectra of its stems.
 ///
 /// Keeps the spectrogram of the last `frameCount` frames across calls, so that the model always sees a full
-/// segment while each call adds only the frames that its samples complete. One instance serves one stream;
-/// there is no reset.
+/// segment while each call adds only the frames that its samples complete. One instance serves one stream at
+/// a time.
 class PreProcessor
 {
 public:
@@ -27,20 +27,22 @@ public:
     /// \param window         analysis window of N samples
     /// \param inference      the model
     /// \param frameCount     T, frames per model segment
-    /// \param keepEdgeFrames hold every call's newest frame back until its right neighbour is known, and
-    ///                       return it with the next call
+    /// \param keepEdgeFrames hold every call's newest frames back until more is known to their right, and
+    ///                       return them with the next call
     /// \param outputCount    S, model outputs
+    /// \param heldFrames     how many are held back; fewer than T
     PreProcessor(std::size_t channelCount, std::size_t fftSize, std::size_t hopSize,
                  const std::vector<float>& window, std::shared_ptr<IInference> inference,
-                 std::size_t frameCount, bool keepEdgeFrames, std::size_t outputCount);
+                 std::size_t frameCount, bool keepEdgeFrames, std::size_t outputCount,
+                 std::size_t heldFrames = 1);
 
     /// Makes what the next call of process() needs, so that nothing but the model can fail in it.
     /// \throws std::bad_alloc
     void prepare();
 
     /// Frames and transforms a chunk, one row for each channel, runs the model once, and returns the spectra
-    /// of the frames that are complete: one less than the number of new frames on the first call and equal to
-    /// it later, one more in both cases at `eof`. A chunk should carry at least N and at most
+    /// of the frames that are complete: as many as are new, less those held back on the first call, and more
+    /// by those held back at `eof`. A chunk should carry at least N and at most
     /// maxInputLength() samples, and none that an earlier chunk's frames began with. The first (length - N)
     /// modulo hop samples fall into no frame.
     ///
@@ -48,6 +50,9 @@ public:
     /// \return the spectra, valid until the next call; no frames if the model reports failure
     /// \throws std::exception whatever the model throws; the frames are in the spectrogram then
     StemSpectra process(const SampleRows& input, bool eof);
+
+    /// Forgets the stream. \throws nothing
+    void reset();
 
     /// True until a run of the model has succeeded. (Only where edge frames are kept: otherwise always.)
     bool isFresh() const { return firstCall; }
@@ -71,6 +76,7 @@ private:
     PFFFTTransformer fft;
     std::size_t frameCount;
     bool keepEdgeFrames;
+    std::size_t heldFrames;
     std::size_t edgeFrames;
     FixedArray<3> spectrogram;
     bool firstCall;

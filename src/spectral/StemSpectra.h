@@ -31,7 +31,8 @@ public:
     std::size_t frameCount() const { return lastFrame - firstFrame; }
 
     /// Writes the packed spectrum of one frame: N = 2 * bins values, (real, imaginary) of the bins from DC
-    /// upward. DC's imaginary value lands in the slot that the inverse transform takes for Nyquist.
+    /// upward. DC's imaginary value lands in the slot that the inverse transform takes for Nyquist. Frames
+    /// behind the last one are those that the run holds back.
     void packFrame(std::size_t stem, std::size_t channel, std::size_t frame, std::span<float> target) const;
 
     /// Extents of the packed array joined by "x"; empty if the model reported failure.
