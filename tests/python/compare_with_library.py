@@ -17,7 +17,7 @@ from pathlib import Path
 
 import numpy as np
 import offline_reference
-from offline_reference import FIRST_BLOCK, NEXT_BLOCK, STEMS
+from offline_reference import ORDINARY, STEMS
 
 # The library computes in single precision: spectra of up to a few hundred, each rounded to 2^-24 of its size, pass
 # two transforms of 12 stages. Over many lengths that came to at most 3e-7. A frame answered from the wrong row of
@@ -35,8 +35,8 @@ CASES = [
     ("gains", 1),
     ("neighbours", 4097),
     ("bin_mask", 50_000),
-    ("neighbours", FIRST_BLOCK + 1),  # a last block of one sample
-    ("frame_mask", FIRST_BLOCK + NEXT_BLOCK - 1),  # the longest last block
+    ("neighbours", ORDINARY.first_block + 1),  # a last block of one sample
+    ("frame_mask", ORDINARY.first_block + ORDINARY.next_block - 1),  # the longest last block
 ]
 
 # Hz; in the middle of each stem's band, the last one above them all.

@@ -3,9 +3,12 @@
 
 The signal is mirrored at both ends and cut into one row of frames that spans the whole stream; a model's answer is
 a function of these frames, and the audio is the least-squares overlap-add of all of them (Griffin & Lim 1984).
-Chunks appear in one place only: a model may depend on where in its segment it sees a frame. So an error of the
-library in joining chunks cannot be repeated here. Double precision throughout.
+Runs of the model appear in one place only: a model may depend on where in its segment it sees a frame and on what
+it knows of the frames to its right, and two runs may share a frame between them. So an error of the library in
+joining chunks cannot be repeated here. Double precision throughout.
 """
+
+from dataclasses import dataclass
 
 import numpy as np
 
@@ -13,30 +16,71 @@ FFT_SIZE = 4096
 HOP = 1024
 SEGMENT_FRAMES = 256
 BINS = FFT_SIZE // 2
-FIRST_BLOCK = 257024  # maxInputSize() before the first model run
-NEXT_BLOCK = 254976  # and from then on
 STEMS = ("vocals", "drum", "piano", "acoustic_guitar", "electric_guitar", "bass")
 
 GAINS = np.array([10, 8, 4, 3, 1, 6]) / 32
 TAPS = np.array([[4, 10, -2], [-3, 8, 1], [2, 4, 3], [-1, 3, -4], [-4, 1, 1], [2, 6, 1]]) / 32
 
+# Samples of the longest chunks. An ordinary one leaves room for the first chunk's lead-in, or for the frames at the
+# segment's edges; the last one has its lead-out added.
+LONGEST_FIRST_CHUNK = (SEGMENT_FRAMES - 1) * HOP
+LONGEST_CHUNK = (SEGMENT_FRAMES - 3) * HOP + FFT_SIZE
+LONGEST_LAST_AND_FIRST_CHUNK = (SEGMENT_FRAMES - 1) * HOP - FFT_SIZE
+LONGEST_LAST_CHUNK = (SEGMENT_FRAMES - 2) * HOP
 
-def block_lengths(length: int) -> list[int]:
-    """The blocks of a stream that is fed in maxInputSize() blocks."""
-    blocks = [min(length, FIRST_BLOCK)]
-    while sum(blocks) < length:
-        blocks.append(min(length - sum(blocks), NEXT_BLOCK))
-    return blocks
+
+@dataclass(frozen=True)
+class Geometry:
+    """How often the model runs and which of its frames are used; all in frames."""
+
+    step: int = 249  # new frames per run
+    lookahead: int = 1  # newest frames that wait for what is to their right
+    blend: int = 0  # frames over which a run is faded into the next one
+
+    @property
+    def held(self) -> int:
+        """Newest frames that a run does not give out."""
+        return self.lookahead + self.blend
+
+    @property
+    def first_block(self) -> int:
+        """Samples until the first run: the lead-in of four frames is complete, and its mirror image."""
+        return max(self.held + max(self.step + 1, 4), 5) * HOP
+
+    @property
+    def next_block(self) -> int:
+        return self.step * HOP
+
+    @property
+    def kept(self) -> int:
+        """Samples that a chunk leaves for the next one: those of the frames that are held."""
+        return FFT_SIZE + (self.held - 1) * HOP
 
 
-def mirrored_stream(signal: np.ndarray) -> tuple[np.ndarray, int]:
+ORDINARY = Geometry()
+
+
+def runs_of(length: int, geometry: Geometry) -> tuple[list[int], int]:
+    """(the stream's newest frame in every run, the samples of the last chunk before its lead-out)."""
+    newest = []
+    position = geometry.first_block  # where the newest frame of the next run ends
+    while position <= length:
+        newest.append(position // HOP)
+        position += geometry.next_block
+    taken = newest[-1] * HOP if newest else 0
+    held = length - taken + (geometry.kept if newest else 0)
+    while held > (LONGEST_LAST_CHUNK if newest else LONGEST_LAST_AND_FIRST_CHUNK):
+        chunk = min(held, LONGEST_CHUNK if newest else LONGEST_FIRST_CHUNK) // HOP * HOP
+        taken += chunk - (geometry.kept if newest else 0)
+        newest.append(taken // HOP)
+        held = length - taken + geometry.kept
+    return newest, held
+
+
+def mirrored_stream(signal: np.ndarray, last_chunk: int) -> tuple[np.ndarray, int]:
     """The signal between its lead-in and its lead-out, which ends where the last frame ends."""
-    length = signal.shape[-1]
-    blocks = block_lengths(length)
-    # The last chunk holds the last block and the 4096 samples before it; a mirror image reaches no further back.
-    last_chunk = blocks[-1] + (FFT_SIZE if len(blocks) > 1 else 0)
     lead_out = FFT_SIZE + -last_chunk % HOP
-    mirrored = min(lead_out, last_chunk - 1)
+    mirrored = min(lead_out, last_chunk - 1)  # a mirror image reaches no further back
     ended = np.pad(signal, ((0, 0), (0, mirrored)), "reflect")
     ended = np.pad(ended, ((0, 0), (0, lead_out - mirrored)))
     lead_in = min(FFT_SIZE, ended.shape[-1] - 1)
@@ -54,17 +98,21 @@ def spectra_of(stream: np.ndarray) -> np.ndarray:
     return np.fft.rfft(frames * analysis_window())[..., :BINS]
 
 
-def segment_positions(frame_count: int, length: int) -> np.ndarray:
-    """For every frame of the stream, its row in the segment of the model run that decides about it.
+def deciding_runs(frame_count: int, newest_frames: list[int],
+                  geometry: Geometry) -> list[tuple[np.ndarray, np.ndarray]]:
+    """For every frame of the stream, the runs that decide about it as [(newest frame, weight), (newest, weight)].
 
-    A chunk's newest frame stands in the last row. It is held back, as its right neighbour is not known yet, and
-    decided with the next chunk; only the stream's very last frame has nothing to wait for.
+    A run gives out all frames but the newest `held`. The oldest `blend` of those it has an opinion on nevertheless,
+    which fades into that of the next run. The stream's last run has nothing to wait for.
     """
-    fed = np.cumsum(block_lengths(length))[:-1]  # where the newest frames end, in all chunks but the last
-    newest = np.append(fed // HOP, frame_count - 1)
+    newest = np.array(newest_frames)
     frames = np.arange(frame_count)
-    deciding = np.minimum(np.searchsorted(newest, frames, side="right"), len(newest) - 1)
-    return SEGMENT_FRAMES - 1 - (newest[deciding] - frames)
+    deciding = np.minimum(np.searchsorted(newest - geometry.held, frames), len(newest) - 1)
+    before = np.maximum(deciding - 1, 0)
+    faded = frames - (newest[before] - geometry.held)  # 1 for the first frame of the fade
+    fading = (deciding > 0) & (faded >= 1) & (faded <= geometry.blend)
+    weight = np.where(fading, faded / (geometry.blend + 1), 1.0)
+    return [(newest[deciding], weight), (newest[before], 1 - weight)]
 
 
 def cosine_masks(position: np.ndarray) -> np.ndarray:
@@ -72,19 +120,27 @@ def cosine_masks(position: np.ndarray) -> np.ndarray:
     return (1 + np.cos(2 * np.pi * (position + np.arange(6)[:, None] / 6))) / 6
 
 
-def stem_spectra(kind: str, stem: int, spectra: np.ndarray, positions: np.ndarray) -> np.ndarray:
-    """One stem's answer of the analytic model of that kind."""
+def answer(kind: str, stem: int, spectra: np.ndarray, newest: np.ndarray) -> np.ndarray:
+    """One stem's answer of the analytic model of that kind, for every frame by a run whose newest frame is given."""
+    frames = np.arange(spectra.shape[1])
     if kind == "gains":
         return spectra * GAINS[stem]
     if kind == "bin_mask":
         return spectra * cosine_masks(np.arange(BINS) / BINS)[stem]
     if kind == "frame_mask":
-        return spectra * cosine_masks(positions / SEGMENT_FRAMES)[stem][:, None]
+        rows = SEGMENT_FRAMES - 1 - (newest - frames)
+        return spectra * cosine_masks(rows / SEGMENT_FRAMES)[stem][:, None]
     if kind == "neighbours":
         before, at, after = TAPS[stem]
-        padded = np.pad(spectra, ((0, 0), (1, 1), (0, 0)))  # silence beyond the stream
-        return before * padded[:, :-2] + at * spectra + after * padded[:, 2:]
+        padded = np.pad(spectra, ((0, 0), (1, 1), (0, 0)))  # silence beyond the stream, and beyond what a run knows
+        known = (frames < newest)[:, None]
+        return before * padded[:, :-2] + at * spectra + after * padded[:, 2:] * known
     raise ValueError(f"there is no model kind '{kind}'")
+
+
+def stem_spectra(kind: str, stem: int, spectra: np.ndarray, runs: list[tuple[np.ndarray, np.ndarray]]) -> np.ndarray:
+    """One stem's spectra, of the runs that decide about each frame."""
+    return sum((answer(kind, stem, spectra, newest) * weight[:, None] for newest, weight in runs), np.zeros(()))
 
 
 def overlap_add(spectra: np.ndarray) -> np.ndarray:
@@ -102,15 +158,16 @@ def overlap_add(spectra: np.ndarray) -> np.ndarray:
     return audio / np.maximum(weight, np.finfo(float).tiny)
 
 
-def separate(signal: np.ndarray, kind: str) -> dict[str, np.ndarray]:
+def separate(signal: np.ndarray, kind: str, geometry: Geometry = ORDINARY) -> dict[str, np.ndarray]:
     """The eight results as {name: {channel, sample}} for a {2, length} signal."""
-    stream, lead_in = mirrored_stream(signal)
-    spectra = spectra_of(stream)
     length = signal.shape[-1]
-    positions = segment_positions(spectra.shape[1], length)
+    newest, last_chunk = runs_of(length, geometry)
+    stream, lead_in = mirrored_stream(signal, last_chunk)
+    spectra = spectra_of(stream)
+    runs = deciding_runs(spectra.shape[1], [*newest, spectra.shape[1] - 1], geometry)
     results = {}
     for index, stem in enumerate(STEMS):
-        audio = overlap_add(stem_spectra(kind, index, spectra, positions))
+        audio = overlap_add(stem_spectra(kind, index, spectra, runs))
         results[stem] = audio[:, lead_in:lead_in + length]
-    mix = np.sum([results[stem] for stem in STEMS], axis=0)
+    mix = sum(results[stem] for stem in STEMS)
     return {**results, "residual": signal - mix, "mix": mix}
