@@ -135,8 +135,8 @@ bool PreProcessor::runModel()
     return inference->run(spectrogram.data(), std::exchange(nextOutputs, {}), shape);
 }
 
-// The newest frames are held back until more input has come, and returned by the next call, when the model has
-// seen what is to their right.
+// The newest frames are held back until more input has come, and returned by the next call, when the model
+// has seen what is to their right.
 StemSpectra PreProcessor::completedFrames(std::size_t newFrames, bool eof)
 {
     std::size_t first = frameCount - newFrames;
