@@ -23,4 +23,5 @@ tests/apps tests/models
 tests/training
 bench/peers tests/python
 examples/model examples/python
+converters/tonwerk_converters
 GROUPS
