@@ -53,7 +53,8 @@ class _View:
 def read_weights(path: Path) -> dict[str, np.ndarray]:
     """All tensors of the state dict in a checkpoint, by name, in float32 unless they hold integers.
 
-    The state dict may be the whole file or lie under one of STATE_NAMES; a prefix "module." is dropped.
+    The state dict may be the whole file or lie under one of STATE_NAMES; prefixes that wrappers of a network add are
+    dropped.
     Raises ConversionError, a sentence, if the file is no checkpoint, is broken or asks for code.
     """
     data = read_whole(path, LARGEST_CHECKPOINT)
@@ -64,8 +65,10 @@ def read_weights(path: Path) -> dict[str, np.ndarray]:
         raise ConversionError(f"{path} cannot be used: {failure}.") from failure
 
 
-def _inert(*_: Any) -> None:
-    """Stands in for values that trainers store beside the weights and that nobody here needs."""
+def _inert(*_: Any) -> dict[Any, Any]:
+    """Stands in for values that trainers store beside the weights and that nobody here needs; some are filled like a
+    dictionary."""
+    return {}
 
 
 def _tensor(storage: Any, offset: Any, shape: Any, strides: Any, *_: Any) -> _View:
@@ -77,14 +80,17 @@ def _tensor(storage: Any, offset: Any, shape: Any, strides: Any, *_: Any) -> _Vi
 
 MAKERS: dict[str, Callable[..., Any]] = {
     "collections.OrderedDict": lambda entries=(): dict(entries),
-    "collections.defaultdict": lambda *_: {},
     "torch._utils._rebuild_tensor_v2": _tensor,
     "torch._utils._rebuild_parameter": lambda tensor, *_: tensor,
     "torch.Size": lambda sizes: tuple(sizes),
     **dict.fromkeys((
-        "argparse.Namespace", "torch.device", "numpy.dtype", "numpy.core.multiarray.scalar",
-        "numpy._core.multiarray.scalar", "numpy.core.multiarray._reconstruct", "numpy._core.multiarray._reconstruct",
-        "_codecs.encode", "pathlib.PosixPath", "builtins.set", "__builtin__.set"), _inert),
+        "argparse.Namespace", "collections.Counter", "collections.defaultdict", "datetime.datetime",
+        "fractions.Fraction", "ml_collections.config_dict.config_dict.ConfigDict", "numpy._core.multiarray._reconstruct",
+        "numpy._core.multiarray.scalar", "numpy.core.multiarray._reconstruct", "numpy.core.multiarray.scalar",
+        "numpy.dtype", "omegaconf.base.ContainerMetadata", "omegaconf.base.Metadata",
+        "omegaconf.dictconfig.DictConfig", "omegaconf.listconfig.ListConfig", "omegaconf.nodes.AnyNode",
+        "pathlib.PosixPath", "torch.device", "types.SimpleNamespace", "__builtin__.set", "builtins.set",
+        "_codecs.encode"), _inert),
 }
 
 
@@ -188,7 +194,7 @@ def _tensors(state: Mapping[Any, Any], load: Callable[[_Storage], np.ndarray]) -
         storage = view.storage
         if storage.key not in loaded:
             loaded[storage.key] = load(storage)
-        result[name.removeprefix("module.")] = _show(view, loaded[storage.key])
+        result[name.removeprefix("_orig_mod.").removeprefix("module.")] = _show(view, loaded[storage.key])
     return result
 
 

@@ -7,12 +7,15 @@ data/torch_zip.pt and data/torch_old.pt are torch.save(CONTENT) in both formats 
 OrderedDict of the tensors of expected(): "turned" is a transposed view, "shared" the rows 1 and 2 of "rows".
 """
 
+import collections
 import contextlib
+import datetime
 import io
 import os
 import pickle
 import sys
 import tempfile
+import types
 import unittest
 import zipfile
 from collections.abc import Callable
@@ -128,6 +131,10 @@ class Checkpoints(unittest.TestCase):
         self.assert_refused(b"RIFF....WAVE", "no PyTorch checkpoint")
         self.assert_refused(pickle.dumps([1, 2]), "no PyTorch checkpoint")
         self.assert_refused(as_zip(pickle.dumps({"state": {"weight": "text"}}, 2)), "no state dict")
+        beside = {"history": collections.defaultdict(list, {"loss": [1.0]}), "args": types.SimpleNamespace(rate=0.1),
+                  "when": datetime.datetime.now(), "best": np.arange(3), "names": {"a", "b"}, "state": {}}
+        for protocol in (2, 4):  # what trainers store beside the weights is passed over
+            self.assert_refused(as_zip(pickle.dumps(beside, protocol)), "no state dict")
         with self.assertRaises(ConversionError):
             read_weights(Path(self.folder.name) / "nowhere.pt")
 
