@@ -65,6 +65,23 @@ def recordings_report(results: dict[Recording, dict[str, Any]]) -> list[str]:
     return [*lines, ""]
 
 
+def multitracks_report(results: dict[str, dict[str, Any]]) -> list[str]:
+    """Markdown of multitracks.evaluate_multitracks(): a table per track; a list of lines."""
+    lines = ["## Real multitracks", ""]
+    for track, figures in results.items():
+        groups = [group for group in figures if group != "real_time_factor"]
+        present = [group for group in groups if "model" in figures[group]]
+        lines += [f"{track}: SDR, dB (an all-zero estimate has 0); of absent stems what is given nevertheless, dB "
+                  "against the mixture:", "", *_header("", groups)]
+        for kind, label in (("model", "this model"), ("mixture", "mixture as estimate"),
+                            ("best mask", "best real mask")):
+            cells = [f"{figures[group][kind]:.2f}" if group in present else
+                     f"absent: {figures[group]['leakage']:.1f}" if kind == "model" else "" for group in groups]
+            lines.append("| " + " | ".join([label, *cells]) + " |")
+        lines += ["", f"Real-time factor: {figures['real_time_factor']:.3f}", ""]
+    return lines
+
+
 def draw_stems(mixture: Path, stems: dict[str, np.ndarray], path: Path) -> None:
     """A picture of the mixture's spectrogram and of each stem's below, one colour scale for all.
 
