@@ -1,12 +1,13 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
 """Holds the parts of the training to what they stand for: the summaries to the audio, the loss's gradient to automatic
-differentiation, the exported model to PyTorch.
+differentiation, the exported model to PyTorch, and what is loaded back from it to what was exported.
 
 usage: check_parts.py TRAINING_FOLDER [unittest's arguments]
 """
 
 import sys
+import tempfile
 import unittest
 from pathlib import Path
 from typing import Any
@@ -18,7 +19,7 @@ import torch
 sys.path.insert(0, sys.argv[1])
 
 from tonwerk_training.data import bands, chunkstore, stft
-from tonwerk_training.model import exporting, losses, network, optimizer, runtime
+from tonwerk_training.model import exporting, importing, losses, network, optimizer, runtime
 from tonwerk_training.synthesis import fluidsynth
 
 TRAINING = Path(sys.argv.pop(1))
@@ -190,6 +191,53 @@ class Export(unittest.TestCase):
         for spectrum in (self.spectrum * np.float32(1e-42), lone, lone * np.float32(1e35), full, -full):
             for result in self.session.run(spectrum).values():
                 self.assertTrue(np.isfinite(result).all())
+
+
+class Import(unittest.TestCase):
+    """An exported model as the beginning of another run."""
+
+    network: network.MaskNetwork
+    folder: str
+    path: Path
+    crops: list[torch.Tensor]
+
+    @classmethod
+    def setUpClass(cls) -> None:
+        torch.manual_seed(2)
+        settings = network.NetworkSettings(channels=(16, 16, 24, 24, 32), units=(1, 2, 1, 1, 1), bottom=32)
+        cls.network = network.MaskNetwork(settings).eval()
+        for value in cls.network.state_dict().values():
+            if value.is_floating_point():
+                value += 0.05 * torch.randn_like(value).abs()
+        cls.folder = cls.enterClassContext(tempfile.TemporaryDirectory())
+        cls.path = Path(cls.folder) / "model.onnx"
+        cls.path.write_bytes(exporting.export(cls.network, "a test").SerializeToString())
+        cls.crops = [torch.rand(1, 3, 32, 896) ** 6 for _ in range(4)]
+
+    def test_gives_the_network_back(self) -> None:
+        loaded = importing.load_model(self.path)
+        self.assertEqual(loaded.settings.bottom, 32)
+        with torch.no_grad():
+            for crop in self.crops:
+                torch.testing.assert_close(loaded(crop), self.network(crop), atol=1e-4, rtol=1e-4)
+
+    def test_calibrated_it_computes_the_same_in_training_too(self) -> None:
+        loaded = importing.load_start(self.path, self.crops)
+        batch = torch.cat(self.crops)
+        with torch.no_grad():
+            expected = self.network(batch)
+            torch.testing.assert_close(loaded.eval()(batch), expected, atol=1e-3, rtol=1e-3)
+            torch.testing.assert_close(loaded.train()(batch), expected, atol=1e-3, rtol=1e-3)
+
+    def test_refuses_what_is_no_network_of_its_settings(self) -> None:
+        model = onnx.load(str(self.path))
+        for row in model.metadata_props:
+            if row.key == exporting.NETWORK_SETTINGS:
+                row.value = "{}"
+        other = Path(self.folder) / "other.onnx"
+        onnx.save(model, str(other))
+        with self.assertRaisesRegex(ValueError, "does not hold"):
+            importing.load_model(other)
 
 
 if __name__ == "__main__":

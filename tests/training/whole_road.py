@@ -14,6 +14,7 @@ import sys
 import tempfile
 import time
 import wave
+from collections.abc import Callable
 from pathlib import Path
 from typing import Any
 
@@ -113,12 +114,37 @@ def check_full_disk(command: list[str], folder: Path) -> None:
         sys.exit("A checkpoint that found no room has changed the former one, or left a part of itself.")
 
 
+def check_background(training: Path, command: list[str], folder: Path) -> None:
+    """The exported model begins another run, which the script holds, lets go on and stops with a checkpoint."""
+    background = training / "background"
+    without_out = [part for place, part in enumerate(command[1:], 1) if "--out" not in command[place - 1:place + 1]]
+    run(background, "start", folder, *without_out, "--steps", 100000)
+    wait_for(lambda: (folder / "validation.csv").exists())
+    run(background, "pause", folder)
+    if "paused" not in run(background, "status", folder):
+        sys.exit("A run that was told to pause goes on.")
+    run(background, "resume", folder)
+    if "running" not in run(background, "status", folder):
+        sys.exit("A run that was told to resume does not go on.")
+    run(background, "stop", folder)
+    if "not running" not in run(background, "status", folder) or not (folder / "checkpoint.pt").exists():
+        sys.exit("A run that was stopped left no checkpoint.")
+
+
+def wait_for(condition: Callable[[], bool]) -> None:
+    for _ in range(2400):
+        if condition():
+            return
+        time.sleep(0.05)
+    sys.exit("The training in the background does not move.")
+
+
 def main() -> None:
     training, separate = Path(sys.argv[1]), sys.argv[2]
     with tempfile.TemporaryDirectory() as name:
         folder = Path(name)
         run(training / "make-data", "--out", folder / "data", "--chunks", CHUNKS, "--ordinary", 2, "--workers", 1,
-            "--seed", 5, "--material", folder / "material", "--voice-seconds", 10)
+            "--seed", 5, "--material", folder / "material", "--voice-seconds", 10, "--without-notes")
         run(*train(training, folder / "data", folder / "whole"))
         interrupt(train(training, folder / "data", folder / "resumed"), folder / "resumed")
         steps_before = steps_of(folder / "resumed")
@@ -126,6 +152,8 @@ def main() -> None:
         check_resume(folder / "whole", folder / "resumed", steps_before)
         check_full_disk(train(training, folder / "data", folder / "resumed", "--resume"), folder / "resumed")
         run(training / "export", "--checkpoint", folder / "whole/checkpoint.pt", "--out", folder / "model.onnx")
+        check_background(training, train(training, folder / "data", folder / "more", "--start",
+                                         str(folder / "model.onnx")), folder / "more")
         song = write_song(folder / "song.wav")
         log = run(separate, folder / "song.wav", "-o", folder / "stems", "--model", folder / "model.onnx")
         if "Exception" in log:

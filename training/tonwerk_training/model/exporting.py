@@ -6,6 +6,8 @@ convolutions, and the operators are those that every execution provider has. Wha
 too: level, band powers, masks per bin.
 """
 
+import json
+from dataclasses import asdict
 from pathlib import Path
 
 import numpy as np
@@ -40,6 +42,8 @@ LARGEST_LOGIT = 30.0  # exp() of more is never needed and of a lot more overflow
 EXPANDED = 16  # bands at a time that are repeated for their bins
 MASK_SCALE = 1 - 1e-6  # so that six masks do not add up to more than 1 by rounding
 
+NETWORK_SETTINGS = "tonwerk.network"  # metadata from which a later run can load the network again
+
 # What the file says of itself; check-model and receipts show it.
 METADATA = {
     "tonwerk.name": "tonwerk-small",
@@ -70,7 +74,8 @@ def export(network: MaskNetwork, description: str) -> onnx.ModelProto:
     with torch.no_grad():
         logits = _network(graph, network, _features(graph, spectrum))
     _apply(graph, spectrum, _masks(graph, logits))
-    return graph.model("tonwerk_masks", description, METADATA)
+    settings = {NETWORK_SETTINGS: json.dumps(asdict(network.settings))}
+    return graph.model("tonwerk_masks", description, METADATA | settings)
 
 
 def _features(graph: Graph, spectrum: str) -> str:

@@ -19,10 +19,13 @@ from torch.optim.swa_utils import AveragedModel
 
 from ..data.chunkstore import STEMS, dequantise
 from . import losses
+from .importing import load_start
 from .network import MaskNetwork, NetworkSettings
 from .optimizer import Muon
 from .sampling import Batch, Sampler, unpack
 
+CALIBRATION_CROPS = 48
+LONGEST_STEP = 0.5  # minutes; in what took longer the process stood still
 WARM_UP = 0.01  # of the run
 ORDINARY_FROM = 0.55  # of the run: ordinary mixes, such as the network is for, come last
 LAST_RATE = 0.01  # of the full learning rate, at the end
@@ -42,6 +45,10 @@ class TrainingSettings:
     out: Path  # folder of the checkpoint and the logs
     minutes: float = 160  # length of the whole run
     steps: int = 0  # end after this many at the latest; 0: no limit
+    start: Path | None = None  # model or checkpoint whose network the run begins with; none: random weights
+    begin: float = 0.0  # place in the schedule, 0 to 1, at which it begins: late for a network that can do much already
+    precision: str = "fp32"  # of the network's passes; "bf16" is faster where the processor has it
+    compiled: bool = False  # the network goes through torch.compile, which this PyTorch must have
     batch: int = 4  # crops per step
     frames: int = 128  # per crop, a multiple of 16, at most 256
     rate: float = 2e-3  # full learning rate
@@ -112,16 +119,30 @@ class Trainer:
         torch.manual_seed(settings.seed)
         self.minutes = 0.0
         saved = torch.load(self.folder / "checkpoint.pt", map_location="cpu") if resume else None
-        self.network = MaskNetwork(NetworkSettings.of(saved["network"]) if saved else settings.network).to(self.device)
+        self.sampler = Sampler(settings.data, settings.batch, settings.frames, settings.seed)
+        self.network = self._first_network(saved).to(self.device, memory_format=torch.channels_last)
+        self.passes = torch.compile(self.network) if settings.compiled else self.network
         self.average = AveragedModel(self.network, avg_fn=self._averaged, use_buffers=True).eval()
         self.optimizers = make_optimizers(self.network, settings.rate, settings.decay)
-        self.sampler = Sampler(settings.data, settings.batch, settings.frames, settings.seed)
         self.taken = self.sampler.state()
         if saved:
             self._restore(saved)
+        self.stopping: list[int] = []  # signals that asked for the end
+        for number in (signal.SIGTERM, signal.SIGINT):
+            signal.signal(number, lambda number, _: self.stopping.append(number))
         self.schedules = [self._schedule(optimizer) for optimizer in self.optimizers]
         self.log = Record(self.folder / "log.csv", LOG_COLUMNS, self.step)
         self.validation_log = Record(self.folder / "validation.csv", VALIDATION_COLUMNS, self.step)
+
+    def _first_network(self, saved: dict[str, Any] | None) -> MaskNetwork:
+        """The network of a checkpoint to go on from or of a model to begin with, or a new one."""
+        if saved:
+            return MaskNetwork(NetworkSettings.of(saved["network"]))
+        if not self.settings.start:
+            return MaskNetwork(self.settings.network)
+        sampler = Sampler(self.settings.data, 1, self.settings.frames, self.settings.seed)
+        crops = (unpack(sampler.next(), torch.device("cpu"))["seen"] for _ in range(CALIBRATION_CROPS))
+        return load_start(self.settings.start, crops)
 
     @property
     def step(self) -> int:
@@ -134,7 +155,7 @@ class Trainer:
         done = self.minutes / self.settings.minutes
         if self.settings.steps:
             done = max(done, self.step / self.settings.steps)
-        return min(1.0, done)
+        return min(1.0, self.settings.begin + (1 - self.settings.begin) * done)
 
     def _restore(self, saved: dict[str, Any]) -> None:
         self.network.load_state_dict(saved["weights"])
@@ -164,15 +185,12 @@ class Trainer:
 
     def run(self) -> None:
         """Trains until the budget is spent or a signal asks to stop; the checkpoint is written either way."""
-        stopping: list[bool] = []
-        for number in (signal.SIGTERM, signal.SIGINT):
-            signal.signal(number, lambda *_: stopping.append(True))
         saved = validated = self.minutes
         sums: dict[str, float] = {}
         summed = 0
         with ThreadPoolExecutor(1) as reader:
             future = reader.submit(self._draw)
-            while self.progress < 1 and not stopping:
+            while self.progress < 1 and not self.stopping:
                 self.sampler.late = self.progress >= ORDINARY_FROM
                 began = time.monotonic()
                 batch, state = future.result()
@@ -181,7 +199,7 @@ class Trainer:
                 self.taken = state
                 sums = {name: sums.get(name, 0.0) + value for name, value in terms.items()}
                 summed += 1
-                self.minutes += (time.monotonic() - began) / 60
+                self.minutes += min((time.monotonic() - began) / 60, LONGEST_STEP)
                 for schedule in self.schedules:
                     schedule.step()
                 if self.step % LOG_STEPS == 0:
@@ -204,8 +222,9 @@ class Trainer:
         """One step; returns the terms of its loss."""
         data = unpack(batch, self.device)
         self.network.train()
-        logits = self.network(data["seen"])
-        values = losses.MaskLoss.apply(logits, data, losses.weights_at(self.progress))
+        with torch.autocast(self.device.type, torch.bfloat16, enabled=self.settings.precision == "bf16"):
+            logits = self.passes(data["seen"])
+        values = losses.MaskLoss.apply(logits.float(), data, losses.weights_at(self.progress))
         self.network.zero_grad(set_to_none=True)
         values[0].backward()
         torch.nn.utils.clip_grad_norm_(self.network.parameters(), CLIP_NORM)
