@@ -20,6 +20,7 @@ A data folder holds shards of n chunks, each of 256 frames:
 import json
 import os
 import re
+from collections.abc import Callable
 from pathlib import Path
 from typing import Any, TypeVar
 
@@ -60,11 +61,13 @@ def log_powers(mixture: np.ndarray) -> np.ndarray:
     return np.log10(power + POWER_FLOOR).astype(np.float16)
 
 
-def summarise_chunk(stems: np.ndarray) -> Chunk:
+def summarise_chunk(stems: np.ndarray, taken: Callable[[np.ndarray], np.ndarray] | None = None) -> Chunk:
     """What training keeps of one chunk.
 
     stems: float32 [7, 2, CHUNK_SAMPLES], the sources in the order of SOURCES at their places in the mix, full scale 1.
-    Their sum is the mixture. Returns a dictionary of one chunk's arrays by the names in FIELDS.
+    Their sum is the mixture. taken: tells what another network, which goes before this one, takes out of the mixture's
+    spectra [2, 256, 2048]; masks are then drawn over what it leaves. Returns a dictionary of one chunk's arrays by the
+    names in FIELDS.
     """
     if stems.shape != (len(SOURCES), 2, CHUNK_SAMPLES):
         raise ValueError(f"A chunk is {(len(SOURCES), 2, CHUNK_SAMPLES)} samples, not {stems.shape}.")
@@ -72,6 +75,8 @@ def summarise_chunk(stems: np.ndarray) -> Chunk:
     spectra = [stft(stem) if stem.any() else None for stem in stems]
     mixture = sum((spectrum for spectrum in spectra if spectrum is not None),
                   np.zeros((2, FRAMES, bands.BINS), np.complex64))
+    if taken:
+        mixture = mixture - taken(mixture)
     power = bands.pool(mixture.real ** 2 + mixture.imag ** 2)
     ratio = np.zeros((len(STEMS), 2, FRAMES, bands.BANDS), np.uint8) + quantise(np.float32(0))
     rest = np.zeros((len(STEMS), FRAMES), np.float32)

@@ -42,17 +42,6 @@ def equalise(audio: np.ndarray, rng: np.random.Generator) -> np.ndarray:
     return scipy.signal.sosfilt(sections, audio).astype(np.float32)
 
 
-def drive(audio: np.ndarray, rng: np.random.Generator) -> np.ndarray:
-    """An overdriven amplifier and its loudspeaker, for guitars: soft clipping between two filters."""
-    level = np.sqrt((audio ** 2).mean()) + 1e-9
-    gain = rng.uniform(0.6, 6) / level
-    tight = scipy.signal.butter(1, rng.uniform(60, 250), "highpass", fs=SAMPLE_RATE, output="sos")
-    cabinet = scipy.signal.butter(3, rng.uniform(3500, 6500), "lowpass", fs=SAMPLE_RATE, output="sos")
-    shaped = np.tanh(scipy.signal.sosfilt(tight, audio) * gain + rng.uniform(0, 0.3))
-    shaped = scipy.signal.sosfilt(cabinet, shaped - shaped.mean(axis=1, keepdims=True))
-    return (shaped * (level / (np.sqrt((shaped ** 2).mean()) + 1e-9))).astype(np.float32)
-
-
 def room(rng: np.random.Generator) -> np.ndarray:
     """A stereo impulse response without its direct sound: early reflections and a decaying, darkening tail."""
     seconds = float(np.exp(rng.uniform(np.log(0.15), np.log(1.4))))

@@ -12,7 +12,7 @@ from . import effects
 LEVELS = {"vocals": -7.4, "drum": -6.8, "piano": -8.0, "acoustic_guitar": -7.7, "electric_guitar": -8.6, "bass": -8.0,
           "other": -9.3}
 LEVEL_SPREAD = 3.5
-OTHER_SHARE = 0.45
+OTHER_SHARE = 0.65
 SPARSE_SHARE = 0.3
 DROPOUT = 0.13
 STRANGERS_SHARE = 0.3  # chunks whose stems come from different songs
@@ -42,9 +42,7 @@ def choose_stems(rng: np.random.Generator) -> set[str]:
 
 
 def colour(audio: np.ndarray, stem: str, rng: np.random.Generator) -> np.ndarray:
-    """A stem through the effects that change its sound: drive on electric guitars, equaliser, doubled guitars."""
-    if stem == "electric_guitar" and rng.random() < 0.35:
-        audio = effects.drive(audio, rng)
+    """A stem through the effects that change its sound: equaliser, doubled guitars."""
     if rng.random() < 0.6:
         audio = effects.equalise(audio, rng)
     if stem in GUITARS and rng.random() < 0.2:
@@ -91,7 +89,8 @@ ORDINARY_SPREAD = 1.3
 ORDINARY_LEVEL = -16.0  # RMS of the whole in dB of full scale
 
 
-def mix_ordinary(sources: dict[str, np.ndarray], rng: np.random.Generator) -> np.ndarray:
+def mix_ordinary(sources: dict[str, np.ndarray], rng: np.random.Generator,
+                 spread: float = ORDINARY_SPREAD) -> np.ndarray:
     """A conventional mix of a whole song: moderate room and places, levels as above. float32 [7, 2, samples].
 
     sources: audio [2, samples] by name; a name that is missing is a silent stem, for which the same numbers are drawn,
@@ -102,7 +101,7 @@ def mix_ordinary(sources: dict[str, np.ndarray], rng: np.random.Generator) -> np
     response = effects.room(rng)
     for index, stem in enumerate(SOURCES):
         pan = float(np.clip(rng.normal(0, 0.6 * PAN_WIDTH.get(stem, 0.6)), -0.7, 0.7))
-        gain, wet, width = rng.normal(0, ORDINARY_SPREAD), rng.uniform(0.05, 0.35), rng.uniform(0.5, 1.1)
+        gain, wet, width = rng.normal(0, spread), rng.uniform(0.05, 0.35), rng.uniform(0.5, 1.1)
         audio = sources.get(stem)
         if audio is None:
             continue

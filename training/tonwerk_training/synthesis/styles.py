@@ -21,7 +21,7 @@ def _weighted(rng: np.random.Generator, table: Sequence[tuple[T, float]]) -> T:
     return table[rng.choice(len(table), p=weights / weights.sum())][0]
 
 
-def _play(song: Song, styles: Sequence[Style], activity: float) -> tuple[list[Note], list[tuple[Style, Span]]]:
+def play(song: Song, styles: Sequence[Style], activity: float) -> tuple[list[Note], list[tuple[Style, Span]]]:
     """Notes of a stem, with silent sections, in one or two styles that alternate; and what was played where."""
     chosen = [styles[song.rng.integers(len(styles))] for _ in range(1 if song.rng.random() < 0.5 else 2)]
     notes: list[Note] = []
@@ -43,7 +43,7 @@ def _styles_by_weight(rng: np.random.Generator, table: Sequence[tuple[Style, flo
 
 def piano(song: Song, activity: float) -> Part:
     """A piano part with sustain pedal where the style wants it."""
-    notes, played = _play(song, styles_keys.PIANO_STYLES, activity)
+    notes, played = play(song, styles_keys.PIANO_STYLES, activity)
     part = Part(_weighted(song.rng, styles_keys.PIANOS), notes=notes)
     if song.rng.random() < 0.7:
         for style, span in played:
@@ -53,14 +53,14 @@ def piano(song: Song, activity: float) -> Part:
 
 def acoustic_guitar(song: Song, activity: float) -> Part:
     """A nylon- or steel-string guitar."""
-    notes, _ = _play(song, _styles_by_weight(song.rng, styles_guitar.ACOUSTIC_STYLES), activity)
+    notes, _ = play(song, _styles_by_weight(song.rng, styles_guitar.ACOUSTIC_STYLES), activity)
     return Part(styles_guitar.STEEL if song.rng.random() < 0.62 else styles_guitar.NYLON, notes=notes)
 
 
 def electric_guitar(song: Song, activity: float) -> Part:
     """An electric guitar: style first, then a sound that suits it."""
     style, programs = styles_guitar.ELECTRIC_STYLES[song.rng.integers(len(styles_guitar.ELECTRIC_STYLES))]
-    notes, _ = _play(song, [style], activity)
+    notes, _ = play(song, [style], activity)
     part = Part(int(song.rng.choice(programs)), notes=notes)
     if style is styles_guitar.lead:
         part.bends = styles_guitar.bends(song, notes)
@@ -69,20 +69,20 @@ def electric_guitar(song: Song, activity: float) -> Part:
 
 def bass(song: Song, activity: float) -> Part:
     """Finger, picked, fretless, slapped, acoustic or synthesiser bass."""
-    notes, _ = _play(song, _styles_by_weight(song.rng, styles_guitar.BASS_STYLES), activity)
+    notes, _ = play(song, _styles_by_weight(song.rng, styles_guitar.BASS_STYLES), activity)
     return Part(_weighted(song.rng, styles_guitar.BASSES), notes=notes)
 
 
 def drum(song: Song, activity: float) -> Part:
     """A drum kit of the soundfont."""
-    notes, _ = _play(song, _styles_by_weight(song.rng, styles_drums.DRUM_STYLES), activity)
+    notes, _ = play(song, _styles_by_weight(song.rng, styles_drums.DRUM_STYLES), activity)
     return Part(_weighted(song.rng, styles_drums.GM_KITS), DRUM_BANK, notes)
 
 
 def other(song: Song, activity: float) -> Part:
     """Any instrument that is none of the six stems."""
     programs, styles = styles_keys.OTHERS[song.rng.integers(len(styles_keys.OTHERS))]
-    notes, _ = _play(song, styles, activity)
+    notes, _ = play(song, styles, activity)
     return Part(int(song.rng.choice(programs)), notes=notes)
 
 
@@ -98,7 +98,7 @@ def melody(song: Song, activity: float, low: int, high: int) -> list[Note]:
 
 def choir(song: Song, activity: float) -> Part:
     """Held chords or a line of a soundfont's choir."""
-    notes, _ = _play(song, (styles_keys.pad, styles_keys.line), activity)
+    notes, _ = play(song, (styles_keys.pad, styles_keys.line), activity)
     return Part(int(song.rng.choice(CHOIRS)), notes=notes)
 
 
