@@ -6,9 +6,9 @@
 #include <string>
 
 #include "batch/Batch.h"
-#include "cli/JsonAnnouncer.h"
+#include "cli/JsonProgressReporter.h"
 #include "cli/Options.h"
-#include "cli/TextAnnouncer.h"
+#include "cli/TextProgressReporter.h"
 #include "separation/LibraryLog.h"
 #include "system/Failure.h"
 #include "system/Platform.h"
@@ -28,11 +28,11 @@ enum ExitCode
     interrupted = 130
 };
 
-std::unique_ptr<Announcer> makeAnnouncer(const Options& options, std::FILE* output)
+std::unique_ptr<ProgressReporter> makeReporter(const Options& options, std::FILE* output)
 {
     if (options.jsonProgress)
-        return std::make_unique<JsonAnnouncer>();
-    return std::make_unique<TextAnnouncer>(options.raw ? stderr : output);
+        return std::make_unique<JsonProgressReporter>();
+    return std::make_unique<TextProgressReporter>(options.raw ? stderr : output);
 }
 
 int runProgram(int argc, char** argv)
@@ -45,11 +45,11 @@ int runProgram(int argc, char** argv)
         throw Failure(
             "The folder for temporary files cannot be written to (TMPDIR, on Windows TEMP, names it).");
     LibraryLog log(streams.log);
-    const auto announcer = makeAnnouncer(*options, streams.output);
-    return Batch(*options, *announcer, log, streams.output).run().failed > 0 ? failed : done;
+    const auto reporter = makeReporter(*options, streams.output);
+    return Batch(*options, *reporter, log, streams.output).run().failed > 0 ? failed : done;
 }
 
-int complain(const std::string& sentence, ExitCode code)
+int printError(const std::string& sentence, ExitCode code)
 {
     std::fprintf(stderr, "tonwerk-separate: %s\n", sentence.c_str());
     return code;
@@ -69,22 +69,22 @@ int main(int argc, char** argv)
     }
     catch (const UsageError& error)
     {
-        return complain(error.what(), wrongUsage);
+        return printError(error.what(), wrongUsage);
     }
     catch (const Interrupted& request)
     {
-        return complain(request.what(), interrupted);
+        return printError(request.what(), interrupted);
     }
     catch (const std::bad_alloc&)
     {
-        return complain("There is not enough memory.", failed);
+        return printError("There is not enough memory.", failed);
     }
     catch (const Failure& failure)
     {
-        return complain(failure.what(), failed);
+        return printError(failure.what(), failed);
     }
     catch (const std::exception& failure)
     {
-        return complain("Something unexpected happened: " + asReason(failure.what()) + ".", failed);
+        return printError("Something unexpected happened: " + asReason(failure.what()) + ".", failed);
     }
 }

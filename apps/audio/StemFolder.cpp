@@ -49,12 +49,12 @@ void StemFolder::write(const std::vector<std::vector<float>>& tracks)
         writers[track]->write(tracks.at(track));
 }
 
-void StemFolder::keep(SampleFormat format, double gain)
+void StemFolder::commit(SampleFormat format, double gain)
 {
     for (const auto& writer : writers)
         writer->finish(format, gain);
     for (const auto& writer : writers)
-        writer->keep();
+        writer->commit();
 }
 
 } // namespace tonwerk::app

@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "audio/FixedPoint.h"
+#include "audio/PcmEncoder.h"
 #include "audio/StemSink.h"
 #include "audio/StemWriter.h"
 #include "separation/Tracks.h"
@@ -15,7 +15,7 @@ namespace tonwerk::app
 {
 
 /// The tracks of one song on disk: a folder with one WAV file for each. Nothing is left of files and folders
-/// that were made here, unless they are kept.
+/// that were made here, unless they are committed.
 class StemFolder : public StemSink
 {
 public:
@@ -30,7 +30,7 @@ public:
     /// Completes all files in this format and then gives them their final names.
     /// \param gain factor for fixed-point samples
     /// \throws Failure if that is not possible
-    void keep(SampleFormat format, double gain);
+    void commit(SampleFormat format, double gain);
 
     const std::filesystem::path& path() const { return folder; }
 

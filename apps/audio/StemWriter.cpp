@@ -32,11 +32,11 @@ StemWriter::StemWriter(std::filesystem::path finalPath, unsigned channels, unsig
 
 StemWriter::~StemWriter()
 {
-    if (kept)
+    if (committed)
         return;
     // Windows removes no open file.
     if (file)
-        file->abandon();
+        file->discard();
     std::error_code ignored;
     std::filesystem::remove(location, ignored);
     if (!converted.empty())
@@ -59,7 +59,7 @@ void StemWriter::convert(SampleFormat format, double gain)
 {
     constexpr std::size_t framesAtOnce = 65536;
     std::vector<float> samples(framesAtOnce * channelCount);
-    FixedPoint fixedPoint(format, gain);
+    PcmEncoder encoder(format, gain);
     {
         BinaryFile floats(location, platform::FileMode::read);
         floats.seek(static_cast<std::int64_t>(WavFile::headerBytes), SEEK_SET);
@@ -68,7 +68,7 @@ void StemWriter::convert(SampleFormat format, double gain)
         while (const std::size_t bytes = floats.read(samples.data(), samples.size() * sizeof(float)))
         {
             const std::span<const float> read(samples.data(), bytes / sizeof(float));
-            file->write(fixedPoint.convert(read).data(), read.size() / channelCount);
+            file->write(encoder.encode(read).data(), read.size() / channelCount);
         }
         floats.requireGood();
         file->close();
@@ -78,14 +78,14 @@ void StemWriter::convert(SampleFormat format, double gain)
     std::swap(location, converted);
 }
 
-void StemWriter::keep()
+void StemWriter::commit()
 {
     std::error_code failure;
     std::filesystem::rename(location, finalLocation, failure);
     if (failure)
         throw Failure("Cannot rename " + quoted(location) + " to " + quoted(finalLocation) + ": " +
                       asReason(failure.message()) + ".");
-    kept = true;
+    committed = true;
 }
 
 } // namespace tonwerk::app

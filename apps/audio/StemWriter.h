@@ -6,18 +6,18 @@
 #include <memory>
 #include <span>
 
-#include "audio/FixedPoint.h"
+#include "audio/PcmEncoder.h"
 #include "audio/WavFile.h"
 
 namespace tonwerk::app
 {
 
-/// Writes one track to a WAV file. Until it is kept, the file bears a temporary name (its final name and
+/// Writes one track to a WAV file. Until it is committed, the file bears a temporary name (its final name and
 /// ".part") and holds 32-bit float samples; it goes with the object if it never is.
 class StemWriter
 {
 public:
-    /// \param finalPath the file's name once it is kept; its folder must exist
+    /// \param finalPath the file's name once it is committed; its folder must exist
     /// \throws Failure if the file cannot be made
     StemWriter(std::filesystem::path finalPath, unsigned channels, unsigned sampleRate);
     ~StemWriter();
@@ -37,7 +37,7 @@ public:
 
     /// Gives the finished file its final name; an older file of that name is replaced.
     /// \throws Failure if it cannot be renamed
-    void keep();
+    void commit();
 
 private:
     void convert(SampleFormat format, double gain);
@@ -48,7 +48,7 @@ private:
     unsigned channelCount;
     unsigned rate;
     std::unique_ptr<WavFile> file;
-    bool kept = false;
+    bool committed = false;
 };
 
 } // namespace tonwerk::app

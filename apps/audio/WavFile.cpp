@@ -112,10 +112,10 @@ void WavFile::close()
     file.close();
 }
 
-void WavFile::abandon()
+void WavFile::discard()
 {
     encoder.reset();
-    file.abandon();
+    file.discard();
 }
 
 } // namespace tonwerk::app

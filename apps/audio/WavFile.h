@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "audio/FixedPoint.h"
+#include "audio/PcmEncoder.h"
 #include "system/BinaryFile.h"
 
 struct ma_encoder;
@@ -37,7 +37,7 @@ public:
     void close();
 
     /// Closes the file without asking how it went.
-    void abandon();
+    void discard();
 
 private:
     struct EncoderCloser

@@ -18,8 +18,8 @@
 namespace tonwerk::app
 {
 
-Batch::Batch(const Options& options, Announcer& announcer, LibraryLog& log, std::FILE* output)
-    : options(options), announcer(announcer), log(log), output(output)
+Batch::Batch(const Options& options, ProgressReporter& reporter, LibraryLog& log, std::FILE* output)
+    : options(options), reporter(reporter), log(log), output(output)
 {
 }
 
@@ -27,7 +27,7 @@ BatchCounts Batch::run()
 {
     const std::vector<SongEntry> songs = withoutDone(findAll());
     loadModels(songs.size());
-    announcer.begin(songs.size());
+    reporter.begin(songs.size());
     if (models.size() <= 1)
     {
         for (const auto& context : models)
@@ -39,7 +39,7 @@ BatchCounts Batch::run()
         for (const auto& context : models)
             jobs.emplace_back([this, context, &songs] { work(context, songs); });
     }
-    announcer.end(counts);
+    reporter.end(counts);
     if (platform::interruptRequested())
         throw Interrupted();
     return counts;
@@ -48,10 +48,10 @@ BatchCounts Batch::run()
 std::vector<SongEntry> Batch::findAll()
 {
     SongList list = findSongs(options.inputs, options.outputFolder);
-    if (options.raw && list.songs.size() + list.complaints.size() != 1)
+    if (options.raw && list.songs.size() + list.errors.size() != 1)
         throw UsageError("--raw takes exactly one song.");
-    for (const Complaint& complaint : list.complaints)
-        countFailure(complaint.input, complaint.sentence);
+    for (const InputError& error : list.errors)
+        countFailure(error.input, error.message);
     return shardOf(list.songs, options.shard, options.shardCount);
 }
 
@@ -73,7 +73,7 @@ std::vector<SongEntry> Batch::withoutDone(const std::vector<SongEntry>& songs)
             left.push_back(song);
             continue;
         }
-        announcer.skipped(song);
+        reporter.skipped(song);
         ++counts.skipped;
     }
     return left;
@@ -133,10 +133,10 @@ void Batch::separate(SongSeparator& separator, const SongEntry& song)
     const std::string name = toText(song.path);
     try
     {
-        announcer.progress(song, 0.0, 0.0);
+        reporter.progress(song, 0.0, 0.0);
         const SongSummary summary = separator.separate(song, [&](double fraction, double seconds)
-                                                       { announcer.progress(song, fraction, seconds); });
-        announcer.done(song, summary);
+                                                       { reporter.progress(song, fraction, seconds); });
+        reporter.done(song, summary);
         const std::lock_guard lock(guard);
         ++counts.done;
     }
@@ -161,7 +161,7 @@ void Batch::separate(SongSeparator& separator, const SongEntry& song)
 
 void Batch::countFailure(const std::string& input, const std::string& sentence)
 {
-    announcer.failed(input, sentence);
+    reporter.failed(input, sentence);
     const std::lock_guard lock(guard);
     ++counts.failed;
 }

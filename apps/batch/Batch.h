@@ -11,7 +11,7 @@
 
 #include <tonwerk/TonwerkProc.h>
 
-#include "batch/Announcer.h"
+#include "batch/ProgressReporter.h"
 #include "batch/Receipt.h"
 #include "batch/SongList.h"
 #include "batch/SongSeparator.h"
@@ -30,7 +30,7 @@ class Batch
 public:
     /// All references must outlive this object.
     /// \param output where raw stems go; not owned
-    Batch(const Options& options, Announcer& announcer, LibraryLog& log, std::FILE* output);
+    Batch(const Options& options, ProgressReporter& reporter, LibraryLog& log, std::FILE* output);
 
     /// Separates the songs, and goes on with the next when one fails.
     /// \throws Failure if the model cannot be used
@@ -48,7 +48,7 @@ private:
     void countFailure(const std::string& input, const std::string& sentence);
 
     const Options& options;
-    Announcer& announcer;
+    ProgressReporter& reporter;
     LibraryLog& log;
     std::FILE* output;
     ModelFacts model;

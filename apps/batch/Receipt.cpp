@@ -8,9 +8,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include "system/AtomicFile.h"
 #include "system/BinaryFile.h"
 #include "system/Text.h"
-#include "system/WholeFile.h"
 
 namespace tonwerk::app
 {
@@ -121,7 +121,7 @@ void writeReceipt(const ReceiptFacts& facts, const Options& options)
                        {"tracks", tracks}};
     constexpr int indentation = 2;
     const std::string text = receipt.dump(indentation, ' ', false, Json::error_handler_t::replace) + "\n";
-    writeWholeFile(facts.entry.folder / receiptName, text.data(), text.size());
+    writeFileAtomically(facts.entry.folder / receiptName, text.data(), text.size());
 }
 
 } // namespace tonwerk::app

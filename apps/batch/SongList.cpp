@@ -50,7 +50,7 @@ private:
         for (const auto& path : paths)
             takePath(path);
         if (paths.empty())
-            found.complaints.push_back({pattern, "Nothing matches \"" + pattern + "\"."});
+            found.errors.push_back({pattern, "Nothing matches \"" + pattern + "\"."});
     }
 
     void takePath(const std::filesystem::path& path)
@@ -61,10 +61,10 @@ private:
             found.songs.push_back({path, {}, false});
             return;
         }
-        const std::size_t before = found.songs.size() + found.complaints.size();
+        const std::size_t before = found.songs.size() + found.errors.size();
         takeFolder(path);
-        if (found.songs.size() + found.complaints.size() == before)
-            found.complaints.push_back(
+        if (found.songs.size() + found.errors.size() == before)
+            found.errors.push_back(
                 {toText(path), "The folder " + quoted(path) + " holds no WAV, FLAC, MP3 or OGG files."});
     }
 
@@ -85,8 +85,8 @@ private:
                 found.songs.push_back({entry->path(), {}, false});
         }
         if (failure)
-            found.complaints.push_back({toText(folder), "The folder " + quoted(folder) + " cannot be read: " +
-                                                            asReason(failure.message()) + "."});
+            found.errors.push_back({toText(folder), "The folder " + quoted(folder) + " cannot be read: " +
+                                                        asReason(failure.message()) + "."});
     }
 
     SongList& found;

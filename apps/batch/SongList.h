@@ -20,17 +20,17 @@ struct SongEntry
     bool isStandardInput = false;
 };
 
-/// Something that was asked for and is no song.
-struct Complaint
+/// An input that yields no song, and the sentence that tells why.
+struct InputError
 {
     std::string input;
-    std::string sentence;
+    std::string message;
 };
 
 struct SongList
 {
     std::vector<SongEntry> songs;
-    std::vector<Complaint> complaints;
+    std::vector<InputError> errors;
 };
 
 /// The name of standard input on the command line.

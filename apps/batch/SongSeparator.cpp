@@ -74,7 +74,7 @@ SongSummary SongSeparator::separateToFolder(const SongEntry& entry, SongSource& 
     // While there is a receipt, the files are those that it tells of.
     std::error_code absent;
     std::filesystem::remove(entry.folder / receiptName, absent);
-    folder.keep(options.format, gain);
+    folder.commit(options.format, gain);
     if (page)
         page->write(entry.folder / "report.html",
                     {toText(entry.path.filename()), model.name, song.channels(), result.audioSeconds,

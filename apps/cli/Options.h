@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "audio/FixedPoint.h"
+#include "audio/PcmEncoder.h"
 #include "separation/Stems.h"
 #include "separation/Tracks.h"
 

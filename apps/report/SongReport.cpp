@@ -8,7 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "report/ReportPage.h"
-#include "system/WholeFile.h"
+#include "system/AtomicFile.h"
 
 namespace tonwerk::app
 {
@@ -16,9 +16,9 @@ namespace tonwerk::app
 namespace
 {
 
-constexpr std::size_t pictureWidth = 1280;
+constexpr std::size_t imageWidth = 1280;
 constexpr std::size_t waveformHeight = 96;
-/// Keeps pictures of silence apart from a division by zero.
+/// Keeps images of silence apart from a division by zero.
 constexpr float quietestFullScale = 1e-6F;
 
 /// Of the song, then of the stems in the order of stemNames: readable on white and on black.
@@ -38,26 +38,26 @@ std::string asCss(Color color)
            std::to_string(color.blue) + ")";
 }
 
-/// The scales that all pictures of a report share, so that they can be compared.
+/// The scales that all images of a report share, so that they can be compared.
 struct Scales
 {
     float peak = quietestFullScale;
     double power = static_cast<double>(quietestFullScale) * static_cast<double>(quietestFullScale);
 
-    void include(const TrackPictures& track)
+    void include(const TrackImages& track)
     {
         peak = std::max(peak, track.waveform.peak());
         power = std::max(power, track.spectrogram.peakPower());
     }
 };
 
-nlohmann::json describe(const TrackPictures& track, const Scales& scales, Color color)
+nlohmann::json describe(const TrackImages& track, const Scales& scales, Color color)
 {
     return {{"color", asCss(color)},
             {"peak", static_cast<double>(track.waveform.peak())},
             {"rms", track.waveform.rms()},
-            {"waveform", track.waveform.draw(pictureWidth, waveformHeight, scales.peak, color).dataUri()},
-            {"spectrogram", track.spectrogram.draw(pictureWidth, scales.power).dataUri()}};
+            {"waveform", track.waveform.draw(imageWidth, waveformHeight, scales.peak, color).dataUri()},
+            {"spectrogram", track.spectrogram.draw(imageWidth, scales.power).dataUri()}};
 }
 
 } // namespace
@@ -110,7 +110,7 @@ void SongReport::write(const std::filesystem::path& path, const SongFacts& facts
         page["stems"].push_back(std::move(description));
     }
     const std::string text = reportPage(page);
-    writeWholeFile(path, text.data(), text.size());
+    writeFileAtomically(path, text.data(), text.size());
 }
 
 } // namespace tonwerk::app

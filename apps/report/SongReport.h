@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "report/TrackPictures.h"
+#include "report/TrackImages.h"
 #include "separation/Stems.h"
 
 namespace tonwerk::app
@@ -55,8 +55,8 @@ private:
     void finish();
 
     unsigned rate;
-    TrackPictures song;
-    std::map<std::size_t, TrackPictures> stems; ///< by their place in stemNames
+    TrackImages song;
+    std::map<std::size_t, TrackImages> stems; ///< by their place in stemNames
 };
 
 } // namespace tonwerk::app

@@ -14,7 +14,7 @@ namespace
 
 constexpr std::size_t fftSize = 4096;
 constexpr std::size_t hop = 1024;
-/// At least half of them are in use once a song is a minute long: more than a picture has pixels.
+/// At least half of them are in use once a song is a minute long: more than an image has pixels.
 constexpr std::size_t maxColumns = 2048;
 /// What is this far below the brightest colour is black.
 constexpr double rangeInDecibels = 80.0;
@@ -161,9 +161,9 @@ double Spectrogram::peakPower() const
     return largest;
 }
 
-Picture Spectrogram::draw(std::size_t width, double referencePower) const
+Image Spectrogram::draw(std::size_t width, double referencePower) const
 {
-    Picture picture(width, rowCount);
+    Image image(width, rowCount);
     const double framesPerColumn = static_cast<double>(hop * spectraPerColumn);
     for (std::size_t pixel = 0; pixel < width; ++pixel)
     {
@@ -180,10 +180,10 @@ Picture Spectrogram::draw(std::size_t width, double referencePower) const
             const double power =
                 static_cast<double>(column.powers.at(row)) / static_cast<double>(column.spectra);
             const double decibels = 10.0 * std::log10(power / referencePower);
-            picture.at(pixel, rowCount - 1 - row) = shadeOf(1.0 + decibels / rangeInDecibels);
+            image.at(pixel, rowCount - 1 - row) = shadeOf(1.0 + decibels / rangeInDecibels);
         }
     }
-    return picture;
+    return image;
 }
 
 } // namespace tonwerk::app

@@ -8,13 +8,13 @@
 #include <span>
 #include <vector>
 
-#include "report/Picture.h"
+#include "report/Image.h"
 #include "spectral/PFFFTTransformer.h"
 
 namespace tonwerk::app
 {
 
-/// Gathers the power of a track of unknown length over time and frequency for a picture, in memory that does
+/// Gathers the power of a track of unknown length over time and frequency for an image, in memory that does
 /// not grow with it: whenever its columns are used up, pairs of them become one.
 class Spectrogram
 {
@@ -41,7 +41,7 @@ public:
 
     /// Draws the whole track, a row of pixels for each row of frequency.
     /// \param referencePower power that gets the brightest colour
-    Picture draw(std::size_t width, double referencePower) const;
+    Image draw(std::size_t width, double referencePower) const;
 
 private:
     using Rows = std::array<float, rowCount>;

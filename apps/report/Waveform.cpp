@@ -10,7 +10,7 @@ namespace tonwerk::app
 namespace
 {
 
-/// At least half of them are in use once a song is some seconds long: more than a picture has pixels.
+/// At least half of them are in use once a song is some seconds long: more than an image has pixels.
 constexpr std::size_t maxColumns = 4096;
 constexpr std::uint64_t firstFramesPerColumn = 32;
 constexpr std::uint8_t paleAlpha = 115;
@@ -23,13 +23,13 @@ double rowOf(double value, double fullScale, std::size_t height)
 }
 
 /// Colours the rows that lie between two values, one row at least.
-void paint(Picture& picture, std::size_t pixel, double top, double bottom, Color color)
+void paint(Image& image, std::size_t pixel, double top, double bottom, Color color)
 {
-    const auto last = static_cast<double>(picture.height() - 1);
+    const auto last = static_cast<double>(image.height() - 1);
     const auto first = static_cast<std::size_t>(std::clamp(std::floor(top), 0.0, last));
     const auto end = static_cast<std::size_t>(std::clamp(std::ceil(bottom), 0.0, last + 1.0));
     for (std::size_t row = first; row < std::max(end, first + 1); ++row)
-        picture.at(pixel, row) = color;
+        image.at(pixel, row) = color;
 }
 
 } // namespace
@@ -115,20 +115,20 @@ Waveform::Column Waveform::between(std::size_t pixel, std::size_t width) const
     return result;
 }
 
-Picture Waveform::draw(std::size_t width, std::size_t height, float fullScale, Color color) const
+Image Waveform::draw(std::size_t width, std::size_t height, float fullScale, Color color) const
 {
-    Picture picture(width, height);
+    Image image(width, height);
     const double scale = static_cast<double>(fullScale);
     const Color pale{color.red, color.green, color.blue, paleAlpha};
     for (std::size_t pixel = 0; pixel < width; ++pixel)
     {
         const Column column = between(pixel, width);
         const double rms = column.rms();
-        paint(picture, pixel, rowOf(static_cast<double>(column.highest), scale, height),
+        paint(image, pixel, rowOf(static_cast<double>(column.highest), scale, height),
               rowOf(static_cast<double>(column.lowest), scale, height), pale);
-        paint(picture, pixel, rowOf(rms, scale, height), rowOf(-rms, scale, height), color);
+        paint(image, pixel, rowOf(rms, scale, height), rowOf(-rms, scale, height), color);
     }
-    return picture;
+    return image;
 }
 
 } // namespace tonwerk::app

@@ -7,12 +7,12 @@
 #include <span>
 #include <vector>
 
-#include "report/Picture.h"
+#include "report/Image.h"
 
 namespace tonwerk::app
 {
 
-/// Gathers the outline of a track of unknown length for a picture, in memory that does not grow with it:
+/// Gathers the outline of a track of unknown length for an image, in memory that does not grow with it:
 /// whenever its columns are used up, pairs of them become one.
 class Waveform
 {
@@ -30,7 +30,7 @@ public:
 
     /// Draws the whole track: the extremes of both channels pale, the RMS value around zero in full colour.
     /// \param fullScale value that reaches the upper and lower edge, more than 0
-    Picture draw(std::size_t width, std::size_t height, float fullScale, Color color) const;
+    Image draw(std::size_t width, std::size_t height, float fullScale, Color color) const;
 
 private:
     struct Column

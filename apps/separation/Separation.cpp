@@ -40,7 +40,7 @@ StemStream::Stems separated(Separate separate)
 Separation::Separation(std::shared_ptr<InferenceContext> model, SongSource& song,
                        const std::vector<Track>& tracks, StemSink& sink, LibraryLog& log, SongReport* report)
     : stream(std::move(model), stemsToAsk(tracks), song.sampleRate()), source(song), sink(sink),
-      libraryLog(log), report(report), maker(tracks, song.channels()),
+      libraryLog(log), report(report), mixer(tracks, song.channels()),
       meters(tracks.size(), TrackMeter(song.channels(), song.sampleRate()))
 {
 }
@@ -86,7 +86,7 @@ void Separation::take(const StemStream::Stems& stems)
     checkLog();
     if (stems.empty() || stems.front().empty())
         return;
-    const auto& tracks = maker.make(stems);
+    const auto& tracks = mixer.mix(stems);
     for (std::size_t track = 0; track < tracks.size(); ++track)
         meters[track].feed(tracks[track]);
     sink.write(tracks);

@@ -72,7 +72,7 @@ private:
     StemSink& sink;
     LibraryLog& libraryLog;
     SongReport* report;
-    TrackMaker maker;
+    TrackMixer mixer;
     std::vector<TrackMeter> meters;
     std::vector<std::string> logged;
     std::vector<float> block;

@@ -33,11 +33,11 @@ StemStream::Stems StemStream::feed(const std::vector<float>& song)
 {
     if (!conversion)
     {
-        nullTest.feed(song);
+        nullMeter.feed(song);
         return checked(feeder.feed(song));
     }
     conversion->toModel(song, atModelRate);
-    nullTest.feed(atModelRate);
+    nullMeter.feed(atModelRate);
     return conversion->fromModel(checked(feeder.feed(atModelRate)));
 }
 
@@ -46,7 +46,7 @@ StemStream::Stems StemStream::finish()
     if (!conversion)
         return checked(feeder.finish());
     conversion->endSong(atModelRate);
-    nullTest.feed(atModelRate);
+    nullMeter.feed(atModelRate);
     Stems stems = conversion->fromModel(checked(feeder.feed(atModelRate)));
     append(stems, conversion->fromModel(checked(feeder.finish())));
     append(stems, conversion->finish());
@@ -56,13 +56,13 @@ StemStream::Stems StemStream::finish()
 StemStream::Stems StemStream::checked(Stems stems)
 {
     if (!stems.empty())
-        nullTest.compare(stems);
+        nullMeter.compare(stems);
     return stems;
 }
 
 std::uint64_t StemStream::nonFiniteSamples() const
 {
-    return conversion ? conversion->nonFiniteSamples() : nullTest.nonFiniteSamples();
+    return conversion ? conversion->nonFiniteSamples() : nullMeter.nonFiniteSamples();
 }
 
 } // namespace tonwerk::app

@@ -11,7 +11,7 @@
 #include <tonwerk/StreamFeeder.h>
 #include <tonwerk/TonwerkProc.h>
 
-#include "separation/NullTest.h"
+#include "separation/NullMeter.h"
 #include "separation/RateConversion.h"
 #include "separation/Stems.h"
 
@@ -46,7 +46,7 @@ public:
     Stems finish();
 
     /// Largest absolute value of six stems + residual - input, of what the library got and returned.
-    double nullPeak() const { return nullTest.peak(); }
+    double nullPeak() const { return nullMeter.peak(); }
 
     /// Samples of the song, on both channels, that were NaN or infinite.
     std::uint64_t nonFiniteSamples() const;
@@ -57,7 +57,7 @@ private:
     StreamFeeder feeder;
     unsigned rate;
     std::optional<RateConversion> conversion; ///< none at the model's rate
-    NullTest nullTest;
+    NullMeter nullMeter;
     std::vector<float> atModelRate;
 };
 

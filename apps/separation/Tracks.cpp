@@ -130,12 +130,12 @@ StemSet stemsToAsk(const std::vector<Track>& tracks)
     return asked;
 }
 
-TrackMaker::TrackMaker(std::vector<Track> wanted, unsigned channels)
+TrackMixer::TrackMixer(std::vector<Track> wanted, unsigned channels)
     : tracks(std::move(wanted)), channelCount(channels), samples(tracks.size())
 {
 }
 
-const std::vector<std::vector<float>>& TrackMaker::make(const std::vector<std::vector<float>>& stems)
+const std::vector<std::vector<float>>& TrackMixer::mix(const std::vector<std::vector<float>>& stems)
 {
     for (std::size_t track = 0; track < tracks.size(); ++track)
     {

@@ -41,16 +41,16 @@ Track practiceTrack(const std::string& text);
 /// The stems to ask of the model for these tracks. At least one, even if the tracks need none.
 StemSet stemsToAsk(const std::vector<Track>& tracks);
 
-/// Makes the tracks of a song from its stems.
-class TrackMaker
+/// Mixes the tracks of a song from its stems.
+class TrackMixer
 {
 public:
     /// \param channels of the tracks: 1 makes them the mean of both sides
-    TrackMaker(std::vector<Track> wanted, unsigned channels);
+    TrackMixer(std::vector<Track> wanted, unsigned channels);
 
     /// \param stems as TonwerkProc::process returns them, interleaved stereo
     /// \return the samples of each track, interleaved, valid until the next call
-    const std::vector<std::vector<float>>& make(const std::vector<std::vector<float>>& stems);
+    const std::vector<std::vector<float>>& mix(const std::vector<std::vector<float>>& stems);
 
 private:
     std::vector<Track> tracks;

@@ -42,7 +42,7 @@ public:
     void close();
 
     /// Closes the file without asking how it went.
-    void abandon() { stream.reset(); }
+    void discard() { stream.reset(); }
 
 private:
     struct Closer

@@ -23,7 +23,7 @@
 #include "tools/Findings.h"
 #include "tools/LogLines.h"
 #include "tools/ModelInterface.h"
-#include "tools/SelfTest.h"
+#include "tools/SelfCheck.h"
 
 namespace tonwerk::app
 {
@@ -34,13 +34,13 @@ namespace
 /// Rounding is a ten-thousandth of it, a damaged library or runtime is far above.
 constexpr double tolerance = 1e-4;
 
-void tellProgram(const Findings& findings)
+void addProgram(const Findings& findings)
 {
-    findings.tell("program", "tonwerk-separate " TONWERK_VERSION ", " + quoted(machine::programFile()));
-    findings.tell("library", quoted(machine::libraryFile()));
+    findings.add("program", "tonwerk-separate " TONWERK_VERSION ", " + quoted(machine::programFile()));
+    findings.add("library", quoted(machine::libraryFile()));
     const std::string name = machine::processorName();
-    findings.tell("processor", (name.empty() ? "of unknown name" : name) + ", " +
-                                   std::to_string(std::thread::hardware_concurrency()) + " threads");
+    findings.add("processor", (name.empty() ? "of unknown name" : name) + ", " +
+                                  std::to_string(std::thread::hardware_concurrency()) + " threads");
 }
 
 /// \return whether the runtime can be used
@@ -48,12 +48,12 @@ bool checkRuntime(Findings& findings)
 {
     try
     {
-        findings.tell("runtime", loadRuntime());
+        findings.add("runtime", loadRuntime());
         return true;
     }
     catch (const Failure& failure)
     {
-        findings.object(
+        findings.addError(
             failure.what() +
             std::string(" Put the runtime that came with this program beside its library again. If it "
                         "is there, it lacks something itself: on Windows, the Microsoft Visual C++ "
@@ -63,7 +63,7 @@ bool checkRuntime(Findings& findings)
 }
 
 // The library tries the providers in its order of preference and keeps the last that takes the model.
-void tellProviders(const Findings& findings)
+void addProviders(const Findings& findings)
 {
     const std::vector<std::string> offered = Ort::GetAvailableProviders();
     std::string chosen = cpuProvider;
@@ -74,15 +74,14 @@ void tellProviders(const Findings& findings)
             continue;
         LogLines adapters;
         const std::string refusal = providerRefusal(provider);
-        findings.tell("provider",
-                      provider + ": " +
-                          (refusal.empty() ? "can be had" : "refused, " + runtimeReason(refusal)));
+        findings.add("provider", provider + ": " +
+                                     (refusal.empty() ? "available" : "refused, " + runtimeReason(refusal)));
         for (const std::string& line : adapters.take())
-            findings.tell("adapter", line);
+            findings.add("adapter", line);
         if (refusal.empty() && !sameProvider(provider, cpuProvider))
             chosen = provider;
     }
-    findings.tell("runs on", chosen + (sameProvider(chosen, cpuProvider) ? "" : ", if it takes the model"));
+    findings.add("runs on", chosen + (sameProvider(chosen, cpuProvider) ? "" : ", if it takes the model"));
 }
 
 void checkDefaultModel(Findings& findings, const Ort::Env& env, const std::filesystem::path& path,
@@ -94,11 +93,11 @@ void checkDefaultModel(Findings& findings, const Ort::Env& env, const std::files
     {
         const ModelSession made = makeModelSession(env, bytes.data(), bytes.size(), "");
         if (!checkInterface(*made.session).violations.empty())
-            findings.object("The default model breaks the contract" + advice);
+            findings.addError("The default model breaks the contract" + advice);
     }
     catch (const Ort::Exception& failure)
     {
-        findings.object("The default model cannot be loaded: " + runtimeReason(failure) + advice);
+        findings.addError("The default model cannot be loaded: " + runtimeReason(failure) + advice);
     }
 }
 
@@ -109,18 +108,18 @@ void lookAtDefaultModel(Findings& findings, const Ort::Env* env)
     {
         const std::filesystem::path path = defaultModel();
         const std::vector<char> bytes = readModel(path);
-        findings.tell("model", quoted(path) + ", " + std::to_string(bytes.size()) + " bytes, SHA-256 " +
-                                   sha256OfFile(path));
+        findings.add("model", quoted(path) + ", " + std::to_string(bytes.size()) + " bytes, SHA-256 " +
+                                  sha256OfFile(path));
         if (env != nullptr)
             checkDefaultModel(findings, *env, path, bytes);
     }
     catch (const Failure& failure)
     {
-        findings.object(failure.what());
+        findings.addError(failure.what());
     }
 }
 
-std::string summary(const SelfTestResult& result)
+std::string summary(const SelfCheckResult& result)
 {
     char text[160]; // NOLINT(modernize-avoid-c-arrays): what snprintf fills
     std::snprintf(
@@ -133,23 +132,23 @@ std::string summary(const SelfTestResult& result)
 }
 
 /// \param log of the library, which is worth telling only if something is wrong
-void tellSelfTest(Findings& findings, LibraryLog& log)
+void addSelfCheck(Findings& findings, LibraryLog& log)
 {
     try
     {
-        const SelfTestResult result = runSelfTest();
-        findings.tell("self-test", summary(result));
+        const SelfCheckResult result = runSelfCheck();
+        findings.add("self-test", summary(result));
         if (result.stemError < tolerance && result.nullPeak < tolerance)
             return;
-        findings.object("The stems of the self-test are wrong: install the program and its libraries anew, "
-                        "from one package.");
+        findings.addError("The stems of the self-test are wrong: install the program and its libraries anew, "
+                          "from one package.");
     }
     catch (const std::exception& failure)
     {
-        findings.object("The self-test cannot be run: " + runtimeReason(failure) + '.');
+        findings.addError("The self-test cannot be run: " + runtimeReason(failure) + '.');
     }
     for (const LibraryLog::Record& record : log.take())
-        findings.tell("log", record.text);
+        findings.add("log", record.text);
 }
 
 } // namespace
@@ -161,23 +160,23 @@ bool runDoctor()
         throw Failure("A temporary file is needed and cannot be made.");
     LibraryLog log(streams.log);
     Findings findings("problem", streams.output);
-    tellProgram(findings);
+    addProgram(findings);
     if (checkRuntime(findings))
     {
         {
             // What goes wrong is told by us.
             const Ort::Env env(ORT_LOGGING_LEVEL_FATAL, "");
-            tellProviders(findings);
+            addProviders(findings);
             lookAtDefaultModel(findings, &env);
         }
-        tellSelfTest(findings, log);
+        addSelfCheck(findings, log);
     }
     else
     {
         lookAtDefaultModel(findings, nullptr);
     }
-    const bool well = findings.objections() == 0;
-    findings.tell("result", well ? "All is well." : findings.countText() + " to solve.");
+    const bool well = findings.errors() == 0;
+    findings.add("result", well ? "All is well." : findings.countText() + " to solve.");
     return well;
 }
 

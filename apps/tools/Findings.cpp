@@ -6,37 +6,36 @@
 namespace tonwerk::app
 {
 
-Findings::Findings(std::string objection, std::FILE* output)
-    : objectionName(std::move(objection)), stream(output)
+Findings::Findings(std::string errorName, std::FILE* output) : errorName(std::move(errorName)), stream(output)
 {
 }
 
-// Flushed, because a library may end the process.
-void Findings::tell(const std::string& name, const std::string& text) const
+// Flushed, because a library may crash the process.
+void Findings::add(const std::string& label, const std::string& text) const
 {
-    std::fprintf(stream, "%-10s %s\n", name.c_str(), text.c_str());
+    std::fprintf(stream, "%-10s %s\n", label.c_str(), text.c_str());
     std::fflush(stream);
 }
 
-void Findings::approve(const std::string& sentence) const
+void Findings::addPass(const std::string& sentence) const
 {
-    tell("ok", sentence);
+    add("ok", sentence);
 }
 
-void Findings::warn(const std::string& sentence) const
+void Findings::addWarning(const std::string& sentence) const
 {
-    tell("warning", sentence);
+    add("warning", sentence);
 }
 
-void Findings::object(const std::string& sentence)
+void Findings::addError(const std::string& sentence)
 {
     ++count;
-    tell(objectionName, sentence);
+    add(errorName, sentence);
 }
 
 std::string Findings::countText() const
 {
-    return std::to_string(count) + ' ' + objectionName + (count == 1 ? "" : "s");
+    return std::to_string(count) + ' ' + errorName + (count == 1 ? "" : "s");
 }
 
 } // namespace tonwerk::app

@@ -8,34 +8,34 @@
 namespace tonwerk::app
 {
 
-/// What a tool finds out, told as it comes: a line each, under a name.
+/// Prints what a tool finds as it finds it, one labelled line each, and counts the errors.
 class Findings
 {
 public:
-    /// \param objection what to call what is wrong: "problem", "violation"
-    /// \param output where to tell it; not owned
-    explicit Findings(std::string objection, std::FILE* output = stdout);
+    /// \param errorName label of an error: "problem", "violation"
+    /// \param output where the lines go; not owned
+    explicit Findings(std::string errorName, std::FILE* output = stdout);
 
-    /// A fact, such as a version, under its name.
-    void tell(const std::string& name, const std::string& text) const;
+    /// Prints a fact, such as a version.
+    void add(const std::string& label, const std::string& text) const;
 
-    /// Something that is as it should be, as a sentence.
-    void approve(const std::string& sentence) const;
+    /// Prints a sentence about a check that passed.
+    void addPass(const std::string& sentence) const;
 
-    /// Something that works but may not be meant so, as a sentence.
-    void warn(const std::string& sentence) const;
+    /// Prints a sentence about something that works but may not be intended.
+    void addWarning(const std::string& sentence) const;
 
-    /// Something that is wrong, as a sentence.
-    void object(const std::string& sentence);
+    /// Prints a sentence about something that is wrong, and counts it.
+    void addError(const std::string& sentence);
 
-    /// How many things are wrong so far.
-    unsigned objections() const { return count; }
+    /// The number of errors so far.
+    unsigned errors() const { return count; }
 
-    /// How many things are wrong so far, as text: "1 problem", "2 problems".
+    /// The number of errors so far as text: "1 problem", "2 problems".
     std::string countText() const;
 
 private:
-    std::string objectionName;
+    std::string errorName;
     std::FILE* stream;
     unsigned count = 0;
 };

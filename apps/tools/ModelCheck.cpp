@@ -25,42 +25,43 @@ namespace tonwerk::app
 namespace
 {
 
-void tellHeader(const Findings& findings, const std::filesystem::path& file, std::string_view model)
+void addHeader(const Findings& findings, const std::filesystem::path& file, std::string_view model)
 {
     const OnnxHeader header = readOnnxHeader(model);
-    findings.tell("file", quoted(file) + ", " + std::to_string(model.size()) + " bytes");
+    findings.add("file", quoted(file) + ", " + std::to_string(model.size()) + " bytes");
     if (!header.operatorSets.empty())
-        findings.tell("format", "ONNX, " + header.operatorSets + ", IR version " +
-                                    std::to_string(header.irVersion) +
-                                    (header.producer.empty() ? "" : ", written by " + header.producer));
+        findings.add("format", "ONNX, " + header.operatorSets + ", IR version " +
+                                   std::to_string(header.irVersion) +
+                                   (header.producer.empty() ? "" : ", written by " + header.producer));
 }
 
 /// A provider that refuses whatever model it is given is the doctor's matter.
-void tellProviders(const Findings& findings, const ModelSession& made)
+void addProviders(const Findings& findings, const ModelSession& made)
 {
     for (const ModelSession::Refusal& refusal : made.refusals)
         if (providerRefusal(refusal.provider).empty())
-            findings.tell("note",
-                          refusal.provider + " does not take it: " + runtimeReason(refusal.reason) + '.');
+            findings.add("note",
+                         refusal.provider + " does not take it: " + runtimeReason(refusal.reason) + '.');
     const bool isLeftToCpu = !providerRefusal(made.provider).empty();
-    findings.tell("runs on", isLeftToCpu ? cpuProvider : made.provider);
+    findings.add("runs on", isLeftToCpu ? cpuProvider : made.provider);
 }
 
-/// \return null, with an objection, if the runtime cannot load the network
+/// \return null, with an error added, if the runtime cannot load the network
 std::unique_ptr<Ort::Session> loadNetwork(Findings& findings, const Ort::Env& env, std::string_view model,
                                           bool hasKey)
 {
     try
     {
         ModelSession made = makeModelSession(env, model.data(), model.size(), "");
-        findings.approve("The runtime loads it.");
-        tellProviders(findings, made);
+        findings.addPass("The runtime loads it.");
+        addProviders(findings, made);
         return std::move(made.session);
     }
     catch (const Ort::Exception& failure)
     {
-        findings.object("The runtime cannot load it: " + runtimeReason(failure) + ". " +
-                        (hasKey ? "Is the key the right one?" : "If it is scrambled, --key takes its key."));
+        findings.addError(
+            "The runtime cannot load it: " + runtimeReason(failure) + ". " +
+            (hasKey ? "Is the key the right one?" : "If it is scrambled, --key takes its key."));
         return nullptr;
     }
 }
@@ -69,27 +70,27 @@ void checkContract(Findings& findings, Ort::Session& session)
 {
     const InterfaceFaults faults = checkInterface(session);
     for (const std::string& sentence : faults.violations)
-        findings.object(sentence);
+        findings.addError(sentence);
     for (const std::string& sentence : faults.warnings)
-        findings.warn(sentence);
+        findings.addWarning(sentence);
     if (!faults.violations.empty())
-        return findings.tell("note", "It was not run, because its inputs or outputs are wrong.");
-    findings.approve("Its inputs and outputs have the names, types and shapes of the contract.");
+        return findings.add("note", "It was not run, because its inputs or outputs are wrong.");
+    findings.addPass("Its inputs and outputs have the names, types and shapes of the contract.");
     RunChecks(session, findings).makeAll();
 }
 
 bool checkPlain(const std::filesystem::path& file, std::string_view model, bool hasKey)
 {
     Findings findings("violation");
-    tellHeader(findings, file, model);
-    findings.tell("runtime", loadRuntime());
+    addHeader(findings, file, model);
+    findings.add("runtime", loadRuntime());
     // What goes wrong is told by us.
     const Ort::Env env(ORT_LOGGING_LEVEL_FATAL, "");
     if (const auto session = loadNetwork(findings, env, model, hasKey))
         checkContract(findings, *session);
-    const bool conforms = findings.objections() == 0;
-    findings.tell("result", conforms ? "It keeps to the contract."
-                                     : "It breaks the contract: " + findings.countText() + '.');
+    const bool conforms = findings.errors() == 0;
+    findings.add("result", conforms ? "It keeps to the contract."
+                                    : "It breaks the contract: " + findings.countText() + '.');
     return conforms;
 }
 

@@ -112,11 +112,11 @@ void RunChecks::makeAll()
         checkSilence();
         checkFlags();
         checkLevels();
-        tellSpeed();
+        addSpeed();
     }
     catch (const Ort::Exception& failure)
     {
-        findings.object("It cannot be run: " + runtimeReason(failure) + ".");
+        findings.addError("It cannot be run: " + runtimeReason(failure) + ".");
     }
 }
 
@@ -130,11 +130,11 @@ bool RunChecks::checkNumbers()
         if (bad == 0)
             continue;
         finite = false;
-        findings.object("Of the numbers in the output " + nameOf(stem) + ", " + std::to_string(bad) +
-                        " are not finite.");
+        findings.addError("Of the numbers in the output " + nameOf(stem) + ", " + std::to_string(bad) +
+                          " are not finite.");
     }
     if (finite)
-        findings.approve("All numbers that it gives are finite.");
+        findings.addPass("All numbers that it gives are finite.");
     return finite;
 }
 
@@ -153,13 +153,13 @@ void RunChecks::checkEquality()
     for (int run = 0; run < 3; ++run)
         difference = std::max(difference, timedRun());
     if (difference == 0.0)
-        findings.approve("Equal input gives equal results, bit for bit.");
+        findings.addPass("Equal input gives equal results, bit for bit.");
     else if (difference < sameUpTo)
-        findings.warn("Equal input gives results that differ by up to " + rounded(difference) +
-                      " of the input's peak.");
+        findings.addWarning("Equal input gives results that differ by up to " + rounded(difference) +
+                            " of the input's peak.");
     else
-        findings.object("Equal input gives different results, by up to " + rounded(difference) +
-                        " of the input's peak.");
+        findings.addError("Equal input gives different results, by up to " + rounded(difference) +
+                          " of the input's peak.");
 }
 
 void RunChecks::checkSilence()
@@ -172,10 +172,10 @@ void RunChecks::checkSilence()
         if (std::all_of(result.begin(), result.end(), [](float value) { return value == 0.0F; }))
             continue;
         silent = false;
-        findings.object("Silence gives sound in the output " + nameOf(stem) + ", or no finite numbers.");
+        findings.addError("Silence gives sound in the output " + nameOf(stem) + ", or no finite numbers.");
     }
     if (silent)
-        findings.approve("Silence gives silence.");
+        findings.addPass("Silence gives silence.");
 }
 
 void RunChecks::checkFlags()
@@ -195,11 +195,11 @@ void RunChecks::checkFlags()
                           : 0U;
     }
     if (silenced == 0 && others == 0)
-        findings.tell("note", "It ignores the flags; the library silences the stems that are not asked for.");
+        findings.add("note", "It ignores the flags; the library silences the stems that are not asked for.");
     else
-        findings.tell("note", "It heeds the flags: without its flag, " + std::to_string(silenced) +
-                                  " of the 6 stems get quieter" +
-                                  (others > 0 ? ", and that changes other stems, too." : "."));
+        findings.add("note", "It heeds the flags: without its flag, " + std::to_string(silenced) +
+                                 " of the 6 stems get quieter" +
+                                 (others > 0 ? ", and that changes other stems, too." : "."));
 }
 
 // A stem is a part of the mixture: a forgotten factor or a spectrum of another transform shows in its energy.
@@ -217,21 +217,21 @@ void RunChecks::checkLevels() const
     }
     const double level = std::round(100.0 * std::log10(energyOf(sum) / whole)) / 10.0 + 0.0; // no -0
     if (tooLoud > 0 || energyOf(sum) > tolerance * whole)
-        findings.warn("The stems are louder than what they are made of: " + std::to_string(tooLoud) +
-                      " of them by themselves, their sum by " + decimals(level, 1) + " dB.");
+        findings.addWarning("The stems are louder than what they are made of: " + std::to_string(tooLoud) +
+                            " of them by themselves, their sum by " + decimals(level, 1) + " dB.");
     else
-        findings.approve("No stem is louder than what it is made of, nor is their sum (" +
+        findings.addPass("No stem is louder than what it is made of, nor is their sum (" +
                          decimals(level, 1) + " dB).");
 }
 
-void RunChecks::tellSpeed() const
+void RunChecks::addSpeed() const
 {
     std::vector<double> sorted = seconds;
     std::sort(sorted.begin(), sorted.end());
     const double median = sorted[sorted.size() / 2];
     const double sound = framesPerRun / sampleRate;
-    findings.tell("speed", decimals(median, 3) + " s for each " + decimals(sound, 2) +
-                               " s of sound: real-time factor " + decimals(median / sound, 3) + '.');
+    findings.add("speed", decimals(median, 3) + " s for each " + decimals(sound, 2) +
+                              " s of sound: real-time factor " + decimals(median / sound, 3) + '.');
 }
 
 } // namespace tonwerk::app

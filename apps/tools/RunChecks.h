@@ -26,7 +26,7 @@ private:
     void checkSilence();
     void checkFlags();
     void checkLevels() const;
-    void tellSpeed() const;
+    void addSpeed() const;
     double timedRun();
 
     NetworkRunner runner;

@@ -7,9 +7,9 @@
 
 #include "api/ModelScrambling.h"
 #include "separation/Model.h"
+#include "system/AtomicFile.h"
 #include "system/Failure.h"
 #include "system/Text.h"
-#include "system/WholeFile.h"
 
 namespace tonwerk::app
 {
@@ -23,7 +23,7 @@ void scrambleModel(const std::filesystem::path& model, const std::filesystem::pa
         throw Failure("The scrambled model would replace the model " + quoted(model) +
                       ": give it another name.");
     const ScrambledCopy scrambled(bytes.data(), bytes.size(), key);
-    writeWholeFile(output, scrambled.data(), scrambled.size());
+    writeFileAtomically(output, scrambled.data(), scrambled.size());
     std::printf("%s: %zu bytes. Separate with it by --model and --key; the same command turns it back.\n",
                 quoted(output).c_str(), bytes.size());
 }

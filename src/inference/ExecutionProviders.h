@@ -33,7 +33,7 @@ bool appendProvider(Ort::SessionOptions& options, const std::string& provider, I
 
 /// Asks for `provider` and drops it again: for people who want to know why their model runs on the CPU.
 /// An Ort::Env must exist.
-/// \return the runtime's reason for refusing it, DirectML's included; empty if it can be had
+/// \return the runtime's reason for refusing it, DirectML's included; empty if it is available
 std::string providerRefusal(const std::string& provider);
 
 #endif // TONWERK_INFERENCE_EXECUTIONPROVIDERS_H

@@ -33,7 +33,7 @@ class BatchTest(ProgramTest):
     def test_a_folder_is_separated_song_by_song_whatever_fails(self) -> None:
         self.put_album()
         done = self.separate("album")
-        self.assertEqual((done.returncode, len(done.complaints)), (1, 2), done.stderr)
+        self.assertEqual((done.returncode, len(done.errors)), (1, 2), done.stderr)
         self.assertEqual(done.stdout.splitlines()[-1], "2 done, 2 failed, 0 skipped")
         self.assertEqual(self.files(), file_set("one") | file_set("one (2)"))
         self.assertEqual([len(self.stem(name, "mix")) for name in ("one", "one (2)")], [21000, 20000])
@@ -64,7 +64,7 @@ class BatchTest(ProgramTest):
 
         def separated(*options: str) -> dict[str, list[bytes]]:
             done = self.separate("*.wav", *options)
-            self.assertEqual((done.returncode, done.complaints), (0, []))
+            self.assertEqual((done.returncode, done.errors), (0, []))
             return {name: [self.stem(song, name).tobytes() for song in songs] for name in GAINS}
 
         alone = separated()

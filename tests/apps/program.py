@@ -69,7 +69,7 @@ class Done:
     stderr: str
 
     @property
-    def complaints(self) -> list[str]:
+    def errors(self) -> list[str]:
         """The lines of standard error that are neither progress nor the runtime's own."""
         return [line for line in self.stderr.splitlines()
                 if not PROGRESS.fullmatch(line) and not RUNTIMES_OWN.search(line)]
@@ -117,7 +117,7 @@ class ProgramTest(unittest.TestCase):
         return json.loads((self.folder / "out" / song / "receipt.json").read_text(encoding="utf-8"))
 
     def assert_done(self, done: Done) -> re.Match[str]:
-        self.assertEqual((done.returncode, done.complaints), (0, []), done.stdout)
+        self.assertEqual((done.returncode, done.errors), (0, []), done.stdout)
         summary = SUMMARY.fullmatch(done.stdout.splitlines()[-1])
         assert summary, done.stdout
         self.assertLess(float(summary[2]), -120.0)
@@ -131,8 +131,8 @@ class ProgramTest(unittest.TestCase):
 
     def assert_failed(self, done: Done, words: str, code: int = 1) -> None:
         """One sentence on standard error with these words, and no files."""
-        self.assertEqual((done.returncode, len(done.complaints)), (code, 1), done.stderr)
-        self.assertRegex(done.complaints[0], f"^tonwerk-separate: .*{re.escape(words)}.*\\.$")
+        self.assertEqual((done.returncode, len(done.errors)), (code, 1), done.stderr)
+        self.assertRegex(done.errors[0], f"^tonwerk-separate: .*{re.escape(words)}.*\\.$")
         self.assertFalse((self.folder / "out").exists(), "files or folders are left behind")
 
 

@@ -117,7 +117,7 @@ class SeparateTest(ProgramTest):
         for name, bits, step in (("pcm16", 16, 2**-15), ("pcm24", 24, 2**-23)):
             done = self.separate("song.wav", "--format", name, "--mix", "vocals=+6.0206,bass=-inf", "--stems=mix,bass")
             self.assertEqual(done.returncode, 0, done.stderr)
-            self.assertRegex("".join(done.complaints), r"^Warning: All files of .*song.wav\" are lowered by [\d.]+ dB")
+            self.assertRegex("".join(done.errors), r"^Warning: All files of .*song.wav\" are lowered by [\d.]+ dB")
             gain = 10 ** (self.receipt("song")["gain_db"] / 20)
             parts = {"mix": 1.0, "bass": GAINS["bass"], "practice_mix": 1 + GAINS["vocals"] - GAINS["bass"]}
             self.assertAlmostEqual(gain * peak * max(parts.values()), 1, delta=1e-3)
@@ -230,7 +230,7 @@ class SeparateTest(ProgramTest):
         song[400000] = 1e6  # beyond what that model takes; the chunks before it are good
         done = self.separate(self.put("song.wav", wav_bytes(song)), model="fail_on_request.onnx")
         self.assertEqual(done.returncode, 1)
-        self.assertRegex(done.complaints[-1], r"^tonwerk-separate: The model failed at 0:06 or soon after: .*[^ ]\.$")
+        self.assertRegex(done.errors[-1], r"^tonwerk-separate: The model failed at 0:06 or soon after: .*[^ ]\.$")
         self.assertFalse((self.folder / "out").exists())
 
     def test_a_model_that_cannot_be_used_is_refused_in_one_sentence(self) -> None:

@@ -36,12 +36,12 @@ command = []
 
 
 class Done:
-    """What a run has left: code, lines by the name in front of them, and what it complained."""
+    """What a run has left: code, lines by the name in front of them, and its error messages."""
 
     def __init__(self, process: subprocess.CompletedProcess[str]) -> None:
         self.code = process.returncode
         self.output = process.stdout
-        self.complaints = [line for line in process.stderr.splitlines() if not RUNTIMES_OWN.search(line)]
+        self.errors = [line for line in process.stderr.splitlines() if not RUNTIMES_OWN.search(line)]
         self.lines: dict[str, list[str]] = {}
         for line in process.stdout.splitlines():
             self.lines.setdefault(line[:10].strip(), []).append(line[11:])
@@ -80,8 +80,8 @@ class ToolTest(unittest.TestCase):
 
     def assert_failed(self, done: Done, words: str, code: int = 1) -> None:
         """One sentence on standard error with these words."""
-        self.assertEqual((done.code, len(done.complaints)), (code, 1), (done.output, done.complaints))
-        self.assertRegex(done.complaints[0], f"^tonwerk-separate: .*{re.escape(words)}.*[.)]$")
+        self.assertEqual((done.code, len(done.errors)), (code, 1), (done.output, done.errors))
+        self.assertRegex(done.errors[0], f"^tonwerk-separate: .*{re.escape(words)}.*[.)]$")
 
     def program_without_runtime(self, folder: str) -> Path:
         """A copy of the program with its libraries, but for the runtime."""
@@ -101,7 +101,7 @@ class CheckModel(ToolTest):
 
     def assert_breaks(self, done: Done, violations: list[str]) -> None:
         """Exactly these violations (regular expressions), in any order, and a result that counts them."""
-        self.assertEqual((done.code, done.complaints), (1, []), done.output)
+        self.assertEqual((done.code, done.errors), (1, []), done.output)
         found = done.all("violation")
         self.assertEqual(len(found), len(violations), found)
         for violation in violations:
@@ -109,7 +109,7 @@ class CheckModel(ToolTest):
         self.assertRegex(done.all("result")[0], rf"^It breaks the contract: {len(violations)} violations?\.$")
 
     def assert_conforms(self, done: Done, warnings: int = 0) -> None:
-        self.assertEqual((done.code, done.complaints, done.all("violation")), (0, [], []), done.output)
+        self.assertEqual((done.code, done.errors, done.all("violation")), (0, [], []), done.output)
         self.assertEqual(len(done.all("warning")), warnings, done.output)
         self.assertEqual(done.all("result"), ["It keeps to the contract."])
         self.assertRegex(done.all("speed")[0],
@@ -221,7 +221,7 @@ class Scramble(ToolTest):
         return self.run_tool("scramble", model, "-o", output, *(arguments or ("--key", self.KEY)))
 
     def assert_scrambled(self, done: Done) -> None:
-        self.assertEqual((done.code, done.complaints), (0, []), done.output)
+        self.assertEqual((done.code, done.errors), (0, []), done.output)
 
     def test_a_scrambled_model_separates_with_its_key_and_turns_back(self) -> None:
         gains = models / "gains.onnx"
@@ -273,10 +273,10 @@ class Scramble(ToolTest):
 class Doctor(ToolTest):
     def test_all_is_well(self) -> None:
         done = self.run_tool("doctor", model=models / "gains.onnx")
-        self.assertEqual((done.code, done.complaints, done.all("problem")), (0, [], []), done.output)
+        self.assertEqual((done.code, done.errors, done.all("problem")), (0, [], []), done.output)
         self.assertEqual(done.all("result"), ["All is well."])
         self.assertRegex(done.all("runtime")[0], r'^ONNX Runtime 1\.\d+\.\d+, ".*onnxruntime_pelagrin.*"$')
-        self.assertIn("CPUExecutionProvider: can be had", done.all("provider"))
+        self.assertIn("CPUExecutionProvider: available", done.all("provider"))
         self.assertTrue(all(": refused, " in line for line in done.all("provider")[:-1]))
         self.assertEqual(done.all("runs on"), ["CPUExecutionProvider"])
         content = (models / "gains.onnx").read_bytes()
@@ -290,7 +290,7 @@ class Doctor(ToolTest):
     def test_a_missing_runtime_is_a_problem_with_an_advice(self) -> None:
         program = self.program_without_runtime("bin")
         done = self.run_tool("doctor", program=program, model=models / "gains.onnx")
-        self.assertEqual((done.code, done.complaints, done.all("result")), (1, [], ["1 problem to solve."]))
+        self.assertEqual((done.code, done.errors, done.all("result")), (1, [], ["1 problem to solve."]))
         self.assertRegex(done.all("problem")[0],
                          r"^Cannot load the inference runtime .*onnxruntime_pelagrin.* Put the runtime .*\.$")
         self.assertEqual((done.all("provider"), done.all("self-test")), ([], []))
@@ -322,8 +322,8 @@ class Doctor(ToolTest):
         self.put_song()
         for model, words in ((models / "gains.onnx", ""), (self.put("text.onnx", b"text"), "cannot be used: ")):
             done = self.run_tool("song.wav", "-o", "out", model=model)
-            self.assertEqual(done.code, 1 if words else 0, done.complaints)
-            self.assertIn(words, done.complaints[-1] if words else "")
+            self.assertEqual(done.code, 1 if words else 0, done.errors)
+            self.assertIn(words, done.errors[-1] if words else "")
         done = self.run_tool("song.wav", "-o", "out", program=self.program_without_runtime("bin"))
         self.assert_failed(done, "There is no model: ")
 
@@ -343,7 +343,7 @@ class Doctor(ToolTest):
     def test_help_and_wrong_usage(self) -> None:
         for tool in ("doctor", "check-model", "scramble"):
             done = self.run_tool(tool, "--help")
-            self.assertEqual((done.code, done.complaints), (0, []))
+            self.assertEqual((done.code, done.errors), (0, []))
             self.assertIn(f"Usage: tonwerk-separate {tool}", done.output)
         self.assert_failed(self.run_tool("doctor", "now"), "now", code=2)
 

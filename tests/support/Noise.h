@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 /// \file Noise.h
-/// Random signals that can be had again.
+/// Random signals that a seed repeats.
 #ifndef TONWERK_TESTS_SUPPORT_NOISE_H
 #define TONWERK_TESTS_SUPPORT_NOISE_H
 

@@ -60,7 +60,7 @@ TEST_F(SongListTest, FoldersAreSearchedForSongsButNotForStems)
     EXPECT_THAT(found({"b/vocals.wav", "notes.txt"}),
                 ElementsAre("b/vocals.wav > vocals", "notes.txt > notes"))
         << "what is named is taken";
-    EXPECT_THAT(find({"b"}).complaints, testing::SizeIs(1)) << "an empty folder";
+    EXPECT_THAT(find({"b"}).errors, testing::SizeIs(1)) << "an empty folder";
 }
 
 TEST_F(SongListTest, SongsOfOneNameGetFoldersOfTheirOwn)
@@ -89,8 +89,8 @@ TEST_F(SongListTest, PatternsMatchAsOnACommandLine)
     EXPECT_THAT(found({"one[1].wav"}), ElementsAre("one[1].wav > one[1]"));
     const SongList none = find({"*.flac"});
     EXPECT_TRUE(none.songs.empty());
-    ASSERT_THAT(none.complaints, testing::SizeIs(1));
-    EXPECT_THAT(none.complaints.front().sentence, testing::HasSubstr("Nothing matches"));
+    ASSERT_THAT(none.errors, testing::SizeIs(1));
+    EXPECT_THAT(none.errors.front().message, testing::HasSubstr("Nothing matches"));
 }
 
 TEST_F(SongListTest, ShardsShareTheSongsAmongThem)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "system/WholeFile.h"
+#include "system/AtomicFile.h"
 
 #include <system_error>
 
@@ -10,7 +10,7 @@
 namespace tonwerk::app
 {
 
-void writeWholeFile(const std::filesystem::path& path, const void* bytes, std::size_t size)
+void writeFileAtomically(const std::filesystem::path& path, const void* bytes, std::size_t size)
 {
     std::filesystem::path temporary = path;
     temporary += ".part";
@@ -28,7 +28,7 @@ void writeWholeFile(const std::filesystem::path& path, const void* bytes, std::s
     }
     catch (...)
     {
-        file.abandon();
+        file.discard();
         std::filesystem::remove(temporary, failure);
         throw;
     }

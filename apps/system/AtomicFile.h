@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#ifndef TONWERK_APPS_SYSTEM_WHOLEFILE_H
-#define TONWERK_APPS_SYSTEM_WHOLEFILE_H
+#ifndef TONWERK_APPS_SYSTEM_ATOMICFILE_H
+#define TONWERK_APPS_SYSTEM_ATOMICFILE_H
 
 #include <cstddef>
 #include <filesystem>
@@ -11,8 +11,8 @@ namespace tonwerk::app
 /// Writes a file that is there as a whole or not at all: under a name that ends in .part first. An older file
 /// of the name is replaced.
 /// \throws Failure if it cannot be written
-void writeWholeFile(const std::filesystem::path& path, const void* bytes, std::size_t size);
+void writeFileAtomically(const std::filesystem::path& path, const void* bytes, std::size_t size);
 
 } // namespace tonwerk::app
 
-#endif // TONWERK_APPS_SYSTEM_WHOLEFILE_H
+#endif // TONWERK_APPS_SYSTEM_ATOMICFILE_H

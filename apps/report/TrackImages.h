@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#ifndef TONWERK_APPS_REPORT_TRACKPICTURES_H
-#define TONWERK_APPS_REPORT_TRACKPICTURES_H
+#ifndef TONWERK_APPS_REPORT_TRACKIMAGES_H
+#define TONWERK_APPS_REPORT_TRACKIMAGES_H
 
 #include <span>
 
@@ -10,10 +10,10 @@
 namespace tonwerk::app
 {
 
-/// What the pictures of one track are drawn from, gathered while the track streams by.
-struct TrackPictures
+/// What the images of one track are drawn from, gathered while the track streams by.
+struct TrackImages
 {
-    explicit TrackPictures(unsigned sampleRate) : spectrogram(sampleRate) {}
+    explicit TrackImages(unsigned sampleRate) : spectrogram(sampleRate) {}
 
     /// Takes the next interleaved stereo samples.
     void feed(std::span<const float> stereo)
@@ -28,4 +28,4 @@ struct TrackPictures
 
 } // namespace tonwerk::app
 
-#endif // TONWERK_APPS_REPORT_TRACKPICTURES_H
+#endif // TONWERK_APPS_REPORT_TRACKIMAGES_H

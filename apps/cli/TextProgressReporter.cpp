@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "cli/TextAnnouncer.h"
+#include "cli/TextProgressReporter.h"
 
 #include <cmath>
 
@@ -9,7 +9,7 @@
 namespace tonwerk::app
 {
 
-void TextAnnouncer::begin(std::size_t songs)
+void TextProgressReporter::begin(std::size_t songs)
 {
     const std::lock_guard lock(guard);
     songCount = songs;
@@ -17,7 +17,7 @@ void TextAnnouncer::begin(std::size_t songs)
         display.emplace(platform::standardErrorIsTerminal());
 }
 
-void TextAnnouncer::progress(const SongEntry& song, double fraction, double audioSeconds)
+void TextProgressReporter::progress(const SongEntry& song, double fraction, double audioSeconds)
 {
     const std::lock_guard lock(guard);
     running[toText(song.path)] = {fraction, audioSeconds};
@@ -30,7 +30,7 @@ void TextAnnouncer::progress(const SongEntry& song, double fraction, double audi
     display->update(all.fraction / static_cast<double>(songCount), all.audioSeconds);
 }
 
-void TextAnnouncer::done(const SongEntry& song, const SongSummary& summary)
+void TextProgressReporter::done(const SongEntry& song, const SongSummary& summary)
 {
     const std::lock_guard lock(guard);
     finish(toText(song.path));
@@ -50,20 +50,20 @@ void TextAnnouncer::done(const SongEntry& song, const SongSummary& summary)
     std::fflush(lines);
 }
 
-void TextAnnouncer::skipped(const SongEntry& song)
+void TextProgressReporter::skipped(const SongEntry& song)
 {
     const std::lock_guard lock(guard);
     std::fprintf(lines, "%s: done before\n", toText(song.path.filename()).c_str());
 }
 
-void TextAnnouncer::failed(const std::string& input, const std::string& sentence)
+void TextProgressReporter::failed(const std::string& input, const std::string& sentence)
 {
     const std::lock_guard lock(guard);
     finish(input);
     std::fprintf(stderr, "tonwerk-separate: %s\n", sentence.c_str());
 }
 
-void TextAnnouncer::end(const BatchCounts& counts)
+void TextProgressReporter::end(const BatchCounts& counts)
 {
     const std::lock_guard lock(guard);
     display.reset();
@@ -74,7 +74,7 @@ void TextAnnouncer::end(const BatchCounts& counts)
 }
 
 /// Counts a song that is no longer worked on, and makes room for a line about it.
-void TextAnnouncer::finish(const std::string& path)
+void TextProgressReporter::finish(const std::string& path)
 {
     const auto song = running.find(path);
     if (song != running.end())
@@ -87,7 +87,7 @@ void TextAnnouncer::finish(const std::string& path)
         display->endLine();
 }
 
-void TextAnnouncer::warn(const std::string& sentence) const
+void TextProgressReporter::warn(const std::string& sentence) const
 {
     std::fprintf(stderr, "Warning: %s\n", sentence.c_str());
 }

@@ -17,7 +17,7 @@ namespace
 {
 
 using tonwerk::app::Color;
-using tonwerk::app::Picture;
+using tonwerk::app::Image;
 using tonwerk::app::Spectrogram;
 using tonwerk::app::Waveform;
 using Samples = std::vector<float>;
@@ -27,13 +27,13 @@ constexpr std::size_t width = 200;
 constexpr std::size_t height = 40;
 constexpr Color red{255, 0, 0, 255};
 
-std::vector<std::uint32_t> pixelsOf(Picture picture)
+std::vector<std::uint32_t> pixelsOf(Image image)
 {
     std::vector<std::uint32_t> pixels;
-    for (std::size_t row = 0; row < picture.height(); ++row)
-        for (std::size_t column = 0; column < picture.width(); ++column)
+    for (std::size_t row = 0; row < image.height(); ++row)
+        for (std::size_t column = 0; column < image.width(); ++column)
         {
-            const Color color = picture.at(column, row);
+            const Color color = image.at(column, row);
             pixels.push_back(color.red * 0x1000000U + color.green * 0x10000U + color.blue * 0x100U +
                              color.alpha);
         }
@@ -58,16 +58,16 @@ Samples sine(double frequency, std::size_t frames)
     return stereo;
 }
 
-/// The brightest row from below in a column of the picture.
-std::size_t brightestRow(Picture& picture, std::size_t column)
+/// The brightest row from below in a column of the image.
+std::size_t brightestRow(Image& image, std::size_t column)
 {
     std::size_t brightest = 0;
     const auto brightness = [&](std::size_t rowFromBelow)
     {
-        const Color color = picture.at(column, picture.height() - 1 - rowFromBelow);
+        const Color color = image.at(column, image.height() - 1 - rowFromBelow);
         return color.red + color.green + color.blue;
     };
-    for (std::size_t row = 1; row < picture.height(); ++row)
+    for (std::size_t row = 1; row < image.height(); ++row)
         if (brightness(row) > brightness(brightest))
             brightest = row;
     return brightest;
@@ -85,13 +85,13 @@ TEST(Waveform, OneLoudSampleIsSeenInItsPlaceHoweverLongTheTrack)
         feedInBlocks(waveform, stereo, 70000);
         EXPECT_EQ(waveform.peak(), 0.75F);
         EXPECT_NEAR(waveform.rms(), 0.75 / std::sqrt(2.0 * static_cast<double>(frames)), 1e-9);
-        Picture picture = waveform.draw(width, height, 1.0F, red);
+        Image image = waveform.draw(width, height, 1.0F, red);
         // Three quarters of the lower half.
         const std::size_t lowest = height / 2 + height / 2 * 3 / 4 - 1;
-        EXPECT_GT(picture.at(width / 4 * 3, lowest).alpha, 0) << frames << " frames";
-        EXPECT_EQ(picture.at(width / 4 * 3, lowest + 1).alpha, 0);
-        EXPECT_EQ(picture.at(width / 2, lowest).alpha, 0);
-        EXPECT_EQ(picture.at(width / 4 * 3, height / 2 - 3).alpha, 0) << "the upper half is empty";
+        EXPECT_GT(image.at(width / 4 * 3, lowest).alpha, 0) << frames << " frames";
+        EXPECT_EQ(image.at(width / 4 * 3, lowest + 1).alpha, 0);
+        EXPECT_EQ(image.at(width / 2, lowest).alpha, 0);
+        EXPECT_EQ(image.at(width / 4 * 3, height / 2 - 3).alpha, 0) << "the upper half is empty";
     }
 }
 
@@ -125,8 +125,8 @@ TEST(Spectrogram, ASineLiesInTheRowOfItsFrequencyWithItsPower)
         const double row = std::log2(frequency / Spectrogram::lowestFrequency) / octaves *
                            static_cast<double>(Spectrogram::rowCount);
         // The lowest rows are narrower than the transform's bins.
-        Picture picture = spectrogram.draw(width, 2.0);
-        EXPECT_NEAR(static_cast<double>(brightestRow(picture, width / 2)), row - 0.5, 2.0) << frequency;
+        Image image = spectrogram.draw(width, 2.0);
+        EXPECT_NEAR(static_cast<double>(brightestRow(image, width / 2)), row - 0.5, 2.0) << frequency;
     }
 }
 
@@ -142,14 +142,14 @@ TEST(Spectrogram, SoundIsSeenWhenItIsHeardHoweverLongTheTrack)
         Spectrogram spectrogram(rate);
         feedInBlocks(spectrogram, stereo, 50000);
         spectrogram.finish();
-        Picture picture = spectrogram.draw(width, spectrogram.peakPower());
-        const std::size_t row = Spectrogram::rowCount - 1 - brightestRow(picture, width * 11 / 16);
+        Image image = spectrogram.draw(width, spectrogram.peakPower());
+        const std::size_t row = Spectrogram::rowCount - 1 - brightestRow(image, width * 11 / 16);
         // In the row of the sine: dark before and after, but for the window's width on both sides.
         constexpr std::size_t margin = width / 40;
-        EXPECT_GT(picture.at(width * 5 / 8 + margin, row).red, 200) << seconds << " s";
-        EXPECT_GT(picture.at(width * 6 / 8 - margin, row).red, 200);
-        EXPECT_LT(picture.at(width * 5 / 8 - margin, row).red, 20);
-        EXPECT_LT(picture.at(width * 6 / 8 + margin, row).red, 20);
+        EXPECT_GT(image.at(width * 5 / 8 + margin, row).red, 200) << seconds << " s";
+        EXPECT_GT(image.at(width * 6 / 8 - margin, row).red, 200);
+        EXPECT_LT(image.at(width * 5 / 8 - margin, row).red, 20);
+        EXPECT_LT(image.at(width * 6 / 8 + margin, row).red, 20);
     }
 }
 

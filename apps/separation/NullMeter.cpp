@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "separation/NullTest.h"
+#include "separation/NullMeter.h"
 
 #include <algorithm>
 #include <cmath>
@@ -11,12 +11,12 @@
 namespace tonwerk::app
 {
 
-void NullTest::feed(std::span<const float> input)
+void NullMeter::feed(std::span<const float> input)
 {
     pending.insert(pending.end(), input.begin(), input.end());
 }
 
-void NullTest::compare(const std::vector<std::vector<float>>& stems)
+void NullMeter::compare(const std::vector<std::vector<float>>& stems)
 {
     constexpr std::size_t addends = modelStemCount + 1;
     const std::size_t count = std::min(pending.size(), stems.front().size());

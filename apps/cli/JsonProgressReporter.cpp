@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "cli/JsonAnnouncer.h"
+#include "cli/JsonProgressReporter.h"
 
 #include <cmath>
 #include <cstdio>
@@ -13,12 +13,12 @@ namespace tonwerk::app
 
 using Json = nlohmann::ordered_json;
 
-void JsonAnnouncer::begin(std::size_t songs)
+void JsonProgressReporter::begin(std::size_t songs)
 {
     print({{"event", "begin"}, {"version", TONWERK_VERSION}, {"songs", songs}});
 }
 
-void JsonAnnouncer::progress(const SongEntry& song, double fraction, double audioSeconds)
+void JsonProgressReporter::progress(const SongEntry& song, double fraction, double audioSeconds)
 {
     print({{"event", "progress"},
            {"song", toText(song.path)},
@@ -26,7 +26,7 @@ void JsonAnnouncer::progress(const SongEntry& song, double fraction, double audi
            {"seconds", audioSeconds}});
 }
 
-void JsonAnnouncer::done(const SongEntry& song, const SongSummary& summary)
+void JsonProgressReporter::done(const SongEntry& song, const SongSummary& summary)
 {
     print({{"event", "done"},
            {"song", toText(song.path)},
@@ -39,22 +39,22 @@ void JsonAnnouncer::done(const SongEntry& song, const SongSummary& summary)
            {"non_finite_samples", summary.nonFiniteSamples}});
 }
 
-void JsonAnnouncer::skipped(const SongEntry& song)
+void JsonProgressReporter::skipped(const SongEntry& song)
 {
     print({{"event", "skipped"}, {"song", toText(song.path)}, {"folder", toText(song.folder)}});
 }
 
-void JsonAnnouncer::failed(const std::string& input, const std::string& sentence)
+void JsonProgressReporter::failed(const std::string& input, const std::string& sentence)
 {
     print({{"event", "failed"}, {"song", input}, {"reason", sentence}});
 }
 
-void JsonAnnouncer::end(const BatchCounts& counts)
+void JsonProgressReporter::end(const BatchCounts& counts)
 {
     print({{"event", "end"}, {"done", counts.done}, {"failed", counts.failed}, {"skipped", counts.skipped}});
 }
 
-void JsonAnnouncer::print(const Json& event)
+void JsonProgressReporter::print(const Json& event)
 {
     const std::lock_guard lock(guard);
     const std::string line = event.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "audio/FixedPoint.h"
+#include "audio/PcmEncoder.h"
 
 #include <cmath>
 #include <cstdint>
@@ -11,15 +11,15 @@
 namespace
 {
 
-using tonwerk::app::FixedPoint;
 using tonwerk::app::gainToFit;
+using tonwerk::app::PcmEncoder;
 using tonwerk::app::SampleFormat;
 
 std::vector<int> converted(const std::vector<float>& samples, SampleFormat format, double gain = 1.0)
 {
     const int bytesPerSample = format == SampleFormat::pcm16 ? 2 : 3;
-    FixedPoint fixedPoint(format, gain);
-    const auto bytes = fixedPoint.convert(samples);
+    PcmEncoder encoder(format, gain);
+    const auto bytes = encoder.encode(samples);
     std::vector<int> values;
     for (std::size_t place = 0; place < bytes.size(); place += static_cast<std::size_t>(bytesPerSample))
     {
@@ -32,7 +32,7 @@ std::vector<int> converted(const std::vector<float>& samples, SampleFormat forma
     return values;
 }
 
-TEST(FixedPoint, SamplesOf24BitsAreTheNearestOnes)
+TEST(PcmEncoder, SamplesOf24BitsAreTheNearestOnes)
 {
     const float step = 1.0F / 8388608.0F;
     EXPECT_EQ(converted({0.5F, -1.0F, 0.7F * step, -0.7F * step, 0.0F}, SampleFormat::pcm24),
@@ -41,7 +41,7 @@ TEST(FixedPoint, SamplesOf24BitsAreTheNearestOnes)
               (std::vector<int>{8388607, -8388608, 0}));
 }
 
-TEST(FixedPoint, DitherKeepsTheMeanAndMakesAnErrorThatDoesNotDependOnTheValue)
+TEST(PcmEncoder, DitherKeepsTheMeanAndMakesAnErrorThatDoesNotDependOnTheValue)
 {
     constexpr int count = 200000;
     for (const double value : {0.0625, 0.25, 0.5, 1000.375})
@@ -61,7 +61,7 @@ TEST(FixedPoint, DitherKeepsTheMeanAndMakesAnErrorThatDoesNotDependOnTheValue)
     EXPECT_EQ(converted({0.0F, 0.0F, 0.0F}, SampleFormat::pcm16), (std::vector<int>{0, 0, 0})) << "silence";
 }
 
-TEST(FixedPoint, TheGainKeepsThePeakFromClippingAndIsNoSmallerThanItMustBe)
+TEST(PcmEncoder, TheGainKeepsThePeakFromClippingAndIsNoSmallerThanItMustBe)
 {
     EXPECT_EQ(gainToFit(0.99, SampleFormat::pcm16), 1.0);
     EXPECT_EQ(gainToFit(7.0, SampleFormat::float32), 1.0);

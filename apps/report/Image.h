@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#ifndef TONWERK_APPS_REPORT_PICTURE_H
-#define TONWERK_APPS_REPORT_PICTURE_H
+#ifndef TONWERK_APPS_REPORT_IMAGE_H
+#define TONWERK_APPS_REPORT_IMAGE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -19,11 +19,11 @@ struct Color
     std::uint8_t alpha;
 };
 
-/// A picture of pixels in rows from the top, transparent at first.
-class Picture
+/// An image of pixels in rows from the top, transparent at first.
+class Image
 {
 public:
-    Picture(std::size_t width, std::size_t height) : columns(width), rows(height), pixels(width * height) {}
+    Image(std::size_t width, std::size_t height) : columns(width), rows(height), pixels(width * height) {}
 
     std::size_t width() const { return columns; }
     std::size_t height() const { return rows; }
@@ -31,7 +31,7 @@ public:
     /// The pixel in a column from the left and a row from the top.
     Color& at(std::size_t column, std::size_t row) { return pixels[row * columns + column]; }
 
-    /// The picture as a URI that holds all of it: a PNG in Base64.
+    /// The image as a URI that holds all of it: a PNG in Base64.
     /// \throws std::bad_alloc if there is not enough memory
     std::string dataUri() const;
 
@@ -43,4 +43,4 @@ private:
 
 } // namespace tonwerk::app
 
-#endif // TONWERK_APPS_REPORT_PICTURE_H
+#endif // TONWERK_APPS_REPORT_IMAGE_H

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#ifndef TONWERK_APPS_BATCH_ANNOUNCER_H
-#define TONWERK_APPS_BATCH_ANNOUNCER_H
+#ifndef TONWERK_APPS_BATCH_PROGRESSREPORTER_H
+#define TONWERK_APPS_BATCH_PROGRESSREPORTER_H
 
 #include <cstddef>
 #include <string>
@@ -20,14 +20,14 @@ struct BatchCounts
 };
 
 /// Tells the user what happens. Several threads may call at once.
-class Announcer
+class ProgressReporter
 {
 public:
-    Announcer() = default;
-    virtual ~Announcer() = default;
+    ProgressReporter() = default;
+    virtual ~ProgressReporter() = default;
 
-    Announcer(const Announcer&) = delete;
-    Announcer& operator=(const Announcer&) = delete;
+    ProgressReporter(const ProgressReporter&) = delete;
+    ProgressReporter& operator=(const ProgressReporter&) = delete;
 
     /// So many songs are going to be separated.
     virtual void begin(std::size_t songs) = 0;
@@ -52,4 +52,4 @@ public:
 
 } // namespace tonwerk::app
 
-#endif // TONWERK_APPS_BATCH_ANNOUNCER_H
+#endif // TONWERK_APPS_BATCH_PROGRESSREPORTER_H

@@ -1,19 +1,19 @@
 // SPDX-License-Identifier: MIT
-#ifndef TONWERK_APPS_CLI_JSONANNOUNCER_H
-#define TONWERK_APPS_CLI_JSONANNOUNCER_H
+#ifndef TONWERK_APPS_CLI_JSONPROGRESSREPORTER_H
+#define TONWERK_APPS_CLI_JSONPROGRESSREPORTER_H
 
 #include <mutex>
 
 #include <nlohmann/json_fwd.hpp>
 
-#include "batch/Announcer.h"
+#include "batch/ProgressReporter.h"
 
 namespace tonwerk::app
 {
 
 /// Tells what happens as one JSON object per line on standard error, for programs; docs/separate.md has the
 /// fields.
-class JsonAnnouncer : public Announcer
+class JsonProgressReporter : public ProgressReporter
 {
 public:
     void begin(std::size_t songs) override;
@@ -31,4 +31,4 @@ private:
 
 } // namespace tonwerk::app
 
-#endif // TONWERK_APPS_CLI_JSONANNOUNCER_H
+#endif // TONWERK_APPS_CLI_JSONPROGRESSREPORTER_H

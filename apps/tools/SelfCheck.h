@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-#ifndef TONWERK_APPS_TOOLS_SELFTEST_H
-#define TONWERK_APPS_TOOLS_SELFTEST_H
+#ifndef TONWERK_APPS_TOOLS_SELFCHECK_H
+#define TONWERK_APPS_TOOLS_SELFCHECK_H
 
 namespace tonwerk::app
 {
 
 /// What the library made of a signal whose stems are known.
-struct SelfTestResult
+struct SelfCheckResult
 {
     double audioSeconds;
     double processingSeconds;
@@ -19,8 +19,8 @@ struct SelfTestResult
 /// Separates some seconds of tones with a network that is part of the program and gives each stem a fixed
 /// part of its input.
 /// \throws std::exception as the library does
-SelfTestResult runSelfTest();
+SelfCheckResult runSelfCheck();
 
 } // namespace tonwerk::app
 
-#endif // TONWERK_APPS_TOOLS_SELFTEST_H
+#endif // TONWERK_APPS_TOOLS_SELFCHECK_H

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "audio/FixedPoint.h"
+#include "audio/PcmEncoder.h"
 
 #include <algorithm>
 #include <cmath>
@@ -53,12 +53,12 @@ double gainToFit(double peak, SampleFormat format)
     return peak > highest ? highest / peak : 1.0;
 }
 
-FixedPoint::FixedPoint(SampleFormat format, double gain)
+PcmEncoder::PcmEncoder(SampleFormat format, double gain)
     : bits(bitsOf(format)), factor(gain * fullScale(bits))
 {
 }
 
-std::span<const std::uint8_t> FixedPoint::convert(std::span<const float> samples)
+std::span<const std::uint8_t> PcmEncoder::encode(std::span<const float> samples)
 {
     const double highest = fullScale(bits) - 1.0;
     bytes.clear();
@@ -75,7 +75,7 @@ std::span<const std::uint8_t> FixedPoint::convert(std::span<const float> samples
 }
 
 /// The sum of two uniform numbers, in steps: from -1 to 1.
-double FixedPoint::dither()
+double PcmEncoder::dither()
 {
     constexpr double range = static_cast<double>(std::minstd_rand::max());
     const double first = static_cast<double>(noise()) / range;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "report/Picture.h"
+#include "report/Image.h"
 
 #include <new>
 #include <string_view>
@@ -40,7 +40,7 @@ void append(void* png, void* bytes, int size)
 
 } // namespace
 
-std::string Picture::dataUri() const
+std::string Image::dataUri() const
 {
     std::string png;
     if (stbi_write_png_to_func(append, &png, static_cast<int>(columns), static_cast<int>(rows), bytesPerPixel,

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#ifndef TONWERK_APPS_SEPARATION_NULLTEST_H
-#define TONWERK_APPS_SEPARATION_NULLTEST_H
+#ifndef TONWERK_APPS_SEPARATION_NULLMETER_H
+#define TONWERK_APPS_SEPARATION_NULLMETER_H
 
 #include <cstdint>
 #include <span>
@@ -11,7 +11,7 @@ namespace tonwerk::app
 
 /// Checks that the stems add up to the song: six model stems plus residual minus input, sample by sample.
 /// Keeps the input only until its stems are back, so it takes as much memory for an hour as for a minute.
-class NullTest
+class NullMeter
 {
 public:
     /// Takes the next samples of the input, in the order in which the library gets them.
@@ -35,4 +35,4 @@ private:
 
 } // namespace tonwerk::app
 
-#endif // TONWERK_APPS_SEPARATION_NULLTEST_H
+#endif // TONWERK_APPS_SEPARATION_NULLMETER_H

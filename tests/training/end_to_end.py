@@ -1,10 +1,10 @@
 #!/usr/bin/python3
 # SPDX-License-Identifier: MIT
-"""The whole road from nothing to stems, as training/README.md has it, at the smallest size: a few chunks of songs,
+"""End to end, from nothing to stems, as training/README.md has it, at the smallest size: a few chunks of songs,
 twenty steps, a model, a separation. Also that a run that is stopped and resumed ends where an undisturbed one does,
 and that one whose checkpoint finds no room keeps the former.
 
-usage: whole_road.py TRAINING_FOLDER TONWERK_SEPARATE
+usage: end_to_end.py TRAINING_FOLDER TONWERK_SEPARATE
 """
 
 import resource

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#ifndef TONWERK_APPS_AUDIO_FIXEDPOINT_H
-#define TONWERK_APPS_AUDIO_FIXEDPOINT_H
+#ifndef TONWERK_APPS_AUDIO_PCMENCODER_H
+#define TONWERK_APPS_AUDIO_PCMENCODER_H
 
 #include <cstddef>
 #include <cstdint>
@@ -30,16 +30,16 @@ double gainToFit(double peak, SampleFormat format);
 /// Makes fixed-point samples. Samples of 16 bits get dither with a triangular distribution of 2 LSB from end
 /// to end (TPDF), which turns the error of rounding into noise that does not depend on the music (Lipshitz,
 /// Wannamaker and Vanderkooy 1992); exact zeros stay zeros. The noise is the same in every run.
-class FixedPoint
+class PcmEncoder
 {
 public:
     /// \param format pcm16 or pcm24
     /// \param gain factor for all samples
-    FixedPoint(SampleFormat format, double gain);
+    PcmEncoder(SampleFormat format, double gain);
 
     /// What is not finite becomes zero; what is beyond full scale clips.
     /// \return the samples, little-endian, valid until the next call
-    std::span<const std::uint8_t> convert(std::span<const float> samples);
+    std::span<const std::uint8_t> encode(std::span<const float> samples);
 
 private:
     double dither();
@@ -52,4 +52,4 @@ private:
 
 } // namespace tonwerk::app
 
-#endif // TONWERK_APPS_AUDIO_FIXEDPOINT_H
+#endif // TONWERK_APPS_AUDIO_PCMENCODER_H

@@ -1,25 +1,25 @@
 // SPDX-License-Identifier: MIT
-#ifndef TONWERK_APPS_CLI_TEXTANNOUNCER_H
-#define TONWERK_APPS_CLI_TEXTANNOUNCER_H
+#ifndef TONWERK_APPS_CLI_TEXTPROGRESSREPORTER_H
+#define TONWERK_APPS_CLI_TEXTPROGRESSREPORTER_H
 
 #include <cstdio>
 #include <map>
 #include <mutex>
 #include <optional>
 
-#include "batch/Announcer.h"
+#include "batch/ProgressReporter.h"
 #include "cli/ProgressDisplay.h"
 
 namespace tonwerk::app
 {
 
-/// Tells in words and lines what happens: progress and complaints on standard error, a line per song that is
+/// Tells in words and lines what happens: progress and errors on standard error, a line per song that is
 /// done on `output`.
-class TextAnnouncer : public Announcer
+class TextProgressReporter : public ProgressReporter
 {
 public:
     /// \param output not owned
-    explicit TextAnnouncer(std::FILE* output) : lines(output) {}
+    explicit TextProgressReporter(std::FILE* output) : lines(output) {}
 
     void begin(std::size_t songs) override;
     void progress(const SongEntry& song, double fraction, double audioSeconds) override;
@@ -49,4 +49,4 @@ private:
 
 } // namespace tonwerk::app
 
-#endif // TONWERK_APPS_CLI_TEXTANNOUNCER_H
+#endif // TONWERK_APPS_CLI_TEXTPROGRESSREPORTER_H

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tools/SelfTest.h"
+#include "tools/SelfCheck.h"
 
 #include <algorithm>
 #include <array>
@@ -14,9 +14,9 @@
 
 #include <tonwerk/StreamFeeder.h>
 
-#include "separation/NullTest.h"
+#include "separation/NullMeter.h"
 #include "separation/Stems.h"
-#include "tools/SelfTestModel.h"
+#include "tools/SelfCheckModel.h"
 
 namespace tonwerk::app
 {
@@ -64,9 +64,9 @@ double stemErrorOf(const StreamFeeder::Stems& stems, const std::vector<float>& i
 
 } // namespace
 
-SelfTestResult runSelfTest()
+SelfCheckResult runSelfCheck()
 {
-    const std::string_view model = selfTestModel();
+    const std::string_view model = selfCheckModel();
     const std::vector<float> input = tones();
     StreamFeeder feeder(std::make_shared<InferenceContext>(ModelData{model.data(), model.size(), ""}),
                         processorConfig(StemSet().set()));
@@ -75,13 +75,13 @@ SelfTestResult runSelfTest()
     const StreamFeeder::Stems rest = feeder.finish();
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
 
-    NullTest nullTest;
-    nullTest.feed(input);
-    nullTest.compare(stems);
-    nullTest.compare(rest);
+    NullMeter nullMeter;
+    nullMeter.feed(input);
+    nullMeter.compare(stems);
+    nullMeter.compare(rest);
     const std::size_t boundary = stems.front().size();
     return {static_cast<double>(frames) / sampleRate, taken.count(),
-            std::max(stemErrorOf(stems, input, 0), stemErrorOf(rest, input, boundary)), nullTest.peak()};
+            std::max(stemErrorOf(stems, input, 0), stemErrorOf(rest, input, boundary)), nullMeter.peak()};
 }
 
 } // namespace tonwerk::app
