@@ -6,8 +6,8 @@
 #include <string>
 
 #include "batch/Batch.h"
+#include "cli/CommandLine.h"
 #include "cli/JsonProgressReporter.h"
-#include "cli/Options.h"
 #include "cli/TextProgressReporter.h"
 #include "separation/LibraryLog.h"
 #include "system/Failure.h"
@@ -28,25 +28,25 @@ enum ExitCode
     interrupted = 130
 };
 
-std::unique_ptr<ProgressReporter> makeReporter(const Options& options, std::FILE* output)
+std::unique_ptr<ProgressReporter> makeReporter(const CommandLine& commandLine, std::FILE* output)
 {
-    if (options.jsonProgress)
+    if (commandLine.jsonProgress)
         return std::make_unique<JsonProgressReporter>();
-    return std::make_unique<TextProgressReporter>(options.raw ? stderr : output);
+    return std::make_unique<TextProgressReporter>(commandLine.job.raw ? stderr : output);
 }
 
 int runProgram(int argc, char** argv)
 {
-    const auto options = readOptions(argc, argv);
-    if (!options)
+    const auto commandLine = readCommandLine(argc, argv);
+    if (!commandLine)
         return done;
     const platform::DivertedOutput streams = platform::divertStandardOutput();
     if (streams.log == nullptr)
         throw Failure(
             "The folder for temporary files cannot be written to (TMPDIR, on Windows TEMP, names it).");
     LibraryLog log(streams.log);
-    const auto reporter = makeReporter(*options, streams.output);
-    return Batch(*options, *reporter, log, streams.output).run().failed > 0 ? failed : done;
+    const auto reporter = makeReporter(*commandLine, streams.output);
+    return Batch(commandLine->job, *reporter, log, streams.output).run().failed > 0 ? failed : done;
 }
 
 int printError(const std::string& sentence, ExitCode code)

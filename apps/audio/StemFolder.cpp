@@ -32,13 +32,12 @@ StemFolder::MadeFolders::~MadeFolders()
         std::filesystem::remove(path, notEmpty);
 }
 
-StemFolder::StemFolder(std::filesystem::path path, const std::vector<Track>& tracks, unsigned channels,
+StemFolder::StemFolder(std::filesystem::path path, const std::vector<std::string>& names, unsigned channels,
                        unsigned sampleRate)
     : folder(std::move(path)), madeFolders(folder)
 {
-    for (const Track& track : tracks)
-        writers.push_back(
-            std::make_unique<StemWriter>(folder / toPath(track.name + ".wav"), channels, sampleRate));
+    for (const std::string& name : names)
+        writers.push_back(std::make_unique<StemWriter>(folder / toPath(name + ".wav"), channels, sampleRate));
 }
 
 StemFolder::~StemFolder() = default;

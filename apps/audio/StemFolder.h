@@ -4,12 +4,12 @@
 
 #include <filesystem>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "audio/PcmEncoder.h"
 #include "audio/StemSink.h"
 #include "audio/StemWriter.h"
-#include "separation/Tracks.h"
 
 namespace tonwerk::app
 {
@@ -20,8 +20,9 @@ class StemFolder : public StemSink
 {
 public:
     /// Makes the folder, as far as it does not exist, and empty files of temporary names in it.
+    /// \param names of the files, without extension
     /// \throws Failure if a folder or file cannot be made
-    StemFolder(std::filesystem::path path, const std::vector<Track>& tracks, unsigned channels,
+    StemFolder(std::filesystem::path path, const std::vector<std::string>& names, unsigned channels,
                unsigned sampleRate);
     ~StemFolder() override;
 

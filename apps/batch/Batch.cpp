@@ -18,8 +18,8 @@
 namespace tonwerk::app
 {
 
-Batch::Batch(const Options& options, ProgressReporter& reporter, LibraryLog& log, std::FILE* output)
-    : options(options), reporter(reporter), log(log), output(output)
+Batch::Batch(const Job& job, ProgressReporter& reporter, LibraryLog& log, std::FILE* output)
+    : job(job), reporter(reporter), log(log), output(output)
 {
 }
 
@@ -35,9 +35,9 @@ BatchCounts Batch::run()
     }
     else
     {
-        std::vector<std::jthread> jobs; // end before anything else goes on
+        std::vector<std::jthread> workers; // end before anything else goes on
         for (const auto& context : models)
-            jobs.emplace_back([this, context, &songs] { work(context, songs); });
+            workers.emplace_back([this, context, &songs] { work(context, songs); });
     }
     reporter.end(counts);
     if (platform::interruptRequested())
@@ -47,28 +47,28 @@ BatchCounts Batch::run()
 
 std::vector<SongEntry> Batch::findAll()
 {
-    SongList list = findSongs(options.inputs, options.outputFolder);
-    if (options.raw && list.songs.size() + list.errors.size() != 1)
+    SongList list = findSongs(job.inputs, job.outputFolder);
+    if (job.raw && list.songs.size() + list.errors.size() != 1)
         throw UsageError("--raw takes exactly one song.");
     for (const InputError& error : list.errors)
         countFailure(error.input, error.message);
-    return shardOf(list.songs, options.shard, options.shardCount);
+    return shardOf(list.songs, job.shard, job.shardCount);
 }
 
 std::vector<SongEntry> Batch::withoutDone(const std::vector<SongEntry>& songs)
 {
     if (songs.empty())
         return {};
-    model.name = toText(options.model.filename());
+    model.name = toText(job.model.filename());
     std::error_code failure;
-    if (std::filesystem::is_regular_file(options.model, failure)) // otherwise loading tells what is wrong
-        model.sha256 = sha256OfFile(options.model);
+    if (std::filesystem::is_regular_file(job.model, failure)) // otherwise loading tells what is wrong
+        model.sha256 = sha256OfFile(job.model);
     std::vector<SongEntry> left;
     for (const SongEntry& song : songs)
     {
         if (platform::interruptRequested())
             throw Interrupted();
-        if (!options.resume || !isDoneBefore(song))
+        if (!job.resume || !isDoneBefore(song))
         {
             left.push_back(song);
             continue;
@@ -85,15 +85,15 @@ bool Batch::isDoneBefore(const SongEntry& song) const
     if (song.isStandardInput || !std::filesystem::exists(song.folder / receiptName, failure) ||
         !std::filesystem::is_regular_file(song.path, failure))
         return false;
-    return isDone(song.folder, {sha256OfFile(song.path), model.sha256}, options);
+    return isDone(song.folder, {sha256OfFile(song.path), model.sha256}, job.output);
 }
 
 /// One after another, before any of them is used, as the library wants it.
 void Batch::loadModels(std::size_t songs)
 {
-    const std::size_t count = jobCount(songs);
+    const std::size_t count = workerCount(songs);
     while (models.size() < count)
-        models.push_back(loadModel(options.model, options.key));
+        models.push_back(loadModel(job.model, job.key));
     if (models.empty())
         return; // nothing to do, and the runtime is not loaded
     model.providers = offeredProviders();
@@ -101,24 +101,24 @@ void Batch::loadModels(std::size_t songs)
         model.log.push_back(std::move(record.text));
 }
 
-std::size_t Batch::jobCount(std::size_t songs) const
+std::size_t Batch::workerCount(std::size_t songs) const
 {
-    std::size_t jobs = std::min<std::size_t>(options.jobs, songs);
+    std::size_t workers = std::min<std::size_t>(job.workers, songs);
     std::error_code failure;
-    const std::uintmax_t modelSize = std::filesystem::file_size(options.model, failure);
-    if (options.memory && !failure)
+    const std::uintmax_t modelSize = std::filesystem::file_size(job.model, failure);
+    if (job.memory && !failure)
     {
         // A stream, the runtime's working memory, and the model as the runtime keeps it.
-        const std::uintmax_t perJob = 500'000'000 + 3 * modelSize;
-        jobs = std::min<std::size_t>(jobs, static_cast<std::size_t>(*options.memory / perJob));
-        jobs = std::max<std::size_t>(jobs, songs > 0 ? 1 : 0);
+        const std::uintmax_t perWorker = 500'000'000 + 3 * modelSize;
+        workers = std::min<std::size_t>(workers, static_cast<std::size_t>(*job.memory / perWorker));
+        workers = std::max<std::size_t>(workers, songs > 0 ? 1 : 0);
     }
-    return jobs;
+    return workers;
 }
 
 void Batch::work(std::shared_ptr<InferenceContext> context, const std::vector<SongEntry>& songs)
 {
-    SongSeparator separator(options, std::move(context), model, log, output);
+    SongSeparator separator(job, std::move(context), model, log, output);
     while (!platform::interruptRequested())
     {
         const std::size_t song = nextSong++;

@@ -11,26 +11,26 @@
 
 #include <tonwerk/TonwerkProc.h>
 
+#include "batch/Job.h"
 #include "batch/ProgressReporter.h"
 #include "batch/Receipt.h"
 #include "batch/SongList.h"
 #include "batch/SongSeparator.h"
-#include "cli/Options.h"
 #include "separation/LibraryLog.h"
 
 namespace tonwerk::app
 {
 
-/// Separates all songs of a command line.
+/// Separates all songs of a job.
 ///
-/// Jobs are threads, each with a model of its own: a model's users must take turns, and separating is little
-/// else than running the model.
+/// Workers are threads, each with its own copy of the model: users of one copy must take turns, and nearly
+/// all of the work is running the model.
 class Batch
 {
 public:
     /// All references must outlive this object.
     /// \param output where raw stems go; not owned
-    Batch(const Options& options, ProgressReporter& reporter, LibraryLog& log, std::FILE* output);
+    Batch(const Job& job, ProgressReporter& reporter, LibraryLog& log, std::FILE* output);
 
     /// Separates the songs, and goes on with the next when one fails.
     /// \throws Failure if the model cannot be used
@@ -42,12 +42,12 @@ private:
     std::vector<SongEntry> withoutDone(const std::vector<SongEntry>& songs);
     bool isDoneBefore(const SongEntry& song) const;
     void loadModels(std::size_t songs);
-    std::size_t jobCount(std::size_t songs) const;
+    std::size_t workerCount(std::size_t songs) const;
     void work(std::shared_ptr<InferenceContext> context, const std::vector<SongEntry>& songs);
     void separate(SongSeparator& separator, const SongEntry& song);
     void countFailure(const std::string& input, const std::string& sentence);
 
-    const Options& options;
+    const Job& job;
     ProgressReporter& reporter;
     LibraryLog& log;
     std::FILE* output;

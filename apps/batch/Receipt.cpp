@@ -35,14 +35,14 @@ Json gainsOf(const Track& track)
     return gains;
 }
 
-/// Everything of the command line that shows in the files.
-Json describe(const Options& options)
+/// Everything that shows in the files.
+Json describe(const OutputSettings& settings)
 {
-    Json description{{"format", nameOf(options.format)},
+    Json description{{"format", nameOf(settings.format)},
                      {"stems", Json::array()},
                      {"mixtures", Json::object()},
-                     {"report", options.report}};
-    for (const Track& track : options.tracks)
+                     {"report", settings.report}};
+    for (const Track& track : settings.tracks)
     {
         if (track.stem)
             description["stems"].push_back(track.name);
@@ -79,27 +79,27 @@ std::string textAt(const Json& receipt, const char* place)
 
 } // namespace
 
-bool isDone(const std::filesystem::path& folder, const ReceiptKey& key, const Options& options)
+bool isDone(const std::filesystem::path& folder, const ReceiptKey& key, const OutputSettings& settings)
 {
     const Json receipt = readReceipt(folder / receiptName);
     if (!receipt.is_object() || textAt(receipt, "/input/sha256") != key.songSha256 ||
         textAt(receipt, "/model/sha256") != key.modelSha256 ||
-        receipt.value("options", Json()) != describe(options))
+        receipt.value("options", Json()) != describe(settings))
         return false;
     std::error_code failure;
-    for (const Track& track : options.tracks)
+    for (const Track& track : settings.tracks)
         if (!std::filesystem::exists(folder / toPath(track.name + ".wav"), failure))
             return false;
-    return !options.report || std::filesystem::exists(folder / "report.html", failure);
+    return !settings.report || std::filesystem::exists(folder / "report.html", failure);
 }
 
-void writeReceipt(const ReceiptFacts& facts, const Options& options)
+void writeReceipt(const ReceiptFacts& facts, const OutputSettings& settings)
 {
     const SeparationResult& result = facts.result;
     Json tracks = Json::object();
-    for (std::size_t track = 0; track < options.tracks.size(); ++track)
-        tracks[options.tracks[track].name] =
-            describe(result.meters.at(track), options.tracks[track], facts.gain);
+    for (std::size_t track = 0; track < settings.tracks.size(); ++track)
+        tracks[settings.tracks[track].name] =
+            describe(facts.meters.of(track), settings.tracks[track], facts.gain);
     const Json receipt{{"program", "tonwerk-separate"},
                        {"version", TONWERK_VERSION},
                        {"input",
@@ -111,7 +111,7 @@ void writeReceipt(const ReceiptFacts& facts, const Options& options)
                          {"seconds", result.audioSeconds},
                          {"non_finite_samples", result.nonFiniteSamples}}},
                        {"model", {{"file", facts.model.name}, {"sha256", facts.model.sha256}}},
-                       {"options", describe(options)},
+                       {"options", describe(settings)},
                        {"runtime_providers", facts.model.providers},
                        {"library_log", {{"loading", facts.model.log}, {"separating", result.log}}},
                        {"processing_seconds", result.processingSeconds},

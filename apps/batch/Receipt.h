@@ -9,8 +9,9 @@
 #include <nlohmann/json_fwd.hpp>
 
 #include "audio/SongSource.h"
+#include "batch/Job.h"
 #include "batch/SongList.h"
-#include "cli/Options.h"
+#include "batch/TrackMeters.h"
 #include "separation/Separation.h"
 
 namespace tonwerk::app
@@ -35,8 +36,8 @@ struct ReceiptKey
     std::string modelSha256;
 };
 
-/// Whether the folder has a receipt for this song, model and options, and all files that it tells of.
-bool isDone(const std::filesystem::path& folder, const ReceiptKey& key, const Options& options);
+/// Whether the folder has a receipt for this song, model and settings, and all files that it tells of.
+bool isDone(const std::filesystem::path& folder, const ReceiptKey& key, const OutputSettings& settings);
 
 /// All that a receipt tells.
 struct ReceiptFacts
@@ -46,13 +47,14 @@ struct ReceiptFacts
     const ReceiptKey& key;
     const ModelFacts& model;
     const SeparationResult& result;
+    const TrackMeters& meters;
     /// Factor of the samples in fixed-point files.
     double gain;
 };
 
 /// Writes the receipt into the song's folder.
 /// \throws Failure if it cannot be written
-void writeReceipt(const ReceiptFacts& facts, const Options& options);
+void writeReceipt(const ReceiptFacts& facts, const OutputSettings& settings);
 
 } // namespace tonwerk::app
 

@@ -8,9 +8,9 @@
 
 #include <tonwerk/TonwerkProc.h>
 
+#include "batch/Job.h"
 #include "batch/Receipt.h"
 #include "batch/SongList.h"
-#include "cli/Options.h"
 #include "separation/LibraryLog.h"
 #include "separation/Separation.h"
 
@@ -35,7 +35,7 @@ class SongSeparator
 public:
     /// All references must outlive this object.
     /// \param output where raw stems go; not owned
-    SongSeparator(const Options& options, std::shared_ptr<InferenceContext> context, const ModelFacts& model,
+    SongSeparator(const Job& job, std::shared_ptr<InferenceContext> context, const ModelFacts& model,
                   LibraryLog& log, std::FILE* output);
 
     /// Separates a song and keeps its files.
@@ -48,9 +48,8 @@ private:
     SongSummary separateToOutput(SongSource& song, const Separation::Progress& progress);
     SongSummary separateToFolder(const SongEntry& entry, SongSource& song,
                                  const Separation::Progress& progress);
-    double commonGain(const SeparationResult& result) const;
 
-    const Options& options;
+    const Job& job;
     std::shared_ptr<InferenceContext> context;
     const ModelFacts& model;
     LibraryLog& log;

@@ -69,7 +69,7 @@ SongReport::SongReport(const StemSet& wanted, unsigned sampleRate) : rate(sample
             stems.try_emplace(stem, sampleRate);
 }
 
-void SongReport::feedStems(const std::vector<std::vector<float>>& results)
+void SongReport::observeStems(const std::vector<std::vector<float>>& results)
 {
     for (auto& [stem, track] : stems)
         track.feed(results.at(stem));

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "report/TrackImages.h"
+#include "separation/SeparationObserver.h"
 #include "separation/Stems.h"
 
 namespace tonwerk::app
@@ -34,17 +35,14 @@ struct SongFacts
 
 /// Makes the report page of a song: watches the song and its stems stream by, and draws them at the end.
 /// Takes as much memory for a long song as for a short one.
-class SongReport
+class SongReport : public SeparationObserver
 {
 public:
     /// \param wanted the stems that are written to files, which are those that the report shows
     SongReport(const StemSet& wanted, unsigned sampleRate);
 
-    /// Takes the next interleaved stereo samples of the song.
-    void feedSong(std::span<const float> stereo) { song.feed(stereo); }
-
-    /// Takes the next result of TonwerkProc::process.
-    void feedStems(const std::vector<std::vector<float>>& results);
+    void observeSong(std::span<const float> stereo) override { song.feed(stereo); }
+    void observeStems(const std::vector<std::vector<float>>& results) override;
 
     /// Writes the page, to be called once, after all has been fed. An older file of that name is replaced.
     /// \param path the page's file, in the folder of the stems

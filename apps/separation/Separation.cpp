@@ -38,10 +38,10 @@ StemStream::Stems separated(Separate separate)
 } // namespace
 
 Separation::Separation(std::shared_ptr<InferenceContext> model, SongSource& song,
-                       const std::vector<Track>& tracks, StemSink& sink, LibraryLog& log, SongReport* report)
+                       const std::vector<Track>& tracks, StemSink& sink, LibraryLog& log,
+                       std::vector<SeparationObserver*> observers)
     : stream(std::move(model), stemsToAsk(tracks), song.sampleRate()), source(song), sink(sink),
-      libraryLog(log), report(report), mixer(tracks, song.channels()),
-      meters(tracks.size(), TrackMeter(song.channels(), song.sampleRate()))
+      libraryLog(log), observers(std::move(observers)), mixer(tracks, song.channels())
 {
 }
 
@@ -63,8 +63,8 @@ SeparationResult Separation::run(const Progress& progress)
     const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
     // A mono song was counted on both channels.
     const std::uint64_t nonFinite = stream.nonFiniteSamples() * source.channels() / 2;
-    return {framesReturned, seconds(framesReturned), elapsed,          stream.nullPeak(),
-            nonFinite,      std::move(meters),       std::move(logged)};
+    return {framesReturned, seconds(framesReturned), elapsed, stream.nullPeak(),
+            nonFinite,      std::move(logged)};
 }
 
 bool Separation::processBlock()
@@ -73,8 +73,8 @@ bool Separation::processBlock()
     const std::size_t frames = stream.framesUntilResult();
     source.read(frames, block);
     const bool atEnd = block.size() < 2 * frames;
-    if (report)
-        report->feedSong(block);
+    for (SeparationObserver* observer : observers)
+        observer->observeSong(block);
     take(separated([this] { return stream.feed(block); }));
     if (atEnd)
         take(separated([this] { return stream.finish(); }));
@@ -87,11 +87,12 @@ void Separation::take(const StemStream::Stems& stems)
     if (stems.empty() || stems.front().empty())
         return;
     const auto& tracks = mixer.mix(stems);
-    for (std::size_t track = 0; track < tracks.size(); ++track)
-        meters[track].feed(tracks[track]);
+    for (SeparationObserver* observer : observers)
+    {
+        observer->observeStems(stems);
+        observer->observeTracks(tracks);
+    }
     sink.write(tracks);
-    if (report)
-        report->feedStems(stems);
     framesReturned += stems.front().size() / 2;
 }
 

@@ -10,11 +10,10 @@
 
 #include <tonwerk/TonwerkProc.h>
 
-#include "analysis/TrackMeter.h"
 #include "audio/SongSource.h"
 #include "audio/StemSink.h"
-#include "report/SongReport.h"
 #include "separation/LibraryLog.h"
+#include "separation/SeparationObserver.h"
 #include "separation/StemStream.h"
 #include "separation/Tracks.h"
 
@@ -34,8 +33,6 @@ struct SeparationResult
     double nullPeak;
     /// Samples of the song that were NaN or infinite.
     std::uint64_t nonFiniteSamples;
-    /// Of each track.
-    std::vector<TrackMeter> meters;
     /// What the library logged meanwhile.
     std::vector<std::string> log;
 };
@@ -46,9 +43,9 @@ class Separation
 {
 public:
     /// All references must outlive this object.
-    /// \param report watches the song and its stems, if there is one
+    /// \param observers see the song, its stems and its tracks; not null
     Separation(std::shared_ptr<InferenceContext> model, SongSource& song, const std::vector<Track>& tracks,
-               StemSink& sink, LibraryLog& log, SongReport* report);
+               StemSink& sink, LibraryLog& log, std::vector<SeparationObserver*> observers);
 
     /// Called after every block with the fraction that is done and the seconds of sound that have been worked
     /// on.
@@ -71,9 +68,8 @@ private:
     SongSource& source;
     StemSink& sink;
     LibraryLog& libraryLog;
-    SongReport* report;
+    std::vector<SeparationObserver*> observers;
     TrackMixer mixer;
-    std::vector<TrackMeter> meters;
     std::vector<std::string> logged;
     std::vector<float> block;
     std::uint64_t framesReturned = 0;

@@ -81,6 +81,14 @@ void makeMono(std::vector<float>& samples)
 
 } // namespace
 
+std::vector<std::string> namesOf(const std::vector<Track>& tracks)
+{
+    std::vector<std::string> names;
+    for (const Track& track : tracks)
+        names.push_back(track.name);
+    return names;
+}
+
 std::vector<Track> stemTracks(const StemSet& stems)
 {
     std::vector<Track> tracks;

@@ -27,6 +27,9 @@ struct Track
     StemGains gains{};
 };
 
+/// The names of these tracks, in their order.
+std::vector<std::string> namesOf(const std::vector<Track>& tracks);
+
 /// A track for each of these stems.
 std::vector<Track> stemTracks(const StemSet& stems);
 

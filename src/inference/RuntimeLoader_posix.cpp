@@ -1,4 +1,6 @@
 // SPDX-License-Identifier: MIT
+#include "inference/RuntimeLoader.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -11,8 +13,6 @@
 
 #include <dlfcn.h>
 #include <link.h>
-
-#include "inference/RuntimeLoader.h"
 
 namespace
 {

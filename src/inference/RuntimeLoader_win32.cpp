@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include "inference/RuntimeLoader.h"
+
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
-
-#include "inference/RuntimeLoader.h"
 
 #include <delayimp.h>
 

@@ -2,16 +2,17 @@
 # SPDX-License-Identifier: MIT
 """Checks that the sources include each other in one direction, and other libraries only where they belong.
 
-usage: check_includes.py ROOT        (ROOT holds include/ and src/)
+usage: check_includes.py ROOT        (ROOT holds include/, src/ and apps/)
 
-Data flows from the api to the pipeline, the spectral part and the inference interface, and so do the includes.
+Data flows from the api to the pipeline, the spectral part and the inference interface, and so do the includes. In the
+program they lead from the command line to the batch, the separation, the audio files and the system.
 """
 import re
 import sys
 from collections.abc import Iterable, Iterator
 from pathlib import Path
 
-# For each module, what it may include of our own: a folder of src, or one file.
+# For each module, what it may include of our own: a folder of src or apps, or one file.
 ALLOWED = {
     "include": ["tonwerk/"],
     "src/common": ["common/"],
@@ -23,6 +24,18 @@ ALLOWED = {
         "common/", "api/", "pipeline/", "tonwerk/",
         "inference/IInference.h", "inference/StemFlags.h", "inference/InferenceBackend.h",
     ],
+    "apps/system": ["system/"],
+    "apps/audio": ["audio/", "system/"],
+    "apps/analysis": ["analysis/"],
+    "apps/separation": ["separation/", "audio/", "system/", "tonwerk/", "inference/RuntimeLoader.h"],
+    "apps/report": ["report/", "separation/", "system/", "spectral/"],
+    "apps/batch": ["batch/", "report/", "separation/", "analysis/", "audio/", "system/", "tonwerk/"],
+    "apps/cli": ["cli/", "batch/", "separation/", "audio/", "system/"],
+    "apps/tools": [
+        "tools/", "separation/", "system/", "tonwerk/",
+        "inference/", "api/ModelScrambling.h", "common/Log.h",
+    ],
+    "apps/main.cpp": ["cli/", "batch/", "tools/", "separation/", "system/"],
 }
 
 # Other libraries' headers (a pattern of the included name), and the only files that may include them.
@@ -30,10 +43,14 @@ CONFINED = {
     r"(.*/)?pffft\.h": ["src/spectral/PFFFTTransformer.cpp"],
     r"(.*/)?onnxruntime.*|.*provider_(factory|options)\.h": ["src/inference/OrtApi.h"],
     r"dxgi.*|d3d.*|DirectML\.h": ["src/inference/"],
-    r"windows\.h|delayimp\.h": ["src/inference/"],
-    r"dlfcn\.h": ["src/inference/"],
+    r"windows\.h|dlfcn\.h|link\.h|io\.h|fcntl\.h|unistd\.h": ["src/inference/", "apps/system/"],
+    r"delayimp\.h": ["src/inference/"],
     # The set-up of the one logger needs plog's appender and formatter.
-    r"plog/.*": ["src/common/Log.h", "src/api/LogSetup."],
+    r"plog/.*": ["src/common/Log.h", "src/api/LogSetup.", "apps/tools/LogLines."],
+    r"CLI/CLI\.hpp": ["apps/cli/", "apps/tools/Tools.cpp"],
+    r"miniaudio.*|stb/stb_vorbis.*": ["apps/audio/"],
+    r"stb/stb_image_write.*": ["apps/report/"],
+    r"CDSPResampler.*": ["apps/separation/Resampler.cpp"],
 }
 
 INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*[<"]([^>"]+)[>"]', re.MULTILINE)
@@ -52,7 +69,7 @@ def problems_of(path: Path, root: Path) -> Iterator[str]:
         return
     included = INCLUDE.findall(path.read_text(encoding="utf-8"))
     for header in included:
-        ours = (root / "src" / header).is_file() or (root / "include" / header).is_file()
+        ours = any((root / folder / header).is_file() for folder in ("src", "include", "apps"))
         if ours and not starts_with_one_of(header, ALLOWED[module]):
             yield f"{name} includes {header}, which {module} must not see"
         if not ours and (path.parent / header).is_file():
@@ -60,8 +77,8 @@ def problems_of(path: Path, root: Path) -> Iterator[str]:
         for pattern, places in CONFINED.items():
             if re.fullmatch(pattern, header, re.IGNORECASE) and not starts_with_one_of(name, places):
                 yield f"{name} includes {header}, which belongs to {' and '.join(places)} alone"
-    own = name.removeprefix("src/").removesuffix(".cpp") + ".h"
-    if path.suffix == ".cpp" and (root / "src" / own).is_file() and included[:1] != [own]:
+    own = re.sub(r"(_win32|_posix)?\.cpp$", ".h", name.split("/", 1)[1])
+    if path.suffix == ".cpp" and path.with_name(Path(own).name).is_file() and included[:1] != [own]:
         yield f"{name} does not include its own header {own} first"
 
 
@@ -69,7 +86,7 @@ def main() -> int:
     if len(sys.argv) != 2:
         sys.exit(__doc__)
     root = Path(sys.argv[1])
-    files = [path for top in ("include", "src") for path in sorted((root / top).rglob("*.*"))
+    files = [path for top in ("include", "src", "apps") for path in sorted((root / top).rglob("*.*"))
              if path.suffix in (".h", ".cpp")]
     problems = [problem for path in files for problem in problems_of(path, root)]
     print(*problems, f"{len(files)} files checked, {len(problems)} problems", sep="\n")

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
-#include "cli/Options.h"
+#include "cli/CommandLine.h"
 
 #include <charconv>
 #include <map>
 #include <string_view>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 
@@ -153,17 +154,15 @@ std::vector<Track> chosenTracks(const RawOptions& raw, const StemSet& stems)
 }
 
 /// Reads "i/n".
-void readShard(const std::string& text, Options& options)
+void readShard(const std::string& text, Job& job)
 {
-    options.shard = options.shardCount = 1;
     if (text.empty())
         return;
     const char* const end = text.data() + text.size();
-    const auto [slash, failure] = std::from_chars(text.data(), end, options.shard);
+    const auto [slash, failure] = std::from_chars(text.data(), end, job.shard);
     const bool good = failure == std::errc() && slash != end && *slash == '/';
-    const auto [rest, failureAfter] = std::from_chars(good ? slash + 1 : end, end, options.shardCount);
-    if (!good || failureAfter != std::errc() || rest != end || options.shard < 1 ||
-        options.shard > options.shardCount)
+    const auto [rest, failureAfter] = std::from_chars(good ? slash + 1 : end, end, job.shardCount);
+    if (!good || failureAfter != std::errc() || rest != end || job.shard < 1 || job.shard > job.shardCount)
         throw UsageError("--shard cannot read \"" + text +
                          "\": it takes two numbers as in 2/3, for the second part of three.");
 }
@@ -180,33 +179,34 @@ void checkTogether(const RawOptions& raw, const StemSet& stems)
         throw UsageError("--report shows stems, but there are none to write.");
 }
 
-Options checked(const RawOptions& raw)
+OutputSettings outputSettings(const RawOptions& raw, const StemSet& stems)
+{
+    return {stems, chosenTracks(raw, stems), raw.format, raw.report};
+}
+
+CommandLine checked(const RawOptions& raw)
 {
     const StemSet stems = chosenStems(raw);
     checkTogether(raw, stems);
-    Options options{};
-    options.inputs = raw.songs;
-    options.outputFolder = toPath(raw.outputFolder);
-    options.model = raw.model.empty() ? defaultModel() : toPath(raw.model);
-    options.key = raw.key;
-    options.stems = stems;
-    options.tracks = chosenTracks(raw, stems);
-    options.format = raw.format;
-    options.inputRate = raw.inputRate;
-    options.jobs = raw.jobs;
+    Job job;
+    job.inputs = raw.songs;
+    job.outputFolder = toPath(raw.outputFolder);
+    job.model = raw.model.empty() ? defaultModel() : toPath(raw.model);
+    job.key = raw.key;
+    job.output = outputSettings(raw, stems);
+    job.inputRate = raw.inputRate;
+    job.workers = raw.jobs;
     if (raw.memory > 0.0)
-        options.memory = static_cast<std::uint64_t>(raw.memory * 1e9);
-    readShard(raw.shard, options);
-    options.report = raw.report;
-    options.raw = raw.raw;
-    options.resume = raw.resume;
-    options.jsonProgress = raw.progress == "json";
-    return options;
+        job.memory = static_cast<std::uint64_t>(raw.memory * 1e9);
+    readShard(raw.shard, job);
+    job.raw = raw.raw;
+    job.resume = raw.resume;
+    return {std::move(job), raw.progress == "json"};
 }
 
 } // namespace
 
-std::optional<Options> readOptions(int argc, char** argv)
+std::optional<CommandLine> readCommandLine(int argc, char** argv)
 {
     CLI::App app(description, "tonwerk-separate");
     RawOptions raw;

@@ -1,0 +1,27 @@
+// SPDX-License-Identifier: MIT
+#ifndef TONWERK_APPS_CLI_COMMANDLINE_H
+#define TONWERK_APPS_CLI_COMMANDLINE_H
+
+#include <optional>
+
+#include "batch/Job.h"
+
+namespace tonwerk::app
+{
+
+/// What the command line asks for.
+struct CommandLine
+{
+    Job job;
+    /// Whether to report the progress as JSON.
+    bool jsonProgress = false;
+};
+
+/// Reads the command line, on Windows from the system, which has it in Unicode.
+/// \return nothing if it asks for the help text or the version, which this function has then printed
+/// \throws UsageError if the command line makes no sense
+std::optional<CommandLine> readCommandLine(int argc, char** argv);
+
+} // namespace tonwerk::app
+
+#endif // TONWERK_APPS_CLI_COMMANDLINE_H
