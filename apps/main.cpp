@@ -10,8 +10,10 @@
 #include "cli/JsonProgressReporter.h"
 #include "cli/TextProgressReporter.h"
 #include "separation/LibraryLog.h"
+#include "system/Console.h"
+#include "system/DivertedOutput.h"
 #include "system/Failure.h"
-#include "system/Platform.h"
+#include "system/Interrupts.h"
 #include "system/Text.h"
 #include "tools/Tools.h"
 
@@ -40,11 +42,11 @@ int runProgram(int argc, char** argv)
     const auto commandLine = readCommandLine(argc, argv);
     if (!commandLine)
         return done;
-    const platform::DivertedOutput streams = platform::divertStandardOutput();
-    if (streams.log == nullptr)
+    const DivertedOutput streams = divertStandardOutput();
+    if (streams.written == nullptr)
         throw Failure(
             "The folder for temporary files cannot be written to (TMPDIR, on Windows TEMP, names it).");
-    LibraryLog log(streams.log);
+    LibraryLog log(streams.written);
     const auto reporter = makeReporter(*commandLine, streams.output);
     return Batch(commandLine->job, *reporter, log, streams.output).run().failed > 0 ? failed : done;
 }
@@ -61,10 +63,10 @@ int main(int argc, char** argv)
 {
     try
     {
-        platform::setUpConsole();
+        setUpConsole();
         if (const auto code = runTool(argc, argv))
             return *code;
-        platform::watchInterrupts();
+        watchInterrupts();
         return runProgram(argc, argv);
     }
     catch (const UsageError& error)

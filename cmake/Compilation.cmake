@@ -1,6 +1,13 @@
 # SPDX-License-Identifier: MIT
 # How everything is compiled: warnings for our own code, hardening and sanitizers for all of it.
 
+# The end of the names of sources for one system: Name_posix.cpp, Name_win32.cpp.
+if(WIN32)
+    set(platform win32)
+else()
+    set(platform posix)
+endif()
+
 add_library(tonwerk_warnings INTERFACE)
 if(MSVC)
     target_compile_options(tonwerk_warnings INTERFACE /W4 /WX /permissive- /utf-8)

@@ -4,14 +4,14 @@
 #include <cstddef>
 
 #include "system/Failure.h"
-#include "system/Platform.h"
+#include "system/Files.h"
 
 namespace tonwerk::app
 {
 
 RawOutput::RawOutput(std::FILE* stream, unsigned channels) : output(stream), channelCount(channels)
 {
-    platform::makeBinary(stream);
+    makeBinary(stream);
 }
 
 void RawOutput::write(const std::vector<std::vector<float>>& tracks)

@@ -2,14 +2,14 @@
 #include "audio/RawReader.h"
 
 #include "system/Failure.h"
-#include "system/Platform.h"
+#include "system/Files.h"
 
 namespace tonwerk::app
 {
 
 RawReader::RawReader(std::FILE* stream, unsigned sampleRate) : input(stream)
 {
-    platform::makeBinary(stream);
+    makeBinary(stream);
     channelCount = 2;
     rate = sampleRate;
 }

@@ -61,7 +61,7 @@ void StemWriter::convert(SampleFormat format, double gain)
     std::vector<float> samples(framesAtOnce * channelCount);
     PcmEncoder encoder(format, gain);
     {
-        BinaryFile floats(location, platform::FileMode::read);
+        BinaryFile floats(location, FileMode::read);
         floats.seek(static_cast<std::int64_t>(WavFile::headerBytes), SEEK_SET);
         converted = withEnding(location, ".fixed");
         file = std::make_unique<WavFile>(converted, format, channelCount, rate);

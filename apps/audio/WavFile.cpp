@@ -57,8 +57,7 @@ void WavFile::EncoderCloser::operator()(ma_encoder* open) const
 }
 
 WavFile::WavFile(std::filesystem::path path, SampleFormat format, unsigned channels, unsigned sampleRate)
-    : location(std::move(path)), sampleFormat(format), channelCount(channels),
-      file(location, platform::FileMode::write)
+    : location(std::move(path)), sampleFormat(format), channelCount(channels), file(location, FileMode::write)
 {
     const auto config = ma_encoder_config_init(ma_encoding_format_wav, encoded(format), channels, sampleRate);
     auto opened = std::make_unique<ma_encoder>();

@@ -11,7 +11,7 @@
 #include "separation/Model.h"
 #include "separation/Runtime.h"
 #include "system/Failure.h"
-#include "system/Platform.h"
+#include "system/Interrupts.h"
 #include "system/Sha256.h"
 #include "system/Text.h"
 
@@ -40,7 +40,7 @@ BatchCounts Batch::run()
             workers.emplace_back([this, context, &songs] { work(context, songs); });
     }
     reporter.end(counts);
-    if (platform::interruptRequested())
+    if (interruptRequested())
         throw Interrupted();
     return counts;
 }
@@ -66,7 +66,7 @@ std::vector<SongEntry> Batch::withoutDone(const std::vector<SongEntry>& songs)
     std::vector<SongEntry> left;
     for (const SongEntry& song : songs)
     {
-        if (platform::interruptRequested())
+        if (interruptRequested())
             throw Interrupted();
         if (!job.resume || !isDoneBefore(song))
         {
@@ -119,7 +119,7 @@ std::size_t Batch::workerCount(std::size_t songs) const
 void Batch::work(std::shared_ptr<InferenceContext> context, const std::vector<SongEntry>& songs)
 {
     SongSeparator separator(job, std::move(context), model, log, output);
-    while (!platform::interruptRequested())
+    while (!interruptRequested())
     {
         const std::size_t song = nextSong++;
         if (song >= songs.size())

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "system/Glob.h"
-#include "system/Platform.h"
+#include "system/LowerCase.h"
 #include "system/Text.h"
 
 namespace tonwerk::app
@@ -22,7 +22,7 @@ constexpr std::array<std::string_view, 6> songExtensions{".wav", ".wave", ".flac
 
 bool isSongName(const std::filesystem::path& path)
 {
-    const std::string extension = platform::inLowerCase(toText(path.extension()));
+    const std::string extension = inLowerCase(toText(path.extension()));
     return std::find(songExtensions.begin(), songExtensions.end(), extension) != songExtensions.end();
 }
 
@@ -127,7 +127,7 @@ void chooseFolders(std::vector<SongEntry>& songs, const std::filesystem::path& o
     {
         const std::string plain = folderName(song);
         std::string name = plain;
-        for (int number = 2; !taken.insert(platform::inLowerCase(name)).second; ++number)
+        for (int number = 2; !taken.insert(inLowerCase(name)).second; ++number)
             name = plain + " (" + std::to_string(number) + ")";
         song.folder = outputFolder / toPath(name);
     }

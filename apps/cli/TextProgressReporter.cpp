@@ -3,7 +3,7 @@
 
 #include <cmath>
 
-#include "system/Platform.h"
+#include "system/Console.h"
 #include "system/Text.h"
 
 namespace tonwerk::app
@@ -14,7 +14,7 @@ void TextProgressReporter::begin(std::size_t songs)
     const std::lock_guard lock(guard);
     songCount = songs;
     if (songs > 0)
-        display.emplace(platform::standardErrorIsTerminal());
+        display.emplace(standardErrorIsTerminal());
 }
 
 void TextProgressReporter::progress(const SongEntry& song, double fraction, double audioSeconds)

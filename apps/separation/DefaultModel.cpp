@@ -28,7 +28,7 @@ bool isThere(const std::filesystem::path& path)
 
 std::filesystem::path defaultModel()
 {
-    const std::string named = machine::environmentVariable(variable);
+    const std::string named = environmentVariable(variable);
     if (!named.empty())
     {
         if (isThere(toPath(named)))
@@ -36,7 +36,7 @@ std::filesystem::path defaultModel()
         throw Failure("The environment variable " + std::string(variable) + " names the model " +
                       quoted(toPath(named)) + ", which does not exist.");
     }
-    const std::filesystem::path folder = machine::programFile().parent_path();
+    const std::filesystem::path folder = programFile().parent_path();
     const std::array<std::filesystem::path, 3> folders{
         folder, folder.parent_path() / "share" / "tonwerk" / "models", folder.parent_path() / "models"};
     std::string places;

@@ -4,7 +4,8 @@
 #include <array>
 #include <sstream>
 
-#include "system/Platform.h"
+#include "system/DivertedOutput.h"
+#include "system/Files.h"
 #include "system/Text.h"
 
 namespace tonwerk::app
@@ -14,7 +15,7 @@ std::vector<LibraryLog::Record> LibraryLog::take()
 {
     const std::lock_guard lock(guard);
     readNew();
-    const unsigned mine = platform::threadNumber();
+    const unsigned mine = threadNumber();
     std::vector<Record> taken;
     for (auto record = records.begin(); record != records.end();)
     {
@@ -34,7 +35,7 @@ void LibraryLog::readNew()
     std::array<char, 4096> bytes{};
     // The end that was seen last has moved on. Windows forgets it only when the position is set.
     std::clearerr(file);
-    platform::seekFile(file, 0, SEEK_CUR);
+    seekFile(file, 0, SEEK_CUR);
     while (const std::size_t count = std::fread(bytes.data(), 1, bytes.size(), file))
         unfinished.append(bytes.data(), count);
     for (std::size_t end = unfinished.find('\n'); end != std::string::npos; end = unfinished.find('\n'))

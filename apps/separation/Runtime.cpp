@@ -15,7 +15,7 @@ std::string loadRuntime()
 {
     try
     {
-        const RuntimeLibrary& library = openRuntimeLibrary(machine::libraryFile().parent_path());
+        const RuntimeLibrary& library = openRuntimeLibrary(libraryFile().parent_path());
         return "ONNX Runtime " + std::string(library.apiBase->GetVersionString()) + ", " +
                quoted(toPath(library.location));
     }

@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "system/Failure.h"
-#include "system/Platform.h"
+#include "system/Interrupts.h"
 #include "system/Text.h"
 
 namespace tonwerk::app
@@ -52,13 +52,13 @@ SeparationResult Separation::run(const Progress& progress)
     bool atEnd = false;
     while (!atEnd)
     {
-        if (platform::interruptRequested())
+        if (interruptRequested())
             throw Interrupted();
         atEnd = processBlock();
         progress(atEnd ? 1.0 : source.fractionRead(), seconds(source.framesRead()));
     }
     checkLength();
-    if (platform::interruptRequested())
+    if (interruptRequested())
         throw Interrupted();
     const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
     // A mono song was counted on both channels.

@@ -22,8 +22,8 @@ Failure failureOf(const char* deed, const std::filesystem::path& path, int error
 
 } // namespace
 
-BinaryFile::BinaryFile(std::filesystem::path path, platform::FileMode mode)
-    : location(std::move(path)), fileMode(mode), stream(platform::openFile(location, mode))
+BinaryFile::BinaryFile(std::filesystem::path path, FileMode mode)
+    : location(std::move(path)), fileMode(mode), stream(openFile(location, mode))
 {
     if (!stream)
         throw failureOf("open", location, errno);
@@ -45,10 +45,10 @@ std::size_t BinaryFile::write(const void* bytes, std::size_t size)
 
 bool BinaryFile::seek(std::int64_t offset, int origin)
 {
-    const bool good = platform::seekFile(stream.get(), offset, origin);
+    const bool good = seekFile(stream.get(), offset, origin);
     // Decoders seek by what a file says, so a wrong position is the file's fault and no failure of the
     // system.
-    if (fileMode == platform::FileMode::write)
+    if (fileMode == FileMode::write)
         note(good);
     return good;
 }
@@ -62,7 +62,7 @@ void BinaryFile::flush()
 void BinaryFile::requireGood() const
 {
     if (firstError != 0)
-        throw failureOf(fileMode == platform::FileMode::read ? "read" : "write", location, firstError);
+        throw failureOf(fileMode == FileMode::read ? "read" : "write", location, firstError);
 }
 
 void BinaryFile::close()

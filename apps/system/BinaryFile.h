@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <memory>
 
-#include "system/Platform.h"
+#include "system/Files.h"
 
 namespace tonwerk::app
 {
@@ -19,7 +19,7 @@ class BinaryFile
 {
 public:
     /// \throws Failure if the file cannot be opened
-    BinaryFile(std::filesystem::path path, platform::FileMode mode);
+    BinaryFile(std::filesystem::path path, FileMode mode);
 
     /// \return the number of bytes read, less than `size` at the end of the file or after a failure
     std::size_t read(void* bytes, std::size_t size);
@@ -53,7 +53,7 @@ private:
     void note(bool good);
 
     std::filesystem::path location;
-    platform::FileMode fileMode;
+    FileMode fileMode;
     std::unique_ptr<std::FILE, Closer> stream;
     int firstError = 0;
 };

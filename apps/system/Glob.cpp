@@ -5,7 +5,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "system/Platform.h"
+#include "system/LowerCase.h"
 #include "system/Text.h"
 
 namespace tonwerk::app
@@ -60,7 +60,7 @@ bool matches(std::string_view pattern, std::string_view name)
 std::vector<std::filesystem::path> matchesIn(const std::filesystem::path& folder, const std::string& pattern)
 {
     std::vector<std::filesystem::path> found;
-    const std::string wanted = platform::inLowerCase(pattern);
+    const std::string wanted = inLowerCase(pattern);
     std::error_code failure;
     const std::filesystem::path place = folder.empty() ? std::filesystem::path(".") : folder;
     for (std::filesystem::directory_iterator entry(place, failure), end; !failure && entry != end;
@@ -68,7 +68,7 @@ std::vector<std::filesystem::path> matchesIn(const std::filesystem::path& folder
     {
         const std::string name = toText(entry->path().filename());
         const bool hidden = name.front() == '.' && pattern.front() != '.';
-        if (!hidden && matches(wanted, platform::inLowerCase(name)))
+        if (!hidden && matches(wanted, inLowerCase(name)))
             found.push_back(folder / entry->path().filename());
     }
     return found;

@@ -5,8 +5,7 @@
 #include <filesystem>
 #include <string>
 
-/// What the system tells of this process and of the machine that it runs on.
-namespace tonwerk::app::machine
+namespace tonwerk::app
 {
 
 /// The file of the running program.
@@ -21,6 +20,6 @@ std::string environmentVariable(const std::string& name);
 /// What the processor calls itself, empty if it does not tell.
 std::string processorName();
 
-} // namespace tonwerk::app::machine
+} // namespace tonwerk::app
 
 #endif // TONWERK_APPS_SYSTEM_MACHINE_H

@@ -7,7 +7,7 @@
 #include <dlfcn.h>
 #include <link.h>
 
-namespace tonwerk::app::machine
+namespace tonwerk::app
 {
 
 std::filesystem::path programFile()
@@ -42,4 +42,4 @@ std::string processorName()
     return "";
 }
 
-} // namespace tonwerk::app::machine
+} // namespace tonwerk::app

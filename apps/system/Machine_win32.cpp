@@ -5,7 +5,7 @@
 
 #include "system/Text.h"
 
-namespace tonwerk::app::machine
+namespace tonwerk::app
 {
 
 namespace
@@ -53,4 +53,4 @@ std::string processorName()
     return found == ERROR_SUCCESS ? toText(std::filesystem::path(name)) : "";
 }
 
-} // namespace tonwerk::app::machine
+} // namespace tonwerk::app

@@ -15,9 +15,9 @@
 #include "separation/LibraryLog.h"
 #include "separation/Model.h"
 #include "separation/Runtime.h"
+#include "system/DivertedOutput.h"
 #include "system/Failure.h"
 #include "system/Machine.h"
-#include "system/Platform.h"
 #include "system/Sha256.h"
 #include "system/Text.h"
 #include "tools/Findings.h"
@@ -36,9 +36,9 @@ constexpr double tolerance = 1e-4;
 
 void addProgram(const Findings& findings)
 {
-    findings.add("program", "tonwerk-separate " TONWERK_VERSION ", " + quoted(machine::programFile()));
-    findings.add("library", quoted(machine::libraryFile()));
-    const std::string name = machine::processorName();
+    findings.add("program", "tonwerk-separate " TONWERK_VERSION ", " + quoted(programFile()));
+    findings.add("library", quoted(libraryFile()));
+    const std::string name = processorName();
     findings.add("processor", (name.empty() ? "of unknown name" : name) + ", " +
                                   std::to_string(std::thread::hardware_concurrency()) + " threads");
 }
@@ -155,10 +155,10 @@ void addSelfCheck(Findings& findings, LibraryLog& log)
 
 bool runDoctor()
 {
-    const platform::DivertedOutput streams = platform::divertStandardOutput();
-    if (streams.log == nullptr)
+    const DivertedOutput streams = divertStandardOutput();
+    if (streams.written == nullptr)
         throw Failure("A temporary file is needed and cannot be made.");
-    LibraryLog log(streams.log);
+    LibraryLog log(streams.written);
     Findings findings("problem", streams.output);
     addProgram(findings);
     if (checkRuntime(findings))

@@ -8,7 +8,8 @@
 #include <gtest/gtest.h>
 
 #include "support/ScratchFolder.h"
-#include "system/Platform.h"
+#include "system/DivertedOutput.h"
+#include "system/Files.h"
 
 namespace
 {
@@ -19,11 +20,10 @@ TEST(LibraryLog, EachThreadTakesItsOwnRecordsOnce)
 {
     const ScratchFolder folder;
     const auto path = folder.path() / "log";
-    std::FILE* const writing =
-        tonwerk::app::platform::openFile(path, tonwerk::app::platform::FileMode::write);
-    std::FILE* const reading = tonwerk::app::platform::openFile(path, tonwerk::app::platform::FileMode::read);
+    std::FILE* const writing = tonwerk::app::openFile(path, tonwerk::app::FileMode::write);
+    std::FILE* const reading = tonwerk::app::openFile(path, tonwerk::app::FileMode::read);
     LibraryLog log(reading);
-    const unsigned mine = tonwerk::app::platform::threadNumber();
+    const unsigned mine = tonwerk::app::threadNumber();
     const auto write = [writing](const std::string& text)
     {
         std::fputs(text.c_str(), writing);

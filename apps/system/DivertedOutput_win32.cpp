@@ -1,32 +1,18 @@
 // SPDX-License-Identifier: MIT
-#include "system/Platform.h"
+#include "system/DivertedOutput.h"
 
 #include <array>
-#include <atomic>
-#include <cwchar>
-#include <vector>
+#include <cstdint>
 
 #include <fcntl.h>
 #include <io.h>
 #include <windows.h>
 
-namespace tonwerk::app::platform
+namespace tonwerk::app
 {
 
 namespace
 {
-
-std::atomic<bool> stopRequested{false};
-
-// Runs on a thread of the system's. After a closed console or the end of a session the process ends as soon
-// as this returns, so then the thread waits for the main one, within the few seconds that the system grants.
-BOOL WINAPI requestStop(DWORD event)
-{
-    const bool again = stopRequested.exchange(true);
-    if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT)
-        Sleep(INFINITE);
-    return again ? FALSE : TRUE;
-}
 
 HANDLE openTemporary(const wchar_t* path, DWORD access, DWORD disposition)
 {
@@ -59,32 +45,6 @@ TemporaryFile openTemporaryFile()
 
 } // namespace
 
-std::FILE* openFile(const std::filesystem::path& path, FileMode mode)
-{
-    return _wfopen(path.c_str(), mode == FileMode::read ? L"rb" : L"wb");
-}
-
-bool seekFile(std::FILE* file, std::int64_t offset, int origin)
-{
-    return _fseeki64(file, offset, origin) == 0;
-}
-
-void makeBinary(std::FILE* stream)
-{
-    _setmode(_fileno(stream), _O_BINARY);
-}
-
-void setUpConsole()
-{
-    SetConsoleOutputCP(CP_UTF8);
-}
-
-bool standardErrorIsTerminal()
-{
-    DWORD mode = 0;
-    return GetConsoleMode(GetStdHandle(STD_ERROR_HANDLE), &mode) != 0;
-}
-
 DivertedOutput divertStandardOutput()
 {
     std::fflush(stdout);
@@ -102,25 +62,4 @@ unsigned threadNumber()
     return GetCurrentThreadId();
 }
 
-std::string inLowerCase(const std::string& utf8)
-{
-    const std::wstring text = std::filesystem::path(std::u8string(utf8.begin(), utf8.end())).wstring();
-    std::vector<wchar_t> lower(text.size());
-    if (LCMapStringEx(LOCALE_NAME_INVARIANT, LCMAP_LOWERCASE, text.c_str(), static_cast<int>(text.size()),
-                      lower.data(), static_cast<int>(lower.size()), nullptr, nullptr, 0) == 0)
-        return utf8;
-    const std::u8string result = std::filesystem::path(lower.begin(), lower.end()).u8string();
-    return {result.begin(), result.end()};
-}
-
-void watchInterrupts()
-{
-    SetConsoleCtrlHandler(requestStop, TRUE);
-}
-
-bool interruptRequested()
-{
-    return stopRequested;
-}
-
-} // namespace tonwerk::app::platform
+} // namespace tonwerk::app
