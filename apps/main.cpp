@@ -9,7 +9,7 @@
 #include "cli/CommandLine.h"
 #include "cli/JsonProgressReporter.h"
 #include "cli/TextProgressReporter.h"
-#include "separation/LibraryLog.h"
+#include "separation/DivertedLogMonitor.h"
 #include "system/Console.h"
 #include "system/DivertedOutput.h"
 #include "system/Failure.h"
@@ -42,13 +42,9 @@ int runProgram(int argc, char** argv)
     const auto commandLine = readCommandLine(argc, argv);
     if (!commandLine)
         return done;
-    const DivertedOutput streams = divertStandardOutput();
-    if (streams.written == nullptr)
-        throw Failure(
-            "The folder for temporary files cannot be written to (TMPDIR, on Windows TEMP, names it).");
-    LibraryLog log(streams.written);
-    const auto reporter = makeReporter(*commandLine, streams.output);
-    return Batch(commandLine->job, *reporter, log, streams.output).run().failed > 0 ? failed : done;
+    DivertedLogMonitor monitor(divertStandardOutput());
+    const auto reporter = makeReporter(*commandLine, monitor.output());
+    return Batch(commandLine->job, *reporter, monitor, monitor.output()).run().failed > 0 ? failed : done;
 }
 
 int printError(const std::string& sentence, ExitCode code)

@@ -18,8 +18,8 @@
 namespace tonwerk::app
 {
 
-Batch::Batch(const Job& job, ProgressReporter& reporter, LibraryLog& log, std::FILE* output)
-    : job(job), reporter(reporter), log(log), output(output)
+Batch::Batch(const Job& job, ProgressReporter& reporter, LibraryMonitor& monitor, std::FILE* output)
+    : job(job), reporter(reporter), monitor(monitor), output(output)
 {
 }
 
@@ -97,8 +97,8 @@ void Batch::loadModels(std::size_t songs)
     if (models.empty())
         return; // nothing to do, and the runtime is not loaded
     model.providers = offeredProviders();
-    for (LibraryLog::Record& record : log.take())
-        model.log.push_back(std::move(record.text));
+    for (LibraryMessage& message : monitor.take())
+        model.log.push_back(std::move(message.text));
 }
 
 std::size_t Batch::workerCount(std::size_t songs) const
@@ -118,7 +118,7 @@ std::size_t Batch::workerCount(std::size_t songs) const
 
 void Batch::work(std::shared_ptr<InferenceContext> context, const std::vector<SongEntry>& songs)
 {
-    SongSeparator separator(job, std::move(context), model, log, output);
+    SongSeparator separator(job, std::move(context), model, monitor, output);
     while (!interruptRequested())
     {
         const std::size_t song = nextSong++;

@@ -16,7 +16,7 @@
 #include "batch/Receipt.h"
 #include "batch/SongList.h"
 #include "batch/SongSeparator.h"
-#include "separation/LibraryLog.h"
+#include "separation/LibraryMonitor.h"
 
 namespace tonwerk::app
 {
@@ -30,7 +30,7 @@ class Batch
 public:
     /// All references must outlive this object.
     /// \param output where raw stems go; not owned
-    Batch(const Job& job, ProgressReporter& reporter, LibraryLog& log, std::FILE* output);
+    Batch(const Job& job, ProgressReporter& reporter, LibraryMonitor& monitor, std::FILE* output);
 
     /// Separates the songs, and goes on with the next when one fails.
     /// \throws Failure if the model cannot be used
@@ -49,7 +49,7 @@ private:
 
     const Job& job;
     ProgressReporter& reporter;
-    LibraryLog& log;
+    LibraryMonitor& monitor;
     std::FILE* output;
     ModelFacts model;
     std::vector<std::shared_ptr<InferenceContext>> models;

@@ -35,8 +35,8 @@ SongSummary summaryOf(const SeparationResult& result, double gain)
 } // namespace
 
 SongSeparator::SongSeparator(const Job& job, std::shared_ptr<InferenceContext> context,
-                             const ModelFacts& model, LibraryLog& log, std::FILE* output)
-    : job(job), context(std::move(context)), model(model), log(log), output(output)
+                             const ModelFacts& model, LibraryMonitor& monitor, std::FILE* output)
+    : job(job), context(std::move(context)), model(model), monitor(monitor), output(output)
 {
 }
 
@@ -56,7 +56,7 @@ std::unique_ptr<SongSource> SongSeparator::open(const SongEntry& entry) const
 SongSummary SongSeparator::separateToOutput(SongSource& song, const Separation::Progress& progress)
 {
     RawOutput stems(output, song.channels());
-    Separation separation(context, song, job.output.tracks, stems, log, {});
+    Separation separation(context, song, job.output.tracks, stems, monitor, {});
     return summaryOf(separation.run(progress), 1.0);
 }
 
@@ -71,7 +71,7 @@ SongSummary SongSeparator::separateToFolder(const SongEntry& entry, SongSource& 
     std::optional<SongReport> page;
     if (settings.report)
         observers.push_back(&page.emplace(settings.stems, song.sampleRate()));
-    Separation separation(context, song, settings.tracks, folder, log, observers);
+    Separation separation(context, song, settings.tracks, folder, monitor, observers);
     const SeparationResult result = separation.run(progress);
     // One factor for all tracks, so that their balance stays.
     const double gain = gainToFit(meters.peak(), settings.format);

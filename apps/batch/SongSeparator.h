@@ -11,7 +11,7 @@
 #include "batch/Job.h"
 #include "batch/Receipt.h"
 #include "batch/SongList.h"
-#include "separation/LibraryLog.h"
+#include "separation/LibraryMonitor.h"
 #include "separation/Separation.h"
 
 namespace tonwerk::app
@@ -36,7 +36,7 @@ public:
     /// All references must outlive this object.
     /// \param output where raw stems go; not owned
     SongSeparator(const Job& job, std::shared_ptr<InferenceContext> context, const ModelFacts& model,
-                  LibraryLog& log, std::FILE* output);
+                  LibraryMonitor& monitor, std::FILE* output);
 
     /// Separates a song and keeps its files.
     /// \throws Failure if that is not possible; nothing is left then
@@ -52,7 +52,7 @@ private:
     const Job& job;
     std::shared_ptr<InferenceContext> context;
     const ModelFacts& model;
-    LibraryLog& log;
+    LibraryMonitor& monitor;
     std::FILE* output;
 };
 

@@ -38,10 +38,10 @@ StemStream::Stems separated(Separate separate)
 } // namespace
 
 Separation::Separation(std::shared_ptr<InferenceContext> model, SongSource& song,
-                       const std::vector<Track>& tracks, StemSink& sink, LibraryLog& log,
+                       const std::vector<Track>& tracks, StemSink& sink, LibraryMonitor& monitor,
                        std::vector<SeparationObserver*> observers)
     : stream(std::move(model), stemsToAsk(tracks), song.sampleRate()), source(song), sink(sink),
-      libraryLog(log), observers(std::move(observers)), mixer(tracks, song.channels())
+      monitor(monitor), observers(std::move(observers)), mixer(tracks, song.channels())
 {
 }
 
@@ -83,7 +83,7 @@ bool Separation::processBlock()
 
 void Separation::take(const StemStream::Stems& stems)
 {
-    checkLog();
+    checkLibrary();
     if (stems.empty() || stems.front().empty())
         return;
     const auto& tracks = mixer.mix(stems);
@@ -96,14 +96,14 @@ void Separation::take(const StemStream::Stems& stems)
     framesReturned += stems.front().size() / 2;
 }
 
-void Separation::checkLog()
+void Separation::checkLibrary()
 {
-    for (LibraryLog::Record& record : libraryLog.take())
+    for (LibraryMessage& message : monitor.take())
     {
-        if (record.isError)
+        if (message.isFailure)
             throw Failure("The model failed at " + asClock(seconds(framesReturned)) +
-                          " or soon after: " + record.text + ".");
-        logged.push_back(std::move(record.text));
+                          " or soon after: " + message.text + ".");
+        logged.push_back(std::move(message.text));
     }
 }
 

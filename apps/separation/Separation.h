@@ -12,7 +12,7 @@
 
 #include "audio/SongSource.h"
 #include "audio/StemSink.h"
-#include "separation/LibraryLog.h"
+#include "separation/LibraryMonitor.h"
 #include "separation/SeparationObserver.h"
 #include "separation/StemStream.h"
 #include "separation/Tracks.h"
@@ -45,7 +45,7 @@ public:
     /// All references must outlive this object.
     /// \param observers see the song, its stems and its tracks; not null
     Separation(std::shared_ptr<InferenceContext> model, SongSource& song, const std::vector<Track>& tracks,
-               StemSink& sink, LibraryLog& log, std::vector<SeparationObserver*> observers);
+               StemSink& sink, LibraryMonitor& monitor, std::vector<SeparationObserver*> observers);
 
     /// Called after every block with the fraction that is done and the seconds of sound that have been worked
     /// on.
@@ -60,14 +60,14 @@ public:
 private:
     bool processBlock();
     void take(const StemStream::Stems& stems);
-    void checkLog();
+    void checkLibrary();
     void checkLength() const;
     double seconds(std::uint64_t frames) const;
 
     StemStream stream;
     SongSource& source;
     StemSink& sink;
-    LibraryLog& libraryLog;
+    LibraryMonitor& monitor;
     std::vector<SeparationObserver*> observers;
     TrackMixer mixer;
     std::vector<std::string> logged;

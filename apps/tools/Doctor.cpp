@@ -12,7 +12,7 @@
 #include "inference/ExecutionProviders.h"
 #include "inference/ModelSession.h"
 #include "separation/DefaultModel.h"
-#include "separation/LibraryLog.h"
+#include "separation/DivertedLogMonitor.h"
 #include "separation/Model.h"
 #include "separation/Runtime.h"
 #include "system/DivertedOutput.h"
@@ -131,8 +131,8 @@ std::string summary(const SelfCheckResult& result)
     return text;
 }
 
-/// \param log of the library, which is worth telling only if something is wrong
-void addSelfCheck(Findings& findings, LibraryLog& log)
+/// The library's messages matter only if something is wrong.
+void addSelfCheck(Findings& findings, LibraryMonitor& monitor)
 {
     try
     {
@@ -147,19 +147,16 @@ void addSelfCheck(Findings& findings, LibraryLog& log)
     {
         findings.addError("The self-test cannot be run: " + runtimeReason(failure) + '.');
     }
-    for (const LibraryLog::Record& record : log.take())
-        findings.add("log", record.text);
+    for (const LibraryMessage& message : monitor.take())
+        findings.add("log", message.text);
 }
 
 } // namespace
 
 bool runDoctor()
 {
-    const DivertedOutput streams = divertStandardOutput();
-    if (streams.written == nullptr)
-        throw Failure("A temporary file is needed and cannot be made.");
-    LibraryLog log(streams.written);
-    Findings findings("problem", streams.output);
+    DivertedLogMonitor monitor(divertStandardOutput());
+    Findings findings("problem", monitor.output());
     addProgram(findings);
     if (checkRuntime(findings))
     {
@@ -169,7 +166,7 @@ bool runDoctor()
             addProviders(findings);
             lookAtDefaultModel(findings, &env);
         }
-        addSelfCheck(findings, log);
+        addSelfCheck(findings, monitor);
     }
     else
     {

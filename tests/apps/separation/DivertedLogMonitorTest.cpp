@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "separation/LibraryLog.h"
+#include "separation/DivertedLogMonitor.h"
 
 #include <cstdio>
 #include <string>
@@ -14,15 +14,15 @@
 namespace
 {
 
-using tonwerk::app::LibraryLog;
+using tonwerk::app::DivertedLogMonitor;
 
-TEST(LibraryLog, EachThreadTakesItsOwnRecordsOnce)
+TEST(DivertedLogMonitor, EachThreadTakesItsOwnMessagesOnce)
 {
     const ScratchFolder folder;
     const auto path = folder.path() / "log";
     std::FILE* const writing = tonwerk::app::openFile(path, tonwerk::app::FileMode::write);
     std::FILE* const reading = tonwerk::app::openFile(path, tonwerk::app::FileMode::read);
-    LibraryLog log(reading);
+    DivertedLogMonitor monitor({stdout, reading});
     const unsigned mine = tonwerk::app::threadNumber();
     const auto write = [writing](const std::string& text)
     {
@@ -33,15 +33,15 @@ TEST(LibraryLog, EachThreadTakesItsOwnRecordsOnce)
 
     write(time + "WARN  [" + std::to_string(mine + 1) + "] [f@2] somebody else's\n");
     write(time + "ERROR [" + std::to_string(mine) + "] [A::b@12] went\r\nwrong.\n" + time + "WARN  [");
-    auto records = log.take();
-    ASSERT_EQ(records.size(), 1U);
-    EXPECT_TRUE(records[0].isError);
-    EXPECT_EQ(records[0].text, "went wrong");
+    auto messages = monitor.take();
+    ASSERT_EQ(messages.size(), 1U);
+    EXPECT_TRUE(messages[0].isFailure);
+    EXPECT_EQ(messages[0].text, "went wrong");
     write(std::to_string(mine) + "] [f@2] careful\n");
-    records = log.take();
-    ASSERT_EQ(records.size(), 1U);
-    EXPECT_FALSE(records[0].isError);
-    EXPECT_TRUE(log.take().empty());
+    messages = monitor.take();
+    ASSERT_EQ(messages.size(), 1U);
+    EXPECT_FALSE(messages[0].isFailure);
+    EXPECT_TRUE(monitor.take().empty());
     std::fclose(writing);
     std::fclose(reading);
 }

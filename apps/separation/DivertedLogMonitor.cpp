@@ -1,22 +1,28 @@
 // SPDX-License-Identifier: MIT
-#include "separation/LibraryLog.h"
+#include "separation/DivertedLogMonitor.h"
 
 #include <array>
 #include <sstream>
 
-#include "system/DivertedOutput.h"
+#include "system/Failure.h"
 #include "system/Files.h"
 #include "system/Text.h"
 
 namespace tonwerk::app
 {
 
-std::vector<LibraryLog::Record> LibraryLog::take()
+DivertedLogMonitor::DivertedLogMonitor(DivertedOutput streams) : streams(streams)
+{
+    if (streams.written == nullptr)
+        throw Failure("The folder for temporary files is not writable (TMPDIR, on Windows TEMP, names it).");
+}
+
+std::vector<LibraryMessage> DivertedLogMonitor::take()
 {
     const std::lock_guard lock(guard);
     readNew();
     const unsigned mine = threadNumber();
-    std::vector<Record> taken;
+    std::vector<LibraryMessage> taken;
     for (auto record = records.begin(); record != records.end();)
     {
         if (record->thread != mine)
@@ -24,19 +30,19 @@ std::vector<LibraryLog::Record> LibraryLog::take()
             ++record;
             continue;
         }
-        taken.push_back(std::move(*record));
+        taken.push_back(std::move(record->message));
         record = records.erase(record);
     }
     return taken;
 }
 
-void LibraryLog::readNew()
+void DivertedLogMonitor::readNew()
 {
     std::array<char, 4096> bytes{};
-    // The end that was seen last has moved on. Windows forgets it only when the position is set.
-    std::clearerr(file);
-    seekFile(file, 0, SEEK_CUR);
-    while (const std::size_t count = std::fread(bytes.data(), 1, bytes.size(), file))
+    // The file has grown since its end was reached. Windows notices only when the position is set.
+    std::clearerr(streams.written);
+    seekFile(streams.written, 0, SEEK_CUR);
+    while (const std::size_t count = std::fread(bytes.data(), 1, bytes.size(), streams.written))
         unfinished.append(bytes.data(), count);
     for (std::size_t end = unfinished.find('\n'); end != std::string::npos; end = unfinished.find('\n'))
     {
@@ -47,7 +53,7 @@ void LibraryLog::readNew()
 
 /// A record begins as "2026-11-21 08:41:17.602 WARN  [36] [function@2] text"; other lines go on with the one
 /// before.
-void LibraryLog::add(const std::string& line)
+void DivertedLogMonitor::add(const std::string& line)
 {
     std::istringstream fields(line);
     std::string date;
@@ -61,11 +67,12 @@ void LibraryLog::add(const std::string& line)
         fields >> bracket >> function)
     {
         std::getline(fields, text);
-        records.push_back({thread, severity == "ERROR" || severity == "FATAL", asReason(text)});
+        records.push_back({thread, {severity == "ERROR" || severity == "FATAL", asReason(text)}});
     }
     else if (!records.empty())
     {
-        records.back().text = asReason(records.back().text.append(" ").append(line));
+        std::string& last = records.back().message.text;
+        last = asReason(last.append(" ").append(line));
     }
 }
 
