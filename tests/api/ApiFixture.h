@@ -6,8 +6,8 @@
 
 #include <gtest/gtest.h>
 
-#include "boundary/Streaming.h"
 #include "support/FakeBackend.h"
+#include "support/Stream.h"
 
 /// Begins and ends with a fresh fake backend, which takes any model.
 class ApiOnFakeBackend : public ::testing::Test

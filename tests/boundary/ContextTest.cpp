@@ -13,8 +13,8 @@
 
 #include <gtest/gtest.h>
 
-#include "boundary/Streaming.h"
 #include "support/ModelFile.h"
+#include "support/Stream.h"
 
 namespace
 {

@@ -12,7 +12,7 @@
 
 #include <gtest/gtest.h>
 
-#include "boundary/Streaming.h"
+#include "support/Stream.h"
 
 namespace
 {

@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "boundary/Streaming.h"
+#include "support/Stream.h"
 
 namespace
 {

@@ -15,7 +15,7 @@
 #include <gtest/gtest.h>
 #include <tonwerk/StreamFeeder.h>
 
-#include "boundary/Streaming.h"
+#include "support/Stream.h"
 
 namespace
 {

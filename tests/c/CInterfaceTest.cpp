@@ -14,8 +14,8 @@
 #include <gtest/gtest.h>
 #include <tonwerk/tonwerk_c.h>
 
-#include "boundary/Streaming.h"
 #include "support/ModelFile.h"
+#include "support/Stream.h"
 
 namespace
 {

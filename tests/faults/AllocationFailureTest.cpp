@@ -13,9 +13,9 @@
 
 #include <gtest/gtest.h>
 
-#include "boundary/Streaming.h"
 #include "faults/CountingAllocator.h"
 #include "support/FakeBackend.h"
+#include "support/Stream.h"
 #include "tonwerk/TonwerkProc.h"
 #include "tonwerk/tonwerk_c.h"
 

@@ -12,8 +12,8 @@
 
 #include <gtest/gtest.h>
 
-#include "boundary/Streaming.h"
 #include "inference/BackendFixture.h"
+#include "support/Stream.h"
 
 namespace
 {

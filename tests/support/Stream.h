@@ -1,12 +1,11 @@
 // SPDX-License-Identifier: MIT
-/// \file Streaming.h
-/// Driving the built library as a host does: signals, configurations, whole streams.
-#ifndef TONWERK_TESTS_BOUNDARY_STREAMING_H
-#define TONWERK_TESTS_BOUNDARY_STREAMING_H
+/// \file Stream.h
+/// Drives the library as a host does: configurations, whole streams.
+#ifndef TONWERK_TESTS_SUPPORT_STREAM_H
+#define TONWERK_TESTS_SUPPORT_STREAM_H
 
 #include <array>
 #include <cstddef>
-#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,7 +13,7 @@
 #include <gtest/gtest.h>
 #include <tonwerk/TonwerkProc.h>
 
-#include "support/Noise.h"
+#include "support/Stereo.h"
 
 /// Places of the stems in a result.
 enum Stem : std::size_t
@@ -33,35 +32,6 @@ enum Stem : std::size_t
 /// What the model gains.onnx multiplies its input with, in the order of the stems.
 inline constexpr std::array<float, 6> modelGains{10.0F / 32, 8.0F / 32, 4.0F / 32,
                                                  3.0F / 32,  1.0F / 32, 6.0F / 32};
-
-/// Left and right, equally long.
-struct Stereo
-{
-    std::vector<float> left;
-    std::vector<float> right;
-
-    std::size_t size() const { return left.size(); }
-};
-
-/// Smooth noise, different in both channels.
-Stereo noise(std::size_t length, std::uint32_t seed = randomSeed());
-
-Stereo silence(std::size_t length);
-
-Stereo slice(const Stereo& signal, std::size_t first, std::size_t count);
-
-/// As `process` takes it.
-std::vector<float> packed(const Stereo& signal, bool interleaved);
-
-/// The inverse.
-Stereo unpacked(const std::vector<float>& samples, bool interleaved);
-
-/// The largest difference of two signals between the samples `first` (included) and `last` (excluded);
-/// infinity if they are not equally long or a value is not finite.
-float largestDifference(const Stereo& one, const Stereo& other, std::size_t first = 0,
-                        std::size_t last = SIZE_MAX);
-
-Stereo scaled(Stereo signal, float gain);
 
 /// All stems wanted.
 tonwerk::TonwerkProcConfig allStems(bool interleaved = true);
@@ -104,4 +74,4 @@ private:
 StreamResult separate(std::shared_ptr<tonwerk::InferenceContext> context, const Stereo& signal,
                       tonwerk::TonwerkProcConfig config = allStems());
 
-#endif // TONWERK_TESTS_BOUNDARY_STREAMING_H
+#endif // TONWERK_TESTS_SUPPORT_STREAM_H
