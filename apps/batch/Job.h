@@ -31,7 +31,7 @@ struct OutputSettings
 /// The songs to separate, and how.
 struct Job
 {
-    /// Files, folders, patterns and "-", as given.
+    /// Files, folders and "-", as given.
     std::vector<std::string> inputs;
     /// Empty if the stems go to standard output.
     std::filesystem::path outputFolder;

@@ -8,7 +8,6 @@
 #include <system_error>
 #include <utility>
 
-#include "system/Glob.h"
 #include "system/LowerCase.h"
 #include "system/Text.h"
 
@@ -34,25 +33,13 @@ public:
 
     void take(const std::string& input)
     {
-        std::error_code failure;
         if (input == standardInputName)
             found.songs.push_back({toPath(standardInputSong), {}, true});
-        else if (!isPattern(input) || std::filesystem::exists(toPath(input), failure))
-            takePath(toPath(input));
         else
-            takePattern(input);
+            takePath(toPath(input));
     }
 
 private:
-    void takePattern(const std::string& pattern)
-    {
-        const auto paths = matchingPaths(pattern);
-        for (const auto& path : paths)
-            takePath(path);
-        if (paths.empty())
-            found.errors.push_back({pattern, "Nothing matches \"" + pattern + "\"."});
-    }
-
     void takePath(const std::filesystem::path& path)
     {
         std::error_code failure;

@@ -42,7 +42,7 @@ inline constexpr const char* standardInputSong = "stdin";
 /// The file that stands beside finished stems, and marks a folder as one of stems.
 inline constexpr const char* receiptName = "receipt.json";
 
-/// Finds the songs that the inputs name: files, folders with all that they hold, patterns, standard input.
+/// Finds the songs that the inputs name: files, folders with all that they hold, standard input.
 /// Each song comes once; the list is sorted by path, so that it is the same everywhere.
 ///
 /// In folders, files count as songs by their extension. What begins with a full stop is left out, and so are

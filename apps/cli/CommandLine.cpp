@@ -24,9 +24,9 @@ constexpr const char* description =
     "the residual that they miss of the song, and the mix that they add up to.\n";
 
 constexpr const char* details =
-    "Songs are WAV, FLAC, MP3 or OGG (Vorbis) files of 8 to 192 kHz, stereo or mono; folders, which are\n"
-    "searched for such files; or patterns with * and ?. A single - is standard input, interleaved stereo\n"
-    "of 32-bit float samples; its song is called stdin.\n"
+    "Songs are WAV, FLAC, MP3 or OGG (Vorbis) files of 8 to 192 kHz, stereo or mono; or folders, which are\n"
+    "searched for such files. A single - is standard input, interleaved stereo of 32-bit float samples;\n"
+    "its song is called stdin.\n"
     "\n"
     "The stems are WAV files of the song's sample rate, channels and exact length: DIR/SONG/vocals.wav\n"
     "and so on, where SONG is the song's file name without its extension, with (2) and so on if songs\n"
@@ -206,14 +206,15 @@ CommandLine checked(const RawOptions& raw)
 
 } // namespace
 
-std::optional<CommandLine> readCommandLine(int argc, char** argv)
+std::optional<CommandLine> readCommandLine(const std::vector<std::string>& arguments)
 {
     CLI::App app(description, "tonwerk-separate");
     RawOptions raw;
     declareOptions(app, raw);
     try
     {
-        app.parse(argc, app.ensure_utf8(argv));
+        std::vector<std::string> lastFirst(arguments.rbegin(), arguments.rend()); // as CLI11 wants them
+        app.parse(lastFirst);
     }
     catch (const CLI::Success& request)
     {

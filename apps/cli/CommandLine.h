@@ -3,6 +3,8 @@
 #define TONWERK_APPS_CLI_COMMANDLINE_H
 
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "batch/Job.h"
 
@@ -17,10 +19,11 @@ struct CommandLine
     bool jsonProgress = false;
 };
 
-/// Reads the command line, on Windows from the system, which has it in Unicode.
+/// Reads the command line.
+/// \param arguments what follows the program's name, as UTF-8
 /// \return nothing if it asks for the help text or the version, which this function has then printed
 /// \throws UsageError if the command line makes no sense
-std::optional<CommandLine> readCommandLine(int argc, char** argv);
+std::optional<CommandLine> readCommandLine(const std::vector<std::string>& arguments);
 
 } // namespace tonwerk::app
 

@@ -2,7 +2,6 @@
 #include "tools/Tools.h"
 
 #include <string>
-#include <string_view>
 
 #include <CLI/CLI.hpp>
 
@@ -40,11 +39,13 @@ public:
 
     /// Fills the values.
     /// \return false if the help text was asked for, which has then been printed
-    bool read(int argc, char** argv)
+    bool read(const std::vector<std::string>& arguments)
     {
         try
         {
-            app.parse(argc - 1, app.ensure_utf8(argv) + 1);
+            // CLI11 wants them from the last to the first; the first names the tool.
+            std::vector<std::string> lastFirst(arguments.rbegin(), arguments.rend() - 1);
+            app.parse(lastFirst);
             return true;
         }
         catch (const CLI::Success& request)
@@ -63,17 +64,17 @@ private:
     CLI::App app;
 };
 
-int doctorTool(int argc, char** argv)
+int doctorTool(const std::vector<std::string>& arguments)
 {
     ToolOptions options("doctor",
                         "Looks at everything that a separation needs on this machine, and tells what is "
                         "wrong and what to do.\n\nExit codes: 0 all is well, 1 it is not.\n");
-    if (!options.read(argc, argv))
+    if (!options.read(arguments))
         return good;
     return runDoctor() ? good : bad;
 }
 
-int checkModelTool(int argc, char** argv)
+int checkModelTool(const std::vector<std::string>& arguments)
 {
     ToolOptions options("check-model",
                         "Tells whether a network can be used as a separation model, what is wrong "
@@ -82,12 +83,12 @@ int checkModelTool(int argc, char** argv)
     std::string key;
     options.add("FILE", file, "The network, an ONNX file")->required();
     options.add("--key", key, "Its scrambling key")->type_name("KEY");
-    if (!options.read(argc, argv))
+    if (!options.read(arguments))
         return good;
     return checkModel(toPath(file), key) ? good : bad;
 }
 
-int scrambleTool(int argc, char** argv)
+int scrambleTool(const std::vector<std::string>& arguments)
 {
     ToolOptions options("scramble",
                         "Scrambles a model with a key, so that other programs do not open it. This is no "
@@ -98,7 +99,7 @@ int scrambleTool(int argc, char** argv)
     options.add("MODEL", model, "The model, an ONNX file")->required();
     options.add("-o,--output", output, "The file to write")->required()->type_name("FILE");
     options.add("--key", key, "The key, any text")->required()->type_name("KEY");
-    if (!options.read(argc, argv))
+    if (!options.read(arguments))
         return good;
     if (key.empty())
         throw UsageError("The key is empty: that would scramble nothing.");
@@ -108,15 +109,15 @@ int scrambleTool(int argc, char** argv)
 
 } // namespace
 
-std::optional<int> runTool(int argc, char** argv)
+std::optional<int> runTool(const std::vector<std::string>& arguments)
 {
-    const std::string_view name = argc > 1 ? argv[1] : "";
+    const std::string name = arguments.empty() ? "" : arguments.front();
     if (name == "doctor")
-        return doctorTool(argc, argv);
+        return doctorTool(arguments);
     if (name == "check-model")
-        return checkModelTool(argc, argv);
+        return checkModelTool(arguments);
     if (name == "scramble")
-        return scrambleTool(argc, argv);
+        return scrambleTool(arguments);
     return std::nullopt;
 }
 

@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
+#include "Program.h"
+
 #include <cstdio>
 #include <exception>
 #include <memory>
 #include <new>
-#include <string>
 
 #include "batch/Batch.h"
 #include "cli/CommandLine.h"
@@ -17,10 +18,11 @@
 #include "system/Text.h"
 #include "tools/Tools.h"
 
-namespace
+namespace tonwerk::app
 {
 
-using namespace tonwerk::app;
+namespace
+{
 
 enum ExitCode
 {
@@ -37,9 +39,9 @@ std::unique_ptr<ProgressReporter> makeReporter(const CommandLine& commandLine, s
     return std::make_unique<TextProgressReporter>(commandLine.job.raw ? stderr : output);
 }
 
-int runProgram(int argc, char** argv)
+int separateSongs(const std::vector<std::string>& arguments)
 {
-    const auto commandLine = readCommandLine(argc, argv);
+    const auto commandLine = readCommandLine(arguments);
     if (!commandLine)
         return done;
     DivertedLogMonitor monitor(divertStandardOutput());
@@ -55,15 +57,15 @@ int printError(const std::string& sentence, ExitCode code)
 
 } // namespace
 
-int main(int argc, char** argv)
+int runProgram(const std::vector<std::string>& arguments)
 {
     try
     {
         setUpConsole();
-        if (const auto code = runTool(argc, argv))
+        if (const auto code = runTool(arguments))
             return *code;
         watchInterrupts();
-        return runProgram(argc, argv);
+        return separateSongs(arguments);
     }
     catch (const UsageError& error)
     {
@@ -86,3 +88,5 @@ int main(int argc, char** argv)
         return printError("Something unexpected happened: " + asReason(failure.what()) + ".", failed);
     }
 }
+
+} // namespace tonwerk::app

@@ -1,0 +1,18 @@
+// SPDX-License-Identifier: MIT
+#ifndef TONWERK_APPS_PROGRAM_H
+#define TONWERK_APPS_PROGRAM_H
+
+#include <string>
+#include <vector>
+
+namespace tonwerk::app
+{
+
+/// Runs tonwerk-separate.
+/// \param arguments the command line behind the program's name, as UTF-8
+/// \return the exit code
+int runProgram(const std::vector<std::string>& arguments);
+
+} // namespace tonwerk::app
+
+#endif // TONWERK_APPS_PROGRAM_H
