@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "tools/ModelCheck.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <exception>
 #include <memory>
@@ -16,7 +17,6 @@
 #include "system/Text.h"
 #include "tools/Findings.h"
 #include "tools/ModelInterface.h"
-#include "tools/OnnxHeader.h"
 #include "tools/RunChecks.h"
 
 namespace tonwerk::app
@@ -25,17 +25,27 @@ namespace tonwerk::app
 namespace
 {
 
-void addHeader(const Findings& findings, const std::filesystem::path& file, std::string_view model)
+/// One line without control characters, whatever the file says.
+std::string printable(std::string text)
 {
-    const OnnxHeader header = readOnnxHeader(model);
-    findings.add("file", quoted(file) + ", " + std::to_string(model.size()) + " bytes");
-    if (!header.operatorSets.empty())
-        findings.add("format", "ONNX, " + header.operatorSets + ", IR version " +
-                                   std::to_string(header.irVersion) +
-                                   (header.producer.empty() ? "" : ", written by " + header.producer));
+    constexpr std::size_t longest = 80;
+    text.resize(std::min(text.size(), longest));
+    std::replace_if(
+        text.begin(), text.end(), [](char character) { return character < ' ' || character > '~'; }, '?');
+    return text;
 }
 
-/// A provider that refuses whatever model it is given is the doctor's matter.
+/// What the network's file says of itself.
+void addMetadata(const Findings& findings, const Ort::Session& session)
+{
+    const Ort::AllocatorWithDefaultOptions allocator;
+    const Ort::ModelMetadata metadata = session.GetModelMetadata();
+    const std::string producer = metadata.GetProducerNameAllocated(allocator).get();
+    if (!producer.empty())
+        findings.add("producer", printable(producer));
+}
+
+/// Only a refusal of this model counts: the doctor tells of providers that refuse every model.
 void addProviders(const Findings& findings, const ModelSession& made)
 {
     for (const ModelSession::Refusal& refusal : made.refusals)
@@ -54,6 +64,7 @@ std::unique_ptr<Ort::Session> loadNetwork(Findings& findings, const Ort::Env& en
     {
         ModelSession made = makeModelSession(env, model.data(), model.size(), "");
         findings.addPass("The runtime loads it.");
+        addMetadata(findings, *made.session);
         addProviders(findings, made);
         return std::move(made.session);
     }
@@ -82,9 +93,9 @@ void checkContract(Findings& findings, Ort::Session& session)
 bool checkPlain(const std::filesystem::path& file, std::string_view model, bool hasKey)
 {
     Findings findings("violation");
-    addHeader(findings, file, model);
+    findings.add("file", quoted(file) + ", " + std::to_string(model.size()) + " bytes");
     findings.add("runtime", loadRuntime());
-    // What goes wrong is told by us.
+    // We report what goes wrong ourselves.
     const Ort::Env env(ORT_LOGGING_LEVEL_FATAL, "");
     if (const auto session = loadNetwork(findings, env, model, hasKey))
         checkContract(findings, *session);

@@ -120,7 +120,7 @@ class CheckModel(ToolTest):
             with self.subTest(model=name):
                 done = self.check(models / f"{name}.onnx")
                 self.assert_conforms(done)
-                self.assertEqual(done.all("format"), ["ONNX, opset 17, IR version 8, written by tonwerk"])
+                self.assertEqual(done.all("producer"), ["tonwerk"])
                 self.assertTrue(any("ignores the flags" in note for note in done.all("note")))
 
     def test_each_break_of_the_interface_is_one_sentence(self) -> None:
