@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "inference/RuntimeLoader.h"
 
+#include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -14,13 +15,10 @@ namespace
 constexpr const wchar_t* fileName = L"onnxruntime_pelagrin.dll";
 constexpr const char* entryPoint = "OrtGetApiBase";
 
-std::string toUtf8(const std::wstring& text)
+std::string toUtf8(const std::filesystem::path& text)
 {
-    const int length = static_cast<int>(text.size());
-    const int needed = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
-    std::string utf8(static_cast<std::size_t>(needed), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), length, utf8.data(), needed, nullptr, nullptr);
-    return utf8;
+    const std::u8string utf8 = text.u8string();
+    return {utf8.begin(), utf8.end()};
 }
 
 std::string reasonText(DWORD code)
