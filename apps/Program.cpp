@@ -26,10 +26,10 @@ namespace
 
 enum ExitCode
 {
-    done = 0,
-    failed = 1,
-    wrongUsage = 2,
-    interrupted = 130
+    Done = 0,
+    Failed = 1,
+    WrongUsage = 2,
+    WasInterrupted = 130
 };
 
 std::unique_ptr<ProgressReporter> makeReporter(const CommandLine& commandLine, std::FILE* output)
@@ -43,10 +43,10 @@ int separateSongs(const std::vector<std::string>& arguments)
 {
     const auto commandLine = readCommandLine(arguments);
     if (!commandLine)
-        return done;
+        return Done;
     DivertedLogMonitor monitor(divertStandardOutput());
     const auto reporter = makeReporter(*commandLine, monitor.output());
-    return Batch(commandLine->job, *reporter, monitor, monitor.output()).run().failed > 0 ? failed : done;
+    return Batch(commandLine->job, *reporter, monitor, monitor.output()).run().failed > 0 ? Failed : Done;
 }
 
 int printError(const std::string& sentence, ExitCode code)
@@ -69,23 +69,23 @@ int runProgram(const std::vector<std::string>& arguments)
     }
     catch (const UsageError& error)
     {
-        return printError(error.what(), wrongUsage);
+        return printError(error.what(), WrongUsage);
     }
     catch (const Interrupted& request)
     {
-        return printError(request.what(), interrupted);
+        return printError(request.what(), WasInterrupted);
     }
     catch (const std::bad_alloc&)
     {
-        return printError("There is not enough memory.", failed);
+        return printError("There is not enough memory.", Failed);
     }
     catch (const Failure& failure)
     {
-        return printError(failure.what(), failed);
+        return printError(failure.what(), Failed);
     }
     catch (const std::exception& failure)
     {
-        return printError("Something unexpected happened: " + asReason(failure.what()) + ".", failed);
+        return printError("Something unexpected happened: " + asReason(failure.what()) + ".", Failed);
     }
 }
 

@@ -35,33 +35,33 @@ void processChunks(benchmark::State& state, bool interleaved, Selection selectio
 
 void chunkPlanar(benchmark::State& state)
 {
-    processChunks(state, false, Selection::all);
+    processChunks(state, false, Selection::All);
 }
 
 void chunkInterleaved(benchmark::State& state)
 {
-    processChunks(state, true, Selection::all);
+    processChunks(state, true, Selection::All);
 }
 
 void chunkOfOneStem(benchmark::State& state)
 {
-    processChunks(state, false, Selection::vocalsOnly);
+    processChunks(state, false, Selection::VocalsOnly);
 }
 
 enum Signal
 {
-    ordinary,
-    silence,
-    decayingTail // from 1e-37 to 1e-45: most values are denormal in the signal, and more in its spectra
+    Ordinary,
+    Silence,
+    DecayingTail // from 1e-37 to 1e-45: most values are denormal in the signal, and more in its spectra
 };
 
 std::vector<float> signalOf(Signal kind, std::size_t count)
 {
     auto samples = noise(count);
     for (std::size_t i = 0; i < count; ++i)
-        if (kind == silence)
+        if (kind == Silence)
             samples[i] = 0.0F;
-        else if (kind == decayingTail)
+        else if (kind == DecayingTail)
             samples[i] *= static_cast<float>(
                 std::pow(10.0, -37.0 - 8.0 * static_cast<double>(i) / static_cast<double>(count)));
     return samples;
@@ -91,7 +91,7 @@ BENCHMARK(chunkInterleaved)->Unit(benchmark::kMillisecond)->MinWarmUpTime(0.5)->
 BENCHMARK(chunkOfOneStem)->Unit(benchmark::kMillisecond)->MinWarmUpTime(0.5)->MinTime(2.0);
 BENCHMARK(chunkOfSignal)
     ->ArgName("signal")
-    ->DenseRange(ordinary, decayingTail)
+    ->DenseRange(Ordinary, DecayingTail)
     ->Unit(benchmark::kMillisecond)
     ->MinWarmUpTime(0.2)
     ->MinTime(1.0);

@@ -62,7 +62,7 @@ void context(benchmark::State& state, const std::string& (*model)())
 
 void chunkOnRuntime(benchmark::State& state)
 {
-    auto processor = makeProcessor(false, Selection::all, gainModel());
+    auto processor = makeProcessor(false, Selection::All, gainModel());
     warmUp(processor);
     const auto block = noise(channels * blockFrames);
     for (auto _ : state)

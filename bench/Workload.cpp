@@ -18,7 +18,7 @@ tonwerk::TonwerkProc makeProcessor(bool interleaved, Selection selection, const 
 {
     tonwerk::TonwerkProcConfig config{};
     config.vocals = 1;
-    if (selection == Selection::all)
+    if (selection == Selection::All)
         config.drum = config.piano = config.acousticGuitar = config.electricGuitar = config.bass = 1;
     config.interleaved = interleaved;
     const tonwerk::ModelData data{model.data(), model.size(), ""};

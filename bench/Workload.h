@@ -25,13 +25,13 @@ std::vector<float> noise(std::size_t count);
 /// How many of the six stems are selected.
 enum class Selection
 {
-    all,
-    vocalsOnly
+    All,
+    VocalsOnly
 };
 
 /// A processor of its own on a context of its own, on the network of this benchmark program.
 /// \param model the network's bytes; empty for the one that costs nothing
-tonwerk::TonwerkProc makeProcessor(bool interleaved, Selection selection = Selection::all,
+tonwerk::TonwerkProc makeProcessor(bool interleaved, Selection selection = Selection::All,
                                    const std::string& model = {});
 
 /// Feeds what comes before the steady state.

@@ -12,7 +12,7 @@ namespace
 
 unsigned bitsOf(SampleFormat format)
 {
-    return format == SampleFormat::pcm16 ? 16 : 24;
+    return format == SampleFormat::Pcm16 ? 16 : 24;
 }
 
 /// The value that full scale, 1, stands for.
@@ -32,11 +32,11 @@ std::string_view nameOf(SampleFormat format)
 {
     switch (format)
     {
-    case SampleFormat::pcm16:
+    case SampleFormat::Pcm16:
         return "pcm16";
-    case SampleFormat::pcm24:
+    case SampleFormat::Pcm24:
         return "pcm24";
-    case SampleFormat::float32:
+    case SampleFormat::Float32:
         break;
     }
     return "float32";
@@ -44,7 +44,7 @@ std::string_view nameOf(SampleFormat format)
 
 double gainToFit(double peak, SampleFormat format)
 {
-    if (format == SampleFormat::float32)
+    if (format == SampleFormat::Float32)
         return 1.0;
     const unsigned bits = bitsOf(format);
     // Rounding adds half a step at most, dither a whole one.

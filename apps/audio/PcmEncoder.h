@@ -15,16 +15,16 @@ namespace tonwerk::app
 /// How the samples of a file are stored.
 enum class SampleFormat
 {
-    float32,
-    pcm24,
-    pcm16
+    Float32,
+    Pcm24,
+    Pcm16
 };
 
 /// As on the command line: "float32", "pcm24", "pcm16".
 std::string_view nameOf(SampleFormat format);
 
 /// The factor for samples up to `peak` with which none of them clips: 1 if they fit as they are, as they
-/// always do in float32.
+/// always do in Float32.
 double gainToFit(double peak, SampleFormat format);
 
 /// Makes fixed-point samples. Samples of 16 bits get dither with a triangular distribution of 2 LSB from end
@@ -33,7 +33,7 @@ double gainToFit(double peak, SampleFormat format);
 class PcmEncoder
 {
 public:
-    /// \param format pcm16 or pcm24
+    /// \param format Pcm16 or Pcm24
     /// \param gain factor for all samples
     PcmEncoder(SampleFormat format, double gain);
 

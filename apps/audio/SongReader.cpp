@@ -111,7 +111,7 @@ void SongReader::DecoderCloser::operator()(ma_decoder* open) const
 SongReader::SongReader(const std::filesystem::path& path) : location(path)
 {
     const std::uint64_t size = sizeOfSong(path);
-    source = std::make_unique<Source>(Source{BinaryFile(path, FileMode::read), size});
+    source = std::make_unique<Source>(Source{BinaryFile(path, FileMode::Read), size});
     openDecoder();
     checkFormat();
 }

@@ -26,7 +26,7 @@ std::filesystem::path withEnding(std::filesystem::path path, const char* ending)
 StemWriter::StemWriter(std::filesystem::path finalPath, unsigned channels, unsigned sampleRate)
     : finalLocation(std::move(finalPath)), location(withEnding(finalLocation, ".part")),
       channelCount(channels), rate(sampleRate),
-      file(std::make_unique<WavFile>(location, SampleFormat::float32, channels, sampleRate))
+      file(std::make_unique<WavFile>(location, SampleFormat::Float32, channels, sampleRate))
 {
 }
 
@@ -51,7 +51,7 @@ void StemWriter::write(std::span<const float> samples)
 void StemWriter::finish(SampleFormat format, double gain)
 {
     file->close();
-    if (format != SampleFormat::float32)
+    if (format != SampleFormat::Float32)
         convert(format, gain);
 }
 
@@ -61,7 +61,7 @@ void StemWriter::convert(SampleFormat format, double gain)
     std::vector<float> samples(framesAtOnce * channelCount);
     PcmEncoder encoder(format, gain);
     {
-        BinaryFile floats(location, FileMode::read);
+        BinaryFile floats(location, FileMode::Read);
         floats.seek(static_cast<std::int64_t>(WavFile::headerBytes), SEEK_SET);
         converted = withEnding(location, ".fixed");
         file = std::make_unique<WavFile>(converted, format, channelCount, rate);

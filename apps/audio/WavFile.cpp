@@ -33,11 +33,11 @@ ma_format encoded(SampleFormat format)
 {
     switch (format)
     {
-    case SampleFormat::pcm16:
+    case SampleFormat::Pcm16:
         return ma_format_s16;
-    case SampleFormat::pcm24:
+    case SampleFormat::Pcm24:
         return ma_format_s24;
-    case SampleFormat::float32:
+    case SampleFormat::Float32:
         break;
     }
     return ma_format_f32;
@@ -57,7 +57,7 @@ void WavFile::EncoderCloser::operator()(ma_encoder* open) const
 }
 
 WavFile::WavFile(std::filesystem::path path, SampleFormat format, unsigned channels, unsigned sampleRate)
-    : location(std::move(path)), sampleFormat(format), channelCount(channels), file(location, FileMode::write)
+    : location(std::move(path)), sampleFormat(format), channelCount(channels), file(location, FileMode::Write)
 {
     const auto config = ma_encoder_config_init(ma_encoding_format_wav, encoded(format), channels, sampleRate);
     auto opened = std::make_unique<ma_encoder>();

@@ -23,7 +23,7 @@ struct OutputSettings
     StemSet stems;
     /// The files to write: the stems and the mixtures.
     std::vector<Track> tracks;
-    SampleFormat format = SampleFormat::float32;
+    SampleFormat format = SampleFormat::Float32;
     /// Whether to write a page that shows and plays the stems.
     bool report = false;
 };

@@ -23,7 +23,7 @@ namespace
 
 void checkFits(const SongSource& song)
 {
-    if (song.statedFrames() > WavFile::maxFrames(SampleFormat::float32, song.channels()))
+    if (song.statedFrames() > WavFile::maxFrames(SampleFormat::Float32, song.channels()))
         throw Failure("The song is too long: its stems would exceed the 4 GB that a WAV file can hold.");
 }
 

@@ -53,7 +53,7 @@ struct RawOptions
     std::string key;
     std::vector<std::string> stems;
     std::string mix;
-    SampleFormat format = SampleFormat::float32;
+    SampleFormat format = SampleFormat::Float32;
     unsigned inputRate = 44100;
     unsigned jobs = 1;
     double memory = 0.0;
@@ -81,7 +81,7 @@ void declareMain(CLI::App& app, RawOptions& raw)
 void declareOutput(CLI::App& app, RawOptions& raw)
 {
     const std::map<std::string, SampleFormat> formats{
-        {"float32", SampleFormat::float32}, {"pcm24", SampleFormat::pcm24}, {"pcm16", SampleFormat::pcm16}};
+        {"float32", SampleFormat::Float32}, {"pcm24", SampleFormat::Pcm24}, {"pcm16", SampleFormat::Pcm16}};
     app.add_option("--stems", raw.stems, "Write only these stems, and ask the model for no others; or none")
         ->delimiter(',')
         ->allow_extra_args(false)
@@ -170,7 +170,7 @@ void readShard(const std::string& text, Job& job)
 void checkTogether(const RawOptions& raw, const StemSet& stems)
 {
     if (raw.raw && (!raw.outputFolder.empty() || raw.report || raw.resume || raw.jobs > 1 ||
-                    !raw.shard.empty() || raw.format != SampleFormat::float32))
+                    !raw.shard.empty() || raw.format != SampleFormat::Float32))
         throw UsageError("--raw writes float samples of one song to standard output: it goes with none of "
                          "--output, --format, --report, --resume, --jobs and --shard.");
     if (!raw.raw && raw.outputFolder.empty())

@@ -29,7 +29,7 @@ std::vector<char> readModel(const std::filesystem::path& path)
     if (size == 0)
         throw Failure("The model " + quoted(path) + " is an empty file.");
     std::vector<char> bytes(static_cast<std::size_t>(size));
-    BinaryFile file(path, FileMode::read);
+    BinaryFile file(path, FileMode::Read);
     bytes.resize(file.read(bytes.data(), bytes.size()));
     file.requireGood();
     return bytes;

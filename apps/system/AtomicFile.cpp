@@ -15,7 +15,7 @@ void writeFileAtomically(const std::filesystem::path& path, const void* bytes, s
     std::filesystem::path temporary = path;
     temporary += ".part";
     // Not ours to remove if it cannot be opened.
-    BinaryFile file(temporary, FileMode::write);
+    BinaryFile file(temporary, FileMode::Write);
     std::error_code failure;
     try
     {

@@ -48,7 +48,7 @@ bool BinaryFile::seek(std::int64_t offset, int origin)
     const bool good = seekFile(stream.get(), offset, origin);
     // Decoders seek by what a file says, so a wrong position is the file's fault and no failure of the
     // system.
-    if (fileMode == FileMode::write)
+    if (fileMode == FileMode::Write)
         note(good);
     return good;
 }
@@ -62,7 +62,7 @@ void BinaryFile::flush()
 void BinaryFile::requireGood() const
 {
     if (firstError != 0)
-        throw failureOf(fileMode == FileMode::read ? "read" : "write", location, firstError);
+        throw failureOf(fileMode == FileMode::Read ? "read" : "write", location, firstError);
 }
 
 void BinaryFile::close()

@@ -11,8 +11,8 @@ namespace tonwerk::app
 
 enum class FileMode
 {
-    read,
-    write
+    Read,
+    Write
 };
 
 /// Opens a file in binary mode, in write mode as a new, empty one.

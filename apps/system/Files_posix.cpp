@@ -6,7 +6,7 @@ namespace tonwerk::app
 
 std::FILE* openFile(const std::filesystem::path& path, FileMode mode)
 {
-    return std::fopen(path.c_str(), mode == FileMode::read ? "rb" : "wb");
+    return std::fopen(path.c_str(), mode == FileMode::Read ? "rb" : "wb");
 }
 
 bool seekFile(std::FILE* file, std::int64_t offset, int origin)

@@ -9,7 +9,7 @@ namespace tonwerk::app
 
 std::FILE* openFile(const std::filesystem::path& path, FileMode mode)
 {
-    return _wfopen(path.c_str(), mode == FileMode::read ? L"rb" : L"wb");
+    return _wfopen(path.c_str(), mode == FileMode::Read ? L"rb" : L"wb");
 }
 
 bool seekFile(std::FILE* file, std::int64_t offset, int origin)

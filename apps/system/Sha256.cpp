@@ -31,7 +31,7 @@ std::string Sha256::hexadecimal()
 
 std::string sha256OfFile(const std::filesystem::path& path)
 {
-    BinaryFile file(path, FileMode::read);
+    BinaryFile file(path, FileMode::Read);
     Sha256 hash;
     std::vector<char> bytes(1 << 20);
     while (const std::size_t count = file.read(bytes.data(), bytes.size()))

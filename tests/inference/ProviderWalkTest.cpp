@@ -209,10 +209,10 @@ TEST_P(DirectMLRefused, LeavesAPlainSessionWithoutAnErrorOrALeakedStatus)
 INSTANTIATE_TEST_SUITE_P(
     ProviderWalk, DirectMLRefused,
     ::testing::Values(
-        DirectMLRefusal{"ByTheAppend", Standin::DirectMLTable::own, {"AppendDML"}, 1, true},
+        DirectMLRefusal{"ByTheAppend", Standin::DirectMLTable::Own, {"AppendDML"}, 1, true},
         DirectMLRefusal{
-            "ByTheTableQuery", Standin::DirectMLTable::own, {"GetExecutionProviderApi"}, 1, false},
-        DirectMLRefusal{"ByAMissingTable", Standin::DirectMLTable::missing, {}, 0, false}),
+            "ByTheTableQuery", Standin::DirectMLTable::Own, {"GetExecutionProviderApi"}, 1, false},
+        DirectMLRefusal{"ByAMissingTable", Standin::DirectMLTable::Missing, {}, 0, false}),
     [](const auto& test) { return std::string(test.param.name); });
 
 /// The adapter in the middle is one that DirectML should have.
@@ -246,7 +246,7 @@ TEST_F(ProviderWalk, DirectMLGetsTheAdapterThatIsPreferred)
 TEST_F(ProviderWalk, RealDirectMLEndsInASessionWhateverTheAppendSays)
 {
     offer("Dml");
-    standin.directML = Standin::DirectMLTable::real;
+    standin.directML = Standin::DirectMLTable::Real;
     const auto backend = load("gains.onnx");
 
     EXPECT_EQ(log.lines(plog::error), Lines{});

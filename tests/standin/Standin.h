@@ -20,15 +20,15 @@ struct Standin
     /// What GetExecutionProviderApi gives for DirectML.
     enum class DirectMLTable
     {
-        own,     ///< a table whose append does nothing, or fails if "AppendDML" is in `failing`
-        missing, ///< success, but no table
-        real     ///< the real runtime's answer, as it is
+        Own,     ///< a table whose append does nothing, or fails if "AppendDML" is in `failing`
+        Missing, ///< success, but no table
+        Real     ///< the real runtime's answer, as it is
     };
 
     // The script.
 
     std::vector<std::string> providers{"CPUExecutionProvider"};
-    DirectMLTable directML = DirectMLTable::own;
+    DirectMLTable directML = DirectMLTable::Own;
     /// What returns a failing status with the text "stand-in: NAME fails": functions, the appends
     /// "AppendDML", "AppendCUDA" and "AppendROCM", creations of session options, counted from "options1", and
     /// of sessions, counted from "session1", and single runs, counted from "run1".

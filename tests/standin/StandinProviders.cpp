@@ -80,8 +80,8 @@ OrtStatus* ORT_API_CALL getExecutionProviderApi(const char* name, std::uint32_t 
     static constexpr DirectMLTable realTable{appendRealDirectML};
     record(std::string("GetExecutionProviderApi ") + name + " " + std::to_string(version));
     if (!standin().failing.contains("GetExecutionProviderApi"))
-        if (standin().directML != Standin::DirectMLTable::missing)
-            *table = standin().directML == Standin::DirectMLTable::own ? &ownTable : &realTable;
+        if (standin().directML != Standin::DirectMLTable::Missing)
+            *table = standin().directML == Standin::DirectMLTable::Own ? &ownTable : &realTable;
     return unlessScripted("GetExecutionProviderApi", [] { return nullptr; });
 }
 

@@ -16,18 +16,15 @@
 #include "support/Stereo.h"
 
 /// Places of the stems in a result.
-enum Stem : std::size_t
-{
-    vocals,
-    drum,
-    piano,
-    acousticGuitar,
-    electricGuitar,
-    bass,
-    residual,
-    mix,
-    stemCount
-};
+inline constexpr std::size_t vocals = 0;
+inline constexpr std::size_t drum = 1;
+inline constexpr std::size_t piano = 2;
+inline constexpr std::size_t acousticGuitar = 3;
+inline constexpr std::size_t electricGuitar = 4;
+inline constexpr std::size_t bass = 5;
+inline constexpr std::size_t residual = 6;
+inline constexpr std::size_t mix = 7;
+inline constexpr std::size_t stemCount = 8;
 
 /// What the model gains.onnx multiplies its input with, in the order of the stems.
 inline constexpr std::array<float, 6> modelGains{10.0F / 32, 8.0F / 32, 4.0F / 32,

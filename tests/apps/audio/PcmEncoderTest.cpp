@@ -17,7 +17,7 @@ using tonwerk::app::SampleFormat;
 
 std::vector<int> converted(const std::vector<float>& samples, SampleFormat format, double gain = 1.0)
 {
-    const int bytesPerSample = format == SampleFormat::pcm16 ? 2 : 3;
+    const int bytesPerSample = format == SampleFormat::Pcm16 ? 2 : 3;
     PcmEncoder encoder(format, gain);
     const auto bytes = encoder.encode(samples);
     std::vector<int> values;
@@ -35,9 +35,9 @@ std::vector<int> converted(const std::vector<float>& samples, SampleFormat forma
 TEST(PcmEncoder, SamplesOf24BitsAreTheNearestOnes)
 {
     const float step = 1.0F / 8388608.0F;
-    EXPECT_EQ(converted({0.5F, -1.0F, 0.7F * step, -0.7F * step, 0.0F}, SampleFormat::pcm24),
+    EXPECT_EQ(converted({0.5F, -1.0F, 0.7F * step, -0.7F * step, 0.0F}, SampleFormat::Pcm24),
               (std::vector<int>{4194304, -8388608, 1, -1, 0}));
-    EXPECT_EQ(converted({2.0F, -2.0F, std::numeric_limits<float>::quiet_NaN()}, SampleFormat::pcm24),
+    EXPECT_EQ(converted({2.0F, -2.0F, std::numeric_limits<float>::quiet_NaN()}, SampleFormat::Pcm24),
               (std::vector<int>{8388607, -8388608, 0}));
 }
 
@@ -49,7 +49,7 @@ TEST(PcmEncoder, DitherKeepsTheMeanAndMakesAnErrorThatDoesNotDependOnTheValue)
         const std::vector<float> samples(count, static_cast<float>(value / 32768.0));
         double sum = 0.0;
         double squares = 0.0;
-        for (const int result : converted(samples, SampleFormat::pcm16))
+        for (const int result : converted(samples, SampleFormat::Pcm16))
         {
             sum += result - value;
             squares += (result - value) * (result - value);
@@ -58,16 +58,16 @@ TEST(PcmEncoder, DitherKeepsTheMeanAndMakesAnErrorThatDoesNotDependOnTheValue)
         EXPECT_NEAR(sum / count, 0.0, 4 * 0.5 / std::sqrt(count)) << value;
         EXPECT_NEAR(squares / count, 0.25, 4 * 0.3 / std::sqrt(count)) << value;
     }
-    EXPECT_EQ(converted({0.0F, 0.0F, 0.0F}, SampleFormat::pcm16), (std::vector<int>{0, 0, 0})) << "silence";
+    EXPECT_EQ(converted({0.0F, 0.0F, 0.0F}, SampleFormat::Pcm16), (std::vector<int>{0, 0, 0})) << "silence";
 }
 
 TEST(PcmEncoder, TheGainKeepsThePeakFromClippingAndIsNoSmallerThanItMustBe)
 {
-    EXPECT_EQ(gainToFit(0.99, SampleFormat::pcm16), 1.0);
-    EXPECT_EQ(gainToFit(7.0, SampleFormat::float32), 1.0);
+    EXPECT_EQ(gainToFit(0.99, SampleFormat::Pcm16), 1.0);
+    EXPECT_EQ(gainToFit(7.0, SampleFormat::Float32), 1.0);
     const std::vector<float> peaks(10000, 1.7F);
     for (const auto& [format, highest] :
-         {std::pair{SampleFormat::pcm16, 32767}, {SampleFormat::pcm24, 8388607}})
+         {std::pair{SampleFormat::Pcm16, 32767}, {SampleFormat::Pcm24, 8388607}})
         for (const int value : converted(peaks, format, gainToFit(static_cast<double>(1.7F), format)))
         {
             ASSERT_LE(value, highest);

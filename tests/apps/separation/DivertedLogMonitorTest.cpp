@@ -20,8 +20,8 @@ TEST(DivertedLogMonitor, EachThreadTakesItsOwnMessagesOnce)
 {
     const ScratchFolder folder;
     const auto path = folder.path() / "log";
-    std::FILE* const writing = tonwerk::app::openFile(path, tonwerk::app::FileMode::write);
-    std::FILE* const reading = tonwerk::app::openFile(path, tonwerk::app::FileMode::read);
+    std::FILE* const writing = tonwerk::app::openFile(path, tonwerk::app::FileMode::Write);
+    std::FILE* const reading = tonwerk::app::openFile(path, tonwerk::app::FileMode::Read);
     DivertedLogMonitor monitor({stdout, reading});
     const unsigned mine = tonwerk::app::threadNumber();
     const auto write = [writing](const std::string& text)
