@@ -9,7 +9,7 @@ namespace tonwerk::app
 {
 
 /// Runs tonwerk-separate.
-/// \param arguments the command line behind the program's name, as UTF-8
+/// \param arguments what follows the program's name on the command line, as UTF-8
 /// \return the exit code
 int runProgram(const std::vector<std::string>& arguments);
 

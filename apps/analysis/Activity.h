@@ -10,8 +10,8 @@
 namespace tonwerk::app
 {
 
-/// Finds out when a track sounds: wherever the RMS value of 50 ms exceeds -50 dBFS. Pauses shorter than half
-/// a second count as sound.
+/// Finds the active parts of a track, where the RMS value of 50 ms exceeds -50 dBFS. Pauses under half a
+/// second count as active.
 class Activity
 {
 public:
@@ -20,7 +20,7 @@ public:
     /// Takes the next samples, interleaved. Those that are not finite count as zero.
     void feed(std::span<const float> samples);
 
-    /// Where the track sounds: begin and end in seconds, in order and apart from each other.
+    /// The active ranges: begin and end in seconds, sorted and disjoint.
     std::vector<std::pair<double, double>> ranges() const;
 
 private:

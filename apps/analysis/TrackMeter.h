@@ -11,7 +11,7 @@
 namespace tonwerk::app
 {
 
-/// What there is to know about a track's level, gathered while it streams by.
+/// Measures the levels of a track while it streams by.
 class TrackMeter
 {
 public:

@@ -10,7 +10,7 @@
 namespace tonwerk::app
 {
 
-/// A song as samples, from its start to its end, block by block.
+/// Reads a song block by block, from start to end.
 class SongSource
 {
 public:

@@ -14,8 +14,8 @@
 namespace tonwerk::app
 {
 
-/// The tracks of one song on disk: a folder with one WAV file for each. Nothing is left of files and folders
-/// that were made here, unless they are committed.
+/// A song's tracks on disk: a folder with one WAV file per track. Without commit(), the destructor removes
+/// the files and folders that this object made.
 class StemFolder : public StemSink
 {
 public:

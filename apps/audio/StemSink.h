@@ -7,7 +7,7 @@
 namespace tonwerk::app
 {
 
-/// Where the tracks of a song go, block by block.
+/// Writes the tracks of a song block by block.
 class StemSink
 {
 public:

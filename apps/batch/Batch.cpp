@@ -35,7 +35,7 @@ BatchCounts Batch::run()
     }
     else
     {
-        std::vector<std::jthread> workers; // end before anything else goes on
+        std::vector<std::jthread> workers; // joins them at the end of the block
         for (const auto& context : models)
             workers.emplace_back([this, context, &songs] { work(context, songs); });
     }
@@ -88,14 +88,14 @@ bool Batch::isDoneBefore(const SongEntry& song) const
     return isDone(song.folder, {sha256OfFile(song.path), model.sha256}, job.output);
 }
 
-/// One after another, before any of them is used, as the library wants it.
+/// Loads one after another, before any of them is used, as the library requires.
 void Batch::loadModels(std::size_t songs)
 {
     const std::size_t count = workerCount(songs);
     while (models.size() < count)
         models.push_back(loadModel(job.model, job.key));
     if (models.empty())
-        return; // nothing to do, and the runtime is not loaded
+        return; // nothing to do, and no runtime loaded
     model.providers = offeredProviders();
     for (LibraryMessage& message : monitor.take())
         model.log.push_back(std::move(message.text));
@@ -108,7 +108,7 @@ std::size_t Batch::workerCount(std::size_t songs) const
     const std::uintmax_t modelSize = std::filesystem::file_size(job.model, failure);
     if (job.memory && !failure)
     {
-        // A stream, the runtime's working memory, and the model as the runtime keeps it.
+        // A stream, the runtime's working memory, and the runtime's copies of the model.
         const std::uintmax_t perWorker = 500'000'000 + 3 * modelSize;
         workers = std::min<std::size_t>(workers, static_cast<std::size_t>(*job.memory / perWorker));
         workers = std::max<std::size_t>(workers, songs > 0 ? 1 : 0);
@@ -142,7 +142,7 @@ void Batch::separate(SongSeparator& separator, const SongEntry& song)
     }
     catch (const Interrupted&)
     {
-        // The others end too, and then run() says so.
+        // The other workers stop, too; then run() throws.
     }
     catch (const std::bad_alloc&)
     {

@@ -29,10 +29,10 @@ class Batch
 {
 public:
     /// All references must outlive this object.
-    /// \param output where raw stems go; not owned
+    /// \param output receives raw stems; not owned
     Batch(const Job& job, ProgressReporter& reporter, LibraryMonitor& monitor, std::FILE* output);
 
-    /// Separates the songs, and goes on with the next when one fails.
+    /// Separates all songs. A song that fails does not stop the others.
     /// \throws Failure if the model cannot be used
     /// \throws Interrupted if the user asked to stop
     BatchCounts run();
@@ -54,7 +54,7 @@ private:
     ModelFacts model;
     std::vector<std::shared_ptr<InferenceContext>> models;
     std::atomic<std::size_t> nextSong{0};
-    std::mutex guard; ///< of the counts
+    std::mutex guard; ///< protects the counts
     BatchCounts counts;
 };
 

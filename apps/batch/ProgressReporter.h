@@ -11,7 +11,7 @@
 namespace tonwerk::app
 {
 
-/// How many songs came to which end.
+/// Numbers of songs by result.
 struct BatchCounts
 {
     std::size_t done = 0;
@@ -19,7 +19,7 @@ struct BatchCounts
     std::size_t skipped = 0;
 };
 
-/// Tells the user what happens. Several threads may call at once.
+/// Reports the progress of a batch to the user. Several threads may call at the same time.
 class ProgressReporter
 {
 public:
@@ -29,12 +29,12 @@ public:
     ProgressReporter(const ProgressReporter&) = delete;
     ProgressReporter& operator=(const ProgressReporter&) = delete;
 
-    /// So many songs are going to be separated.
+    /// \param songs number of songs to separate
     virtual void begin(std::size_t songs) = 0;
 
-    /// A song is being worked on; called first with a fraction of 0.
+    /// Progress of one song; the first call has a fraction of 0.
     /// \param fraction from 0 to 1; 0 throughout if the song's length is unknown
-    /// \param audioSeconds of sound that have been worked on
+    /// \param audioSeconds length of the audio processed so far
     virtual void progress(const SongEntry& song, double fraction, double audioSeconds) = 0;
 
     virtual void done(const SongEntry& song, const SongSummary& summary) = 0;
@@ -42,11 +42,11 @@ public:
     /// The song's receipt says that it is done.
     virtual void skipped(const SongEntry& song) = 0;
 
-    /// \param input path of a song, or what else was asked for
+    /// \param input path of the song, or the input that yields none
     /// \param sentence why it cannot be separated
     virtual void failed(const std::string& input, const std::string& sentence) = 0;
 
-    /// There will be nothing more to tell.
+    /// The batch has ended.
     virtual void end(const BatchCounts& counts) = 0;
 };
 

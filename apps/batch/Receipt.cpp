@@ -18,7 +18,7 @@ namespace tonwerk::app
 namespace
 {
 
-/// Keeps the order in which its members are written.
+/// Keeps the order of its members.
 using Json = nlohmann::ordered_json;
 
 /// Null for silence: JSON has no infinity.
@@ -35,7 +35,7 @@ Json gainsOf(const Track& track)
     return gains;
 }
 
-/// Everything that shows in the files.
+/// The settings that decide about the files' content.
 Json describe(const OutputSettings& settings)
 {
     Json description{{"format", nameOf(settings.format)},
@@ -69,7 +69,7 @@ Json readReceipt(const std::filesystem::path& path)
     return Json::parse(file, nullptr, throwOnError);
 }
 
-/// The text at such a place as "/input/sha256", or nothing.
+/// The text at a JSON pointer such as "/input/sha256", or an empty one.
 std::string textAt(const Json& receipt, const char* place)
 {
     const Json::json_pointer pointer(place);

@@ -17,29 +17,29 @@
 namespace tonwerk::app
 {
 
-/// The model as receipts tell of it.
+/// The model as a receipt describes it.
 struct ModelFacts
 {
     /// File name, as UTF-8.
     std::string name;
     std::string sha256;
-    /// What the runtime offers to run it on.
+    /// The execution providers that the runtime offers.
     std::vector<std::string> providers;
-    /// What the library logged while it loaded it.
+    /// The library's messages while loading it.
     std::vector<std::string> log;
 };
 
-/// What decides about the stems: equal keys, equal stems.
+/// Identifies the inputs of a separation: equal keys give equal stems.
 struct ReceiptKey
 {
     std::string songSha256;
     std::string modelSha256;
 };
 
-/// Whether the folder has a receipt for this song, model and settings, and all files that it tells of.
+/// Whether the folder has a receipt for this song, model and settings, and all files that it names.
 bool isDone(const std::filesystem::path& folder, const ReceiptKey& key, const OutputSettings& settings);
 
-/// All that a receipt tells.
+/// The content of a receipt.
 struct ReceiptFacts
 {
     const SongEntry& entry;

@@ -25,7 +25,7 @@ bool isSongName(const std::filesystem::path& path)
     return std::find(songExtensions.begin(), songExtensions.end(), extension) != songExtensions.end();
 }
 
-/// Gathers what the inputs name, in no order yet.
+/// Finds the songs that the inputs name, in any order.
 class Finder
 {
 public:
@@ -99,7 +99,7 @@ void sortOnce(std::vector<SongEntry>& songs)
                   });
 }
 
-/// Windows drops full stops and blanks at the end of a folder's name, so they go everywhere.
+/// Windows drops full stops and blanks at the end of a folder's name, so we do so everywhere.
 std::string folderName(const SongEntry& song)
 {
     std::string name = toText(song.path.stem());

@@ -10,11 +10,11 @@
 namespace tonwerk::app
 {
 
-/// A song that is asked for.
+/// A song to separate.
 struct SongEntry
 {
     std::filesystem::path path;
-    /// Where its stems go.
+    /// The folder for its stems.
     std::filesystem::path folder;
     /// Whether it comes from standard input; there is no file then.
     bool isStandardInput = false;
@@ -39,14 +39,14 @@ inline constexpr const char* standardInputName = "-";
 /// The name that the song of standard input has.
 inline constexpr const char* standardInputSong = "stdin";
 
-/// The file that stands beside finished stems, and marks a folder as one of stems.
+/// The file beside finished stems. It marks a folder as one of stems.
 inline constexpr const char* receiptName = "receipt.json";
 
-/// Finds the songs that the inputs name: files, folders with all that they hold, standard input.
-/// Each song comes once; the list is sorted by path, so that it is the same everywhere.
+/// Finds the songs that the inputs name: files, folders with everything below them, standard input. Each song
+/// appears once; the list is sorted by path, so that it is the same everywhere.
 ///
-/// In folders, files count as songs by their extension. What begins with a full stop is left out, and so are
-/// folders of stems.
+/// In folders, the extension decides whether a file is a song. Names that begin with a full stop and folders
+/// of stems are left out.
 ///
 /// A song's folder has its name without extension. If several songs would have the same folder, the first in
 /// the list has it, and the others get " (2)", " (3)" and so on; case makes no difference.

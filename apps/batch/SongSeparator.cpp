@@ -73,10 +73,10 @@ SongSummary SongSeparator::separateToFolder(const SongEntry& entry, SongSource& 
         observers.push_back(&page.emplace(settings.stems, song.sampleRate()));
     Separation separation(context, song, settings.tracks, folder, monitor, observers);
     const SeparationResult result = separation.run(progress);
-    // One factor for all tracks, so that their balance stays.
+    // One factor for all tracks keeps their balance.
     const double gain = gainToFit(meters.peak(), settings.format);
 
-    // While there is a receipt, the files are those that it tells of.
+    // A receipt must always describe the files beside it, so the old one goes first.
     std::error_code absent;
     std::filesystem::remove(entry.folder / receiptName, absent);
     folder.commit(settings.format, gain);

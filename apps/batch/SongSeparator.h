@@ -17,7 +17,7 @@
 namespace tonwerk::app
 {
 
-/// What there is to tell of a song that is done.
+/// Facts about a finished song.
 struct SongSummary
 {
     double audioSeconds;
@@ -28,19 +28,19 @@ struct SongSummary
     double gain;
 };
 
-/// Separates songs from their files to their receipts, one after another, with one copy of the model. One
-/// thread at a time; separators with models of their own are independent.
+/// Separates songs one after another with one copy of the model, from the song's file to the receipt. Not
+/// thread-safe; separators with different copies of the model are independent.
 class SongSeparator
 {
 public:
     /// All references must outlive this object.
-    /// \param output where raw stems go; not owned
+    /// \param output receives raw stems; not owned
     SongSeparator(const Job& job, std::shared_ptr<InferenceContext> context, const ModelFacts& model,
                   LibraryMonitor& monitor, std::FILE* output);
 
-    /// Separates a song and keeps its files.
-    /// \throws Failure if that is not possible; nothing is left then
-    /// \throws Interrupted if the user asks to stop; nothing is left then
+    /// Separates a song. Leaves no files if it throws.
+    /// \throws Failure if the song cannot be separated
+    /// \throws Interrupted if the user asks to stop
     SongSummary separate(const SongEntry& entry, const Separation::Progress& progress);
 
 private:

@@ -23,7 +23,7 @@ public:
 
     void observeTracks(const std::vector<std::vector<float>>& tracks) override;
 
-    /// What is known of a track so far.
+    /// The measurements of one track so far.
     const TrackMeter& of(std::size_t track) const { return meters.at(track); }
 
     /// Largest absolute value of all tracks, 1 being full scale.

@@ -44,7 +44,7 @@ constexpr const char* details =
     "\n"
     "Exit codes: 0 done, 1 some songs failed and the others are done, 2 wrong usage, 130 interrupted.";
 
-/// The options as CLI11 fills them in.
+/// The options as CLI11 stores them.
 struct RawOptions
 {
     std::vector<std::string> songs;

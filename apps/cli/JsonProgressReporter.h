@@ -11,8 +11,7 @@
 namespace tonwerk::app
 {
 
-/// Tells what happens as one JSON object per line on standard error, for programs; docs/separate.md has the
-/// fields.
+/// Reports progress to programs: one JSON object per line on standard error. docs/separate.md has the fields.
 class JsonProgressReporter : public ProgressReporter
 {
 public:

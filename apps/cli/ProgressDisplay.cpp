@@ -55,7 +55,7 @@ void ProgressDisplay::drawBar(double fraction, double secondsLeft, double speed)
 {
     const auto filled = static_cast<std::size_t>(fraction * static_cast<double>(barWidth));
     const std::string bar = std::string(filled, '#') + std::string(barWidth - filled, ' ');
-    // The blanks at the end cover what a longer line left behind.
+    // The blanks at the end erase the rest of a longer line.
     std::fprintf(stderr, "\r[%s] %3d %%, %s left, %.1f x real time    ", bar.c_str(), wholePercent(fraction),
                  asClock(secondsLeft).c_str(), speed);
     barIsShown = true;

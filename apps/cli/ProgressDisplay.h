@@ -7,8 +7,8 @@
 namespace tonwerk::app
 {
 
-/// Shows on standard error how far the work is: on a terminal a bar with the time left and the speed,
-/// elsewhere a line per 10 %.
+/// Shows the progress on standard error: on a terminal a bar with time left and speed, elsewhere a line per
+/// 10 %.
 class ProgressDisplay
 {
 public:
@@ -22,10 +22,10 @@ public:
     ProgressDisplay& operator=(const ProgressDisplay&) = delete;
 
     /// \param fraction of the work that is done, from 0 to 1
-    /// \param audioSeconds of sound that have been worked on, for the speed
+    /// \param audioSeconds length of the audio processed so far, for the speed
     void update(double fraction, double audioSeconds);
 
-    /// Leaves the line of the bar to somebody else; the next update draws it anew.
+    /// Ends the bar's line, so that other text can follow. The next update draws a new bar.
     void endLine();
 
 private:

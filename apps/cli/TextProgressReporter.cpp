@@ -73,7 +73,7 @@ void TextProgressReporter::end(const BatchCounts& counts)
     std::fflush(lines);
 }
 
-/// Counts a song that is no longer worked on, and makes room for a line about it.
+/// Takes a song off the running ones, and ends the progress bar's line for the text that follows.
 void TextProgressReporter::finish(const std::string& path)
 {
     const auto song = running.find(path);

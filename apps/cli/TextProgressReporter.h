@@ -13,8 +13,7 @@
 namespace tonwerk::app
 {
 
-/// Tells in words and lines what happens: progress and errors on standard error, a line per song that is
-/// done on `output`.
+/// Reports to people: progress and errors on standard error, a line per finished song on `output`.
 class TextProgressReporter : public ProgressReporter
 {
 public:

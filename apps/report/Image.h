@@ -31,7 +31,7 @@ public:
     /// The pixel in a column from the left and a row from the top.
     Color& at(std::size_t column, std::size_t row) { return pixels[row * columns + column]; }
 
-    /// The image as a URI that holds all of it: a PNG in Base64.
+    /// The image as a data URI: a PNG in Base64.
     /// \throws std::bad_alloc if there is not enough memory
     std::string dataUri() const;
 

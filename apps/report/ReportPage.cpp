@@ -13,7 +13,7 @@ namespace tonwerk::app
 namespace
 {
 
-/// As JSON that may stand in a script element: without "<", neither "</script" nor "<!--" can arise.
+/// JSON for a script element. Without "<" it contains neither "</script" nor "<!--".
 std::string asScriptText(const nlohmann::json& data)
 {
     constexpr bool onlyAscii = true;

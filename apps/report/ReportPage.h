@@ -9,8 +9,8 @@
 namespace tonwerk::app
 {
 
-/// The report page with this data in it: one HTML text in ASCII that needs no other file to show itself. What
-/// the data's texts hold cannot end the block that they stand in; bytes that are not UTF-8 become U+FFFD.
+/// The report page with this data: one ASCII HTML text that needs no other file. Texts in the data cannot end
+/// the block that holds them; bytes that are not UTF-8 become U+FFFD.
 /// \param data what report/page/page.js reads
 std::string reportPage(const nlohmann::json& data);
 

@@ -18,10 +18,10 @@ namespace
 
 constexpr std::size_t imageWidth = 1280;
 constexpr std::size_t waveformHeight = 96;
-/// Keeps images of silence apart from a division by zero.
+/// Avoids a division by zero for silence.
 constexpr float quietestFullScale = 1e-6F;
 
-/// Of the song, then of the stems in the order of stemNames: readable on white and on black.
+/// The song's colour, then the stems' in the order of stemNames; all are readable on white and on black.
 constexpr std::array<Color, stemNames.size() + 1> trackColors{{{125, 133, 151, 255},
                                                                {226, 74, 122, 255},
                                                                {230, 118, 36, 255},
@@ -38,7 +38,7 @@ std::string asCss(Color color)
            std::to_string(color.blue) + ")";
 }
 
-/// The scales that all images of a report share, so that they can be compared.
+/// All images of a report share one scale, so that they can be compared.
 struct Scales
 {
     float peak = quietestFullScale;

@@ -17,10 +17,10 @@
 namespace tonwerk::app
 {
 
-/// What a report tells besides what it has seen itself.
+/// Facts that a report shows besides what it observed.
 struct SongFacts
 {
-    /// File names for people, as UTF-8.
+    /// File names as UTF-8.
     std::string song;
     std::string model;
     /// Channels of the song's file, 1 or 2.
@@ -33,18 +33,18 @@ struct SongFacts
     std::uint64_t nonFiniteSamples;
 };
 
-/// Makes the report page of a song: watches the song and its stems stream by, and draws them at the end.
-/// Takes as much memory for a long song as for a short one.
+/// Makes the report page of a song: observes the song and its stems, and draws them at the end. Its memory
+/// does not grow with the song.
 class SongReport : public SeparationObserver
 {
 public:
-    /// \param wanted the stems that are written to files, which are those that the report shows
+    /// \param wanted the stems to show, which are those with files
     SongReport(const StemSet& wanted, unsigned sampleRate);
 
     void observeSong(std::span<const float> stereo) override { song.feed(stereo); }
     void observeStems(const std::vector<std::vector<float>>& results) override;
 
-    /// Writes the page, to be called once, after all has been fed. An older file of that name is replaced.
+    /// Writes the page at the end of the song, once. It replaces an older file.
     /// \param path the page's file, in the folder of the stems
     /// \throws Failure if the file cannot be written
     void write(const std::filesystem::path& path, const SongFacts& facts);

@@ -14,12 +14,12 @@ namespace
 
 constexpr std::size_t fftSize = 4096;
 constexpr std::size_t hop = 1024;
-/// At least half of them are in use once a song is a minute long: more than an image has pixels.
+/// More than an image has pixels: at least half of the columns are in use once a song is a minute long.
 constexpr std::size_t maxColumns = 2048;
-/// What is this far below the brightest colour is black.
+/// Black is this far below the brightest colour.
 constexpr double rangeInDecibels = 80.0;
 
-/// From black over violet and orange to a pale yellow: brightness grows evenly, so that it can be read
+/// From black over violet and orange to pale yellow. Brightness grows evenly, so that the image can be read
 /// without seeing colours.
 constexpr std::array<Color, 9> shades{{{7, 7, 17, 255},
                                        {28, 16, 68, 255},
@@ -30,7 +30,7 @@ constexpr std::array<Color, 9> shades{{{7, 7, 17, 255},
                                        {251, 135, 97, 255},
                                        {254, 194, 135, 255},
                                        {252, 253, 191, 255}}};
-/// Few enough for PNGs that compress well, more than the eye tells apart.
+/// Few enough that the PNGs compress well, and more than the eye can tell apart.
 constexpr double shadeSteps = 63.0;
 
 Color shadeOf(double brightness)
@@ -169,7 +169,7 @@ Image Spectrogram::draw(std::size_t width, double referencePower) const
     {
         const double frame =
             (static_cast<double>(pixel) + 0.5) / static_cast<double>(width) * static_cast<double>(frames);
-        // A spectrum stands for the time around the middle of its window.
+        // A spectrum shows the time around the middle of its window.
         const auto place =
             static_cast<std::size_t>((frame + 0.5 * static_cast<double>(hop)) / framesPerColumn);
         if (columns.empty())

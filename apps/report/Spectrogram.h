@@ -14,8 +14,8 @@
 namespace tonwerk::app
 {
 
-/// Gathers the power of a track of unknown length over time and frequency for an image, in memory that does
-/// not grow with it: whenever its columns are used up, pairs of them become one.
+/// Sums up the power of a track of unknown length over time and frequency, in constant memory: when all
+/// columns are full, pairs of them merge.
 class Spectrogram
 {
 public:
@@ -33,13 +33,13 @@ public:
     /// Takes the next interleaved stereo samples. Those that are not finite count as zero.
     void feed(std::span<const float> stereo);
 
-    /// To be called once at the end of the track.
+    /// Ends the track; call it once.
     void finish();
 
-    /// Largest power of a row, a sine at full scale having 1 per channel.
+    /// Largest power of a row; a full-scale sine has 1 per channel.
     double peakPower() const;
 
-    /// Draws the whole track, a row of pixels for each row of frequency.
+    /// Draws the whole track, with one row of pixels per row of frequency.
     /// \param referencePower power that gets the brightest colour
     Image draw(std::size_t width, double referencePower) const;
 

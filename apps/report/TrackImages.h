@@ -10,7 +10,7 @@
 namespace tonwerk::app
 {
 
-/// What the images of one track are drawn from, gathered while the track streams by.
+/// Collects what the images of one track need, while the track streams by.
 struct TrackImages
 {
     explicit TrackImages(unsigned sampleRate) : spectrogram(sampleRate) {}

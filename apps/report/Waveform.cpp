@@ -10,7 +10,7 @@ namespace tonwerk::app
 namespace
 {
 
-/// At least half of them are in use once a song is some seconds long: more than an image has pixels.
+/// More than an image has pixels: at least half of the columns are in use after some seconds of a song.
 constexpr std::size_t maxColumns = 4096;
 constexpr std::uint64_t firstFramesPerColumn = 32;
 constexpr std::uint8_t paleAlpha = 115;
@@ -22,7 +22,7 @@ double rowOf(double value, double fullScale, std::size_t height)
     return half - std::clamp(value / fullScale, -1.0, 1.0) * half;
 }
 
-/// Colours the rows that lie between two values, one row at least.
+/// Colours the rows between two values, at least one.
 void paint(Image& image, std::size_t pixel, double top, double bottom, Color color)
 {
     const auto last = static_cast<double>(image.height() - 1);
@@ -109,7 +109,7 @@ Waveform::Column Waveform::between(std::size_t pixel, std::size_t width) const
     const auto first = static_cast<std::size_t>(static_cast<double>(pixel) * columnsPerPixel);
     const auto last = static_cast<std::size_t>(static_cast<double>(pixel + 1) * columnsPerPixel);
     Column result;
-    // Neighbours share a column that lies in both, so no peak falls between two pixels.
+    // Adjacent pixels share the column at their border, so that no peak falls between them.
     for (std::size_t column = first; column <= last && column < columns.size(); ++column)
         result.merge(columns[column]);
     return result;

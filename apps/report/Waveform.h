@@ -12,8 +12,8 @@
 namespace tonwerk::app
 {
 
-/// Gathers the outline of a track of unknown length for an image, in memory that does not grow with it:
-/// whenever its columns are used up, pairs of them become one.
+/// Records the outline of a track of unknown length in constant memory: when all columns are full, pairs of
+/// them merge.
 class Waveform
 {
 public:

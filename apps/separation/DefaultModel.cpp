@@ -20,7 +20,7 @@ constexpr const char* fileName = "tonwerk-small.onnx";
 
 bool isThere(const std::filesystem::path& path)
 {
-    std::error_code unreadable; // is as good as not there
+    std::error_code unreadable; // counts as missing
     return std::filesystem::exists(path, unreadable);
 }
 

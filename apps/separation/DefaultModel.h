@@ -7,10 +7,10 @@
 namespace tonwerk::app
 {
 
-/// The model to separate with when the user names none: the one that the environment variable TONWERK_MODEL
-/// names, else tonwerk-small.onnx beside the program, else in the folders share/tonwerk/models and models
-/// beside the program's folder.
-/// \throws Failure naming the places if there is none, or if what TONWERK_MODEL names does not exist
+/// The model to use when the user names none: the file in the environment variable TONWERK_MODEL, else
+/// tonwerk-small.onnx beside the program, else in the folders share/tonwerk/models and models beside the
+/// program's folder.
+/// \throws Failure naming the places if there is none, or if the file in TONWERK_MODEL does not exist
 std::filesystem::path defaultModel();
 
 } // namespace tonwerk::app

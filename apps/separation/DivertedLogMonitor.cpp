@@ -51,8 +51,8 @@ void DivertedLogMonitor::readNew()
     }
 }
 
-/// A record begins as "2026-11-21 08:41:17.602 WARN  [36] [function@2] text"; other lines go on with the one
-/// before.
+/// A record begins like "2026-11-21 08:41:17.602 WARN  [36] [function@2] text". Other lines continue the
+/// previous record.
 void DivertedLogMonitor::add(const std::string& line)
 {
     std::istringstream fields(line);

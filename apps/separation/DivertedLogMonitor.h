@@ -14,7 +14,7 @@
 namespace tonwerk::app
 {
 
-/// Reads what happens in the library from the log that it writes to standard output.
+/// Learns what happens in the library from the log that it writes to standard output.
 class DivertedLogMonitor : public LibraryMonitor
 {
 public:
@@ -39,7 +39,7 @@ private:
 
     DivertedOutput streams;
     std::mutex guard;
-    std::string unfinished; ///< the beginning of a line whose end has not been written yet
+    std::string unfinished; ///< start of a line whose end is not written yet
     std::list<Record> records;
 };
 

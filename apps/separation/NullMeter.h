@@ -9,8 +9,8 @@
 namespace tonwerk::app
 {
 
-/// Checks that the stems add up to the song: six model stems plus residual minus input, sample by sample.
-/// Keeps the input only until its stems are back, so it takes as much memory for an hour as for a minute.
+/// Null test: measures six model stems + residual - input, sample by sample, which is 0 if the stems add up
+/// to the song. It keeps the input only until its stems are back, so its memory does not grow with the song.
 class NullMeter
 {
 public:
@@ -24,7 +24,7 @@ public:
     /// input is.
     double peak() const { return largest; }
 
-    /// Input samples that were NaN or infinite, which have no meaningful difference and are left out.
+    /// Number of input samples that were NaN or infinite; the test leaves them out.
     std::uint64_t nonFiniteSamples() const { return skipped; }
 
 private:

@@ -57,7 +57,7 @@ RateConversion::Stems RateConversion::finish()
     return complete(std::move(stems));
 }
 
-/// Adds silence for the stems that were not asked for, the residual and the mix.
+/// Inserts silence for the stems that were not asked for, the residual and the mix.
 RateConversion::Stems RateConversion::complete(Stems stems)
 {
     std::size_t samples = 0;

@@ -14,9 +14,9 @@
 namespace tonwerk::app
 {
 
-/// Lets a song of any sample rate pass through a model of another: the song goes in at the model's rate, and
-/// the stems come back at the song's, each sample where it belongs. The residual is made here, as the song
-/// less its stems, so that it also holds what the model's rate has no place for.
+/// Adapts a song to a model of another sample rate: converts the song to the model's rate and the stems back
+/// to the song's, without a shift. It computes the residual itself, as the song minus its stems, so that the
+/// residual keeps the frequencies that the model's rate cannot represent.
 class RateConversion
 {
 public:
@@ -26,20 +26,19 @@ public:
     /// \param asked the stems that the model returns; the others are silent
     RateConversion(unsigned songRate, unsigned modelRate, const StemSet& asked);
 
-    /// Takes the next interleaved stereo samples of the song. Those that are not finite count as silence for
-    /// the model, and make the residual what they are.
-    /// \param atModelRate replaced by what the model gets next
+    /// Takes the next interleaved stereo samples of the song. The model gets zeros for those that are not
+    /// finite; the residual keeps them. \param atModelRate replaced by the model's next input
     void toModel(std::span<const float> song, std::vector<float>& atModelRate);
 
     /// Ends the song.
-    /// \param atModelRate replaced by the last that the model gets
+    /// \param atModelRate replaced by the model's last input
     void endSong(std::vector<float>& atModelRate);
 
     /// Takes the next stems of the model.
     /// \return eight stems at the song's rate, which may be empty
     Stems fromModel(const Stems& atModelRate);
 
-    /// \return the rest, after all stems of the model have been taken: now the stems are as long as the song
+    /// Call it once, after the model's last stems. \return the rest; the stems are now as long as the song
     Stems finish();
 
     /// Samples of the song that were not finite.
@@ -52,7 +51,7 @@ private:
     unsigned modelsRate;
     Resampler toModelsRate;
     std::array<std::optional<Resampler>, modelStemCount> toSongsRate;
-    std::vector<float> pending; ///< the song as far as its stems are not back
+    std::vector<float> pending; ///< the part of the song whose stems are not back
     std::vector<float> finite;
     std::uint64_t songFrames = 0;
     std::uint64_t replaced = 0;

@@ -14,7 +14,7 @@ namespace tonwerk::app
 namespace
 {
 
-/// Frames that pass through the filters at once.
+/// Frames per call of the filters.
 constexpr std::size_t stepFrames = 4096;
 
 } // namespace

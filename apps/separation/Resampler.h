@@ -11,22 +11,21 @@ namespace tonwerk::app
 {
 
 /// Converts an interleaved stereo stream to another sample rate, by linear-phase filters of 24-bit quality.
-/// The filters' delay is taken out: frame n of the result stands where n / (new rate) seconds of the stream
-/// are.
+/// It compensates the filters' delay: frame n of the result belongs to second n / (new rate) of the stream.
 class Resampler
 {
 public:
-    /// Rates in Hz, which differ.
+    /// Rates in Hz; they must differ.
     Resampler(unsigned fromRate, unsigned toRate);
     ~Resampler();
 
     Resampler(Resampler&&) noexcept;
     Resampler& operator=(Resampler&&) noexcept;
 
-    /// Takes the next samples, which have to be finite, and appends what they complete to `result`.
+    /// Takes the next samples, which must be finite, and appends the new output to `result`.
     void feed(std::span<const float> stereo, std::vector<float>& result);
 
-    /// Ends the stream: silence follows, until `frames` frames have been returned altogether.
+    /// Ends the stream: feeds silence until `frames` frames have been returned in total.
     void finish(std::uint64_t frames, std::vector<float>& result);
 
 private:

@@ -10,19 +10,18 @@ namespace tonwerk::app
 {
 
 /// Loads the inference runtime that the library loads, for use through the classes of namespace Ort.
-/// \return its name, version and file, for people
-/// \throws Failure if that is not possible
+/// \return its name, version and file as text
+/// \throws Failure if it cannot be loaded
 std::string loadRuntime();
 
-/// The execution providers that the inference runtime offers. Which of them works on this machine only the
-/// loading of a model shows.
-/// \throws Failure if there is no runtime
+/// The execution providers that the inference runtime offers. Only loading a model shows which of them work
+/// on this machine. \throws Failure if there is no runtime
 std::vector<std::string> offeredProviders();
 
-/// What the runtime said, as part of a sentence: without the place in its sources and its codes.
+/// The reason in a message of the runtime, without source positions and error codes, for use in a sentence.
 std::string runtimeReason(const std::string& message);
 
-/// The same of its exception.
+/// The reason in an exception of the runtime.
 inline std::string runtimeReason(const std::exception& failure)
 {
     return runtimeReason(std::string(failure.what()));

@@ -17,7 +17,7 @@ namespace tonwerk::app
 namespace
 {
 
-/// What `separate` returns; a failure of the library becomes a sentence for the user.
+/// The result of `separate`. Turns the library's exceptions into sentences for the user.
 template <typename Separate>
 StemStream::Stems separated(Separate separate)
 {
@@ -61,7 +61,7 @@ SeparationResult Separation::run(const Progress& progress)
     if (interruptRequested())
         throw Interrupted();
     const double elapsed = std::chrono::duration<double>(Clock::now() - start).count();
-    // A mono song was counted on both channels.
+    // The library got a mono song on both channels.
     const std::uint64_t nonFinite = stream.nonFiniteSamples() * source.channels() / 2;
     return {framesReturned, seconds(framesReturned), elapsed, stream.nullPeak(),
             nonFinite,      std::move(logged)};
@@ -69,7 +69,7 @@ SeparationResult Separation::run(const Progress& progress)
 
 bool Separation::processBlock()
 {
-    // One run of the model each time, so that the progress tells the speed.
+    // One run of the model per block, so that the progress shows the speed.
     const std::size_t frames = stream.framesUntilResult();
     source.read(frames, block);
     const bool atEnd = block.size() < 2 * frames;

@@ -20,25 +20,24 @@
 namespace tonwerk::app
 {
 
-/// What a separation has shown.
+/// Facts about a finished separation.
 struct SeparationResult
 {
     /// Samples per channel of the song, and so of each track.
     std::uint64_t frames;
     /// Length of the song.
     double audioSeconds;
-    /// Time that it took to decode, separate and write it, without loading the model.
+    /// Time to decode, separate and write the song, without loading the model.
     double processingSeconds;
     /// Largest absolute value of six stems + residual - input, 1 being full scale.
     double nullPeak;
     /// Samples of the song that were NaN or infinite.
     std::uint64_t nonFiniteSamples;
-    /// What the library logged meanwhile.
+    /// The library's warnings during the separation.
     std::vector<std::string> log;
 };
 
-/// Streams one song through the library and into its tracks. Takes as much memory for a long song as for a
-/// short one.
+/// Streams one song through the library and writes its tracks. Its memory does not grow with the song.
 class Separation
 {
 public:
@@ -47,13 +46,12 @@ public:
     Separation(std::shared_ptr<InferenceContext> model, SongSource& song, const std::vector<Track>& tracks,
                StemSink& sink, LibraryMonitor& monitor, std::vector<SeparationObserver*> observers);
 
-    /// Called after every block with the fraction that is done and the seconds of sound that have been worked
-    /// on.
+    /// Called after every block with the fraction done and the seconds of audio processed.
     using Progress = std::function<void(double fraction, double audioSeconds)>;
 
     /// Separates the whole song.
-    /// \throws Failure if the song cannot be read, separated or written; also if the model fails in its
-    ///         middle, where the library would go on
+    /// \throws Failure if the song cannot be read, separated or written, or if a run of the model fails, where
+    ///         the library alone would go on
     /// \throws Interrupted if the user asks to stop
     SeparationResult run(const Progress& progress);
 

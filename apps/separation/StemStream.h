@@ -18,7 +18,7 @@
 namespace tonwerk::app
 {
 
-/// One song on its way through the library, at the song's own sample rate.
+/// Feeds one song to the library at the song's own sample rate.
 class StemStream
 {
 public:
@@ -27,12 +27,11 @@ public:
     /// The sample rate of the models.
     static constexpr unsigned modelRate = 44100;
 
-    /// \param asked the stems to ask of the model; the others are silent, and what is theirs is in the
-    ///        residual
+    /// \param asked the stems to ask of the model; the others are silent, and their sound is in the residual
     /// \throws std::exception as the library does
     StemStream(std::shared_ptr<InferenceContext> model, const StemSet& asked, unsigned sampleRate);
 
-    /// Frames of the song to feed until the model runs next, or about as many.
+    /// About how many frames of the song to feed until the model runs next.
     std::size_t framesUntilResult() const;
 
     /// Takes the next interleaved stereo samples.
@@ -45,7 +44,7 @@ public:
     /// \throws std::exception as the library does
     Stems finish();
 
-    /// Largest absolute value of six stems + residual - input, of what the library got and returned.
+    /// Largest absolute value of six stems + residual - input, measured at the library.
     double nullPeak() const { return nullMeter.peak(); }
 
     /// Samples of the song, on both channels, that were NaN or infinite.

@@ -14,8 +14,8 @@
 namespace tonwerk::app
 {
 
-/// Names of the stems, which are also their file names, in the order of TonwerkProc::process's result. The
-/// first six come from the model, the last two are made of them.
+/// Names of the stems and of their files, in the order of TonwerkProc::process's result. The first six come
+/// from the model; the library computes the last two from them.
 inline constexpr std::array<std::string_view, 8> stemNames{
     "vocals", "drum", "piano", "acoustic_guitar", "electric_guitar", "bass", "residual", "mix"};
 
@@ -28,11 +28,10 @@ using StemSet = std::bitset<stemNames.size()>;
 /// \throws UsageError for an unknown name, or none at all
 StemSet stemsNamed(const std::vector<std::string>& names);
 
-/// The stem names for people: "vocals, drum, ...".
+/// The stem names as text: "vocals, drum, ...".
 std::string listOfStems();
 
-/// What to ask of the library: these stems, of which only the model's six count. Samples are interleaved
-/// stereo.
+/// The library's configuration for these stems (only the model's six matter) and interleaved stereo.
 TonwerkProcConfig processorConfig(const StemSet& asked);
 
 } // namespace tonwerk::app

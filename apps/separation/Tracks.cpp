@@ -57,7 +57,7 @@ StemGains unchanged()
     return gains;
 }
 
-/// Adds the stems times their factors up, in double precision.
+/// Sums the weighted stems in double precision.
 void mixStems(const StemGains& gains, const std::vector<std::vector<float>>& stems,
               std::vector<float>& result)
 {
@@ -124,7 +124,7 @@ StemSet stemsToAsk(const std::vector<Track>& tracks)
     for (const Track& track : tracks)
     {
         if (track.stem && *track.stem >= modelStemCount)
-            return StemSet((1U << modelStemCount) - 1); // made of all six
+            return StemSet((1U << modelStemCount) - 1); // residual and mix need all six
         if (track.stem)
             asked.set(*track.stem);
         for (std::size_t stem = 0; stem < modelStemCount && !track.stem; ++stem)

@@ -13,17 +13,17 @@
 namespace tonwerk::app
 {
 
-/// Factors for the six model stems and the residual, which together are the song.
+/// Factors for the six model stems and the residual, which add up to the song.
 using StemGains = std::array<double, modelStemCount + 1>;
 
-/// One thing to write: a stem, or a mixture of stems.
+/// One file to write: a stem, or a mixture of stems.
 struct Track
 {
-    /// Also the file's name, without extension.
+    /// The file's name without extension.
     std::string name;
     /// The stem's place in stemNames, if this is a stem.
     std::optional<std::size_t> stem;
-    /// What a mixture is made of.
+    /// The stems' levels in a mixture.
     StemGains gains{};
 };
 
@@ -36,7 +36,7 @@ std::vector<Track> stemTracks(const StemSet& stems);
 /// The song without its vocals.
 Track karaokeTrack();
 
-/// The mixture that a text like "vocals=-inf,piano=-6dB" describes: gains in dB of stems and residual; those
+/// The mixture that a text like "vocals=-inf,piano=-6dB" describes: levels of stems and residual in dB. Stems
 /// that it does not name keep their level.
 /// \throws UsageError if the text makes no sense
 Track practiceTrack(const std::string& text);
@@ -48,7 +48,7 @@ StemSet stemsToAsk(const std::vector<Track>& tracks);
 class TrackMixer
 {
 public:
-    /// \param channels of the tracks: 1 makes them the mean of both sides
+    /// \param channels of the tracks; 1 gives the mean of left and right
     TrackMixer(std::vector<Track> wanted, unsigned channels);
 
     /// \param stems as TonwerkProc::process returns them, interleaved stereo

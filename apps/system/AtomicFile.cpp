@@ -14,7 +14,7 @@ void writeFileAtomically(const std::filesystem::path& path, const void* bytes, s
 {
     std::filesystem::path temporary = path;
     temporary += ".part";
-    // Not ours to remove if it cannot be opened.
+    // Outside the try block: a file that we could not open is not ours to remove.
     BinaryFile file(temporary, FileMode::Write);
     std::error_code failure;
     try

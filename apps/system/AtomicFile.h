@@ -8,9 +8,8 @@
 namespace tonwerk::app
 {
 
-/// Writes a file that is there as a whole or not at all: under a name that ends in .part first. An older file
-/// of the name is replaced.
-/// \throws Failure if it cannot be written
+/// Writes a file completely or not at all: first under a name that ends in .part, then renames it. It
+/// replaces an older file. \throws Failure if it cannot be written
 void writeFileAtomically(const std::filesystem::path& path, const void* bytes, std::size_t size);
 
 } // namespace tonwerk::app

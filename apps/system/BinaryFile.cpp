@@ -46,8 +46,7 @@ std::size_t BinaryFile::write(const void* bytes, std::size_t size)
 bool BinaryFile::seek(std::int64_t offset, int origin)
 {
     const bool good = seekFile(stream.get(), offset, origin);
-    // Decoders seek by what a file says, so a wrong position is the file's fault and no failure of the
-    // system.
+    // Decoders seek to positions that the file states, so a wrong one is the file's fault, not the system's.
     if (fileMode == FileMode::Write)
         note(good);
     return good;

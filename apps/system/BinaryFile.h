@@ -13,8 +13,8 @@
 namespace tonwerk::app
 {
 
-/// An open file of bytes, closed with the object. Reading and writing report failures by their results, for
-/// use in the call-backs of C libraries; the first failure is remembered.
+/// An open binary file; the destructor closes it. Reads and writes report failures by their results, for use
+/// in callbacks of C libraries, and the object remembers the first failure.
 class BinaryFile
 {
 public:
@@ -31,7 +31,7 @@ public:
     /// \return false after a failure
     bool seek(std::int64_t offset, int origin);
 
-    /// Hands what has been written to the system, so that other programs can read it.
+    /// Passes the written data to the system, so that other programs can read it.
     /// \throws Failure after this or any earlier failure (a full disk, for instance)
     void flush();
 
@@ -41,7 +41,7 @@ public:
     /// \throws Failure after this or any earlier failure
     void close();
 
-    /// Closes the file without asking how it went.
+    /// Closes the file and ignores failures.
     void discard() { stream.reset(); }
 
 private:

@@ -7,7 +7,7 @@
 namespace tonwerk::app
 {
 
-/// Something that the user has to know: the text is one whole sentence.
+/// An error to show to the user; the text is one whole sentence.
 class Failure : public std::runtime_error
 {
 public:
@@ -21,7 +21,7 @@ public:
     Interrupted() : std::runtime_error("Interrupted: songs that are not done have left no stems.") {}
 };
 
-/// The command line makes no sense: the text is one whole sentence.
+/// An error in the command line; the text is one whole sentence.
 class UsageError : public std::runtime_error
 {
 public:

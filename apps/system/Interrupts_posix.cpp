@@ -26,7 +26,7 @@ void watchInterrupts()
     action.sa_flags = SA_RESTART | static_cast<int>(SA_RESETHAND);
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})
     {
-        // A signal that our parent has switched off (nohup) stays off.
+        // Signals that the parent ignores (nohup) stay ignored.
         struct sigaction former = {};
         if (sigaction(signal, nullptr, &former) == 0 && former.sa_handler != SIG_IGN)
             sigaction(signal, &action, nullptr);

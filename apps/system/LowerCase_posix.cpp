@@ -25,7 +25,7 @@ std::string inLowerCase(const std::string& utf8)
             std::mbrtowc(&character, utf8.data() + place, utf8.size() - place, &reading);
         if (length == 0 || length > utf8.size() - place)
         {
-            lower += utf8[place++]; // no UTF-8, which file names need not be
+            lower += utf8[place++]; // file names need not be UTF-8
             reading = {};
             continue;
         }

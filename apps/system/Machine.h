@@ -11,13 +11,13 @@ namespace tonwerk::app
 /// The file of the running program.
 std::filesystem::path programFile();
 
-/// The file of the separation library that the program has loaded.
+/// The file of the loaded separation library.
 std::filesystem::path libraryFile();
 
 /// The value of an environment variable as UTF-8, empty if it is not set.
 std::string environmentVariable(const std::string& name);
 
-/// What the processor calls itself, empty if it does not tell.
+/// The processor's name, empty if unknown.
 std::string processorName();
 
 } // namespace tonwerk::app

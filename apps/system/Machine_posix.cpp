@@ -21,7 +21,7 @@ std::filesystem::path libraryFile()
     void* library = dlopen("libtonwerk_proc_multistem.so", RTLD_LAZY | RTLD_NOLOAD);
     if (library == nullptr || dlinfo(library, RTLD_DI_LINKMAP, &entry) != 0)
         return {};
-    // May lead through "..", where the library itself goes by its real folder.
+    // The name may contain "..", but the library itself uses its real folder.
     std::filesystem::path file = std::filesystem::weakly_canonical(entry->l_name);
     dlclose(library);
     return file;

@@ -10,7 +10,7 @@
 namespace tonwerk::app
 {
 
-/// The SHA-256 of bytes that come in parts.
+/// SHA-256, computed from consecutive parts.
 class Sha256
 {
 public:
@@ -22,7 +22,7 @@ public:
 
     void feed(const void* bytes, std::size_t size);
 
-    /// The hash of all bytes as 64 hexadecimal digits, to be called once.
+    /// The hash of all bytes as 64 hexadecimal digits; call it once.
     std::string hexadecimal();
 
 private:

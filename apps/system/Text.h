@@ -8,16 +8,16 @@
 namespace tonwerk::app
 {
 
-/// The path of a UTF-8 text. Inside the program all text is UTF-8, whatever the system's own encoding is.
+/// Converts UTF-8 to a path. All text inside the program is UTF-8, on every system.
 std::filesystem::path toPath(const std::string& utf8);
 
 /// A path as UTF-8 text.
 std::string toText(const std::filesystem::path& path);
 
-/// A path as UTF-8 text in quotation marks, to stand in a sentence.
+/// A path as UTF-8 text in quotation marks, for use in a sentence.
 std::string quoted(const std::filesystem::path& path);
 
-/// Somebody else's message as part of one of our sentences: on one line, without a full stop at its end.
+/// A foreign message for use in a sentence: on one line, without the full stop at its end.
 std::string asReason(const std::string& message);
 
 /// Seconds as minutes and seconds ("3:07"), with hours if there are any ("1:02:03").

@@ -31,7 +31,7 @@ namespace tonwerk::app
 namespace
 {
 
-/// Rounding is a ten-thousandth of it, a damaged library or runtime is far above.
+/// Rounding errors are a thousandth of this; a damaged library or runtime exceeds it by far.
 constexpr double tolerance = 1e-4;
 
 void addProgram(const Findings& findings)
@@ -62,7 +62,7 @@ bool checkRuntime(Findings& findings)
     }
 }
 
-// The library tries the providers in its order of preference and keeps the last that takes the model.
+// The library tries the providers in order of preference and keeps the last one that accepts the model.
 void addProviders(const Findings& findings)
 {
     const std::vector<std::string> offered = Ort::GetAvailableProviders();
@@ -102,7 +102,7 @@ void checkDefaultModel(Findings& findings, const Ort::Env& env, const std::files
 }
 
 /// \param env null if there is no runtime
-void lookAtDefaultModel(Findings& findings, const Ort::Env* env)
+void checkModelFile(Findings& findings, const Ort::Env* env)
 {
     try
     {
@@ -161,16 +161,16 @@ bool runDoctor()
     if (checkRuntime(findings))
     {
         {
-            // What goes wrong is told by us.
+            // We report what goes wrong ourselves.
             const Ort::Env env(ORT_LOGGING_LEVEL_FATAL, "");
             addProviders(findings);
-            lookAtDefaultModel(findings, &env);
+            checkModelFile(findings, &env);
         }
         addSelfCheck(findings, monitor);
     }
     else
     {
-        lookAtDefaultModel(findings, nullptr);
+        checkModelFile(findings, nullptr);
     }
     const bool well = findings.errors() == 0;
     findings.add("result", well ? "All is well." : findings.countText() + " to solve.");

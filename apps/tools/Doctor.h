@@ -5,9 +5,8 @@
 namespace tonwerk::app
 {
 
-/// Looks at everything that a separation needs on this machine, tells on standard output what it finds and
-/// what to do about it.
-/// \return whether all is well
+/// Checks everything that a separation needs on this machine, and prints the findings and remedies on
+/// standard output. \return whether all is well
 bool runDoctor();
 
 } // namespace tonwerk::app

@@ -11,8 +11,8 @@
 namespace tonwerk::app
 {
 
-/// While it lives, keeps what the inference code of this program logs, down to informations. (The library has
-/// a log of its own.) One at a time.
+/// Collects the log of the program's own inference code, from level info, as long as it exists. (The library
+/// has its own log.) Only one may exist at a time.
 class LogLines : private plog::IAppender
 {
 public:
@@ -21,7 +21,7 @@ public:
     LogLines& operator=(const LogLines&) = delete;
     ~LogLines() override;
 
-    /// The messages since the last call as UTF-8, without the mark of the module that they come from.
+    /// The messages since the last call as UTF-8, without the module's mark.
     std::vector<std::string> take();
 
 private:

@@ -86,7 +86,7 @@ bool isOpen(const Shape& shape)
     return std::any_of(shape.begin(), shape.end(), [](std::int64_t extent) { return extent < 0; });
 }
 
-/// Whether a tensor of the wanted shape can be handed over where this one is declared.
+/// Whether a tensor of the wanted shape fits the declared one.
 bool takes(const Shape& declared, std::span<const std::int64_t> wanted)
 {
     return std::equal(declared.begin(), declared.end(), wanted.begin(), wanted.end(),
@@ -113,7 +113,7 @@ private:
     void violation(const std::string& sentence) { faults.violations.push_back(sentence); }
     void warning(const std::string& sentence) { faults.warnings.push_back(sentence); }
 
-    /// \return whether all that must be there is there
+    /// \return whether nothing is missing
     bool checkNames(const std::string& kind, const std::vector<Port>& ports,
                     std::span<const char* const> wanted)
     {
@@ -175,8 +175,8 @@ private:
             violation("The inputs are not in their order, which is " + order + '.');
     }
 
-    /// All outputs are bound with the shape that the first one declares, so that one has no open dimensions
-    /// and the others agree with it.
+    /// The library binds all outputs with the first one's shape, so that must have no open dimensions and the
+    /// others must match it.
     void checkOutput(const Port& port, const Port& first)
     {
         if (std::find(contractOutputs.begin(), contractOutputs.end(), port.name) == contractOutputs.end())

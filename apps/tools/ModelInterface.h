@@ -12,8 +12,8 @@
 namespace tonwerk::app
 {
 
-/// Shape of the spectrogram that a network takes and of each of the six that it gives: one pair of real and
-/// imaginary plane per channel, frames, bins.
+/// Shape of a network's input spectrogram and of each of its six outputs: a real and an imaginary plane per
+/// channel, frames, bins.
 inline constexpr std::array<std::int64_t, 4> spectrogramShape{1, 4, 256, 2048};
 
 /// How a network's inputs and outputs differ from what the library expects, a sentence each.

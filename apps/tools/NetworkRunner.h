@@ -12,7 +12,7 @@
 namespace tonwerk::app
 {
 
-/// Runs a network with buffers bound as the library binds them, but without silencing what was not asked for.
+/// Runs a network with buffers bound as the library binds them, but does not silence stems without a flag.
 class NetworkRunner
 {
 public:
@@ -24,11 +24,11 @@ public:
     explicit NetworkRunner(Ort::Session& session);
 
     /// \param input spectrogram of spectrogramShape
-    /// \return the seconds that it took
+    /// \return the run's time in seconds
     /// \throws Ort::Exception if the runtime cannot run the network
     double run(const std::vector<float>& input, Flags flags);
 
-    /// What the last run gave.
+    /// The outputs of the last run.
     const Results& results() const { return outputs; }
 
 private:

@@ -19,9 +19,9 @@ namespace
 {
 
 constexpr std::size_t stemCount = contractOutputs.size();
-/// Two runs of a network on several threads may add up in another order: what the ear cannot tell.
+/// Tolerance: several threads may add in another order from run to run. Nobody hears this.
 constexpr double sameUpTo = 1e-4;
-/// New frames that each run of the network decides about (TonwerkProc::maxInputSize after the first).
+/// New frames per run of the network (TonwerkProc::maxInputSize after the first).
 constexpr double framesPerRun = 254976.0;
 constexpr double sampleRate = 44100.0;
 
@@ -32,7 +32,7 @@ NetworkRunner::Flags allFlags()
     return flags;
 }
 
-/// Noise with the level of loud music, which falls towards high frequencies. The same on every system.
+/// Noise at the level of loud music, falling towards high frequencies; the same on every system.
 std::vector<float> testSpectrogram()
 {
     const auto rows = static_cast<std::size_t>(spectrogramShape[1] * spectrogramShape[2]);
@@ -202,7 +202,7 @@ void RunChecks::checkFlags()
                                  (others > 0 ? ", and that changes other stems, too." : "."));
 }
 
-// A stem is a part of the mixture: a forgotten factor or a spectrum of another transform shows in its energy.
+// A stem has less energy than the mixture. More of it betrays a missing factor or another transform.
 void RunChecks::checkLevels() const
 {
     constexpr double tolerance = 1.001;

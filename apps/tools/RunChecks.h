@@ -10,14 +10,14 @@
 namespace tonwerk::app
 {
 
-/// Runs a network and looks at what it gives.
+/// Runs a network and checks its results.
 class RunChecks
 {
 public:
     /// \param session of a network that keeps to the contract
     RunChecks(Ort::Session& session, Findings& findings);
 
-    /// Makes all checks, in about a dozen runs. What is wrong with a run goes to the findings.
+    /// Makes all checks, in about a dozen runs, and adds the results to the findings.
     void makeAll();
 
 private:

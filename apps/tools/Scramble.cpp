@@ -18,7 +18,7 @@ void scrambleModel(const std::filesystem::path& model, const std::filesystem::pa
                    const std::string& key)
 {
     const std::vector<char> bytes = readModel(model);
-    std::error_code absent; // then it is another file
+    std::error_code absent; // then the files differ
     if (std::filesystem::equivalent(model, output, absent))
         throw Failure("The scrambled model would replace the model " + quoted(model) +
                       ": give it another name.");

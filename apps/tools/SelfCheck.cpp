@@ -27,12 +27,12 @@ namespace
 constexpr std::size_t sampleRate = 44100;
 constexpr std::size_t frames = 20 * sampleRate;
 
-/// What gains.onnx makes of its input, in the order of stemNames.
+/// The factors of gains.onnx in the order of stemNames.
 constexpr std::array<double, modelStemCount> gains{10.0 / 32, 8.0 / 32, 4.0 / 32,
                                                    3.0 / 32,  1.0 / 32, 6.0 / 32};
 
-/// Two tones per channel that swell and fade, so that they have no edges and nothing at the Nyquist
-/// frequency, which a network does not get.
+/// Two tones per channel that swell and fade: without edges, and without energy at the Nyquist frequency,
+/// which networks do not see.
 std::vector<float> tones()
 {
     std::vector<float> stereo;
@@ -48,7 +48,7 @@ std::vector<float> tones()
     return stereo;
 }
 
-/// Compares stems with their part of the input, from the input's sample `start` on.
+/// Largest error of stems that begin at the input's sample `start`.
 double stemErrorOf(const StreamFeeder::Stems& stems, const std::vector<float>& input, std::size_t start)
 {
     double largest = 0.0;

@@ -38,12 +38,12 @@ public:
     }
 
     /// Fills the values.
-    /// \return false if the help text was asked for, which has then been printed
+    /// \return false if the user asked for the help text, which is then printed
     bool read(const std::vector<std::string>& arguments)
     {
         try
         {
-            // CLI11 wants them from the last to the first; the first names the tool.
+            // CLI11 wants the last first. The very first names the tool.
             std::vector<std::string> lastFirst(arguments.rbegin(), arguments.rend() - 1);
             app.parse(lastFirst);
             return true;
