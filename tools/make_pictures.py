@@ -177,7 +177,40 @@ def architecture() -> str:
     return picture.svg()
 
 
-PICTURES = {"streaming.svg": streaming, "architecture.svg": architecture}
+def program():
+    """The rooms of tonwerk-separate and of the training, and which of them use which."""
+    picture = Picture(960, 770, "The rooms of the program and of the training")
+    rooms = (
+        ("host", 40, 48, 270, "cli", "command line, progress as text or JSON"),
+        ("chunk", 40, 136, 270, "batch", "the job, its songs, one receipt each"),
+        ("chunk", 40, 224, 180, "analysis", "loudness, activity, peaks"),
+        ("chunk", 250, 224, 200, "report", "images, the page of a song"),
+        ("host", 480, 48, 250, "tools", "doctor, check-model, scramble"),
+        ("run", 250, 312, 400, "separation", "a song through the library: model, sample rate, tracks"),
+        ("run", 250, 400, 400, "audio", "reads songs, writes stems"),
+        ("run", 250, 488, 400, "system", "files, text, what operating systems do differently"),
+        ("result", 710, 312, 210, "the library", "include, parts of src"),
+        ("chunk", 40, 596, 200, "synthesis", "songs, written by code"),
+        ("chunk", 270, 596, 200, "model", "network, training, export"),
+        ("chunk", 500, 596, 200, "evaluation", "scores, listening"),
+        ("run", 40, 684, 660, "data", "spectra, files of training chunks, multitracks"),
+        ("host", 730, 596, 190, "converters", "networks of other makers"))
+    for kind, x, y, width, name, words in rooms:
+        picture.box(kind, x, y, width, 58, 5)
+        picture.text(x + 14, y + 24, name, "strong")
+        picture.text(x + 14, y + 44, words, "small")
+    picture.text(40, 34, "apps: tonwerk-separate", "strong")
+    picture.text(40, 582, "training", "strong")
+    for x, start, end in ((175, 107, 134), (130, 195, 222), (285, 195, 222), (350, 283, 310), (565, 107, 310),
+                          (720, 107, 310), (450, 371, 398), (450, 459, 486), (140, 655, 682), (370, 655, 682),
+                          (600, 655, 682)):
+        picture.path([(x, start), (x, end)], arrow=True)
+    picture.path([(651, 341), (708, 341)], arrow=True)
+    picture.text(40, 762, "A room uses what its arrows lead to, and what those use.", "small")
+    return picture.svg()
+
+
+PICTURES = {"streaming.svg": streaming, "architecture.svg": architecture, "program.svg": program}
 
 
 def main() -> None:
