@@ -53,7 +53,7 @@ void TextProgressReporter::done(const SongEntry& song, const SongSummary& summar
 void TextProgressReporter::skipped(const SongEntry& song)
 {
     const std::lock_guard lock(guard);
-    std::fprintf(lines, "%s: done before\n", toText(song.path.filename()).c_str());
+    std::fprintf(lines, "%s: already done\n", toText(song.path.filename()).c_str());
 }
 
 void TextProgressReporter::failed(const std::string& input, const std::string& sentence)

@@ -55,7 +55,7 @@ class BatchTest(ProgramTest):
         self.assertIn("real-time factor", self.separate("album/*.wav", "--resume").stdout)
         self.put("album/one.wav", wav_bytes(noise(22000)))
         self.assertIn("real-time factor", self.separate("album/*.wav", "--resume").stdout)
-        self.assertIn("done before", self.separate("album/*.wav", "--resume").stdout)
+        self.assertIn("already done", self.separate("album/*.wav", "--resume").stdout)
 
     def test_jobs_give_the_same_files(self) -> None:
         for song in range(4):
@@ -101,7 +101,7 @@ class BatchTest(ProgramTest):
             done = subprocess.run(["bash", "-c", example], cwd=self.folder, env=environment, capture_output=True,
                                   encoding="utf-8")
             self.assertEqual(done.returncode, 0, done.stderr)
-            self.assertEqual(done.stdout.count("done before"), 5 if round_ == "again" else 0)
+            self.assertEqual(done.stdout.count("already done"), 5 if round_ == "again" else 0)
         self.assertEqual(len(list(self.folder.glob("stems/*/receipt.json"))), 5)
 
     def test_an_interrupted_run_leaves_only_what_is_done(self) -> None:
@@ -126,7 +126,7 @@ class BatchTest(ProgramTest):
         self.assertEqual((last, program.returncode), (INTERRUPTED, 130))
         self.assertEqual(self.files(), file_set("first"))
         done = self.separate("first.wav", "--resume")
-        self.assertEqual((done.returncode, done.stdout.splitlines()), (0, ["first.wav: done before"]))
+        self.assertEqual((done.returncode, done.stdout.splitlines()), (0, ["first.wav: already done"]))
 
 
 if __name__ == "__main__":
