@@ -11,7 +11,7 @@ namespace tonwerk::app
 /// A message of the library about its work.
 struct LibraryMessage
 {
-    /// Whether it tells of a failure: the library then returns silence for this part of the song.
+    /// Whether it tells of a failure: the stems of this part of the song are then not the model's.
     bool isFailure;
     /// The message on one line.
     std::string text;

@@ -27,7 +27,8 @@ public:
     RateConversion(unsigned songRate, unsigned modelRate, const StemSet& asked);
 
     /// Takes the next interleaved stereo samples of the song. The model gets zeros for those that are not
-    /// finite; the residual keeps them. \param atModelRate replaced by the model's next input
+    /// finite; the residual keeps them.
+    /// \param atModelRate replaced by the model's next input
     void toModel(std::span<const float> song, std::vector<float>& atModelRate);
 
     /// Ends the song.
@@ -38,7 +39,8 @@ public:
     /// \return eight stems at the song's rate, which may be empty
     Stems fromModel(const Stems& atModelRate);
 
-    /// Call it once, after the model's last stems. \return the rest; the stems are now as long as the song
+    /// Call it once, after the model's last stems.
+    /// \return the rest; the stems are now as long as the song
     Stems finish();
 
     /// Samples of the song that were not finite.

@@ -15,7 +15,8 @@ namespace tonwerk::app
 std::string loadRuntime();
 
 /// The execution providers that the inference runtime offers. Only loading a model shows which of them work
-/// on this machine. \throws Failure if there is no runtime
+/// on this machine.
+/// \throws Failure if there is no runtime
 std::vector<std::string> offeredProviders();
 
 /// The reason in a message of the runtime, without source positions and error codes, for use in a sentence.

@@ -9,7 +9,8 @@ namespace tonwerk::app
 {
 
 /// Writes a file completely or not at all: first under a name that ends in .part, then renames it. It
-/// replaces an older file. \throws Failure if it cannot be written
+/// replaces an older file.
+/// \throws Failure if it cannot be written
 void writeFileAtomically(const std::filesystem::path& path, const void* bytes, std::size_t size);
 
 } // namespace tonwerk::app

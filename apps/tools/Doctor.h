@@ -6,7 +6,8 @@ namespace tonwerk::app
 {
 
 /// Checks everything that a separation needs on this machine, and prints the findings and remedies on
-/// standard output. \return whether all is well
+/// standard output.
+/// \return whether all is well
 bool runDoctor();
 
 } // namespace tonwerk::app

@@ -9,8 +9,10 @@ namespace tonwerk::app
 {
 
 /// Checks whether the library can use a network, and prints what is wrong and how fast it is on standard
-/// output. \param key scrambling key of the file, empty for a plain one \return whether it keeps to the
-/// contract \throws Failure if the file cannot be read or there is no runtime to check it with
+/// output.
+/// \param key scrambling key of the file, empty for a plain one
+/// \return whether it keeps to the contract
+/// \throws Failure if the file cannot be read or there is no runtime to check it with
 bool checkModel(const std::filesystem::path& file, const std::string& key);
 
 } // namespace tonwerk::app
