@@ -16,6 +16,7 @@
 #include "system/Failure.h"
 #include "system/Interrupts.h"
 #include "system/Text.h"
+#include "tools/ModelList.h"
 #include "tools/Tools.h"
 
 namespace tonwerk::app
@@ -44,6 +45,11 @@ int separateSongs(const std::vector<std::string>& arguments)
     const auto commandLine = readCommandLine(arguments);
     if (!commandLine)
         return Done;
+    if (commandLine->listModels)
+    {
+        listModels(commandLine->job.model, stdout);
+        return Done;
+    }
     DivertedLogMonitor monitor(divertStandardOutput());
     const auto reporter = makeReporter(*commandLine, monitor.output());
     return Batch(commandLine->job, *reporter, monitor, monitor.output()).run().failed > 0 ? Failed : Done;

@@ -26,6 +26,8 @@ Batch::Batch(const Job& job, ProgressReporter& reporter, LibraryMonitor& monitor
 BatchCounts Batch::run()
 {
     const std::vector<SongEntry> songs = withoutDone(findAll());
+    if (!songs.empty())
+        checkModel();
     loadModels(songs.size());
     reporter.begin(songs.size());
     if (models.size() <= 1)
@@ -86,6 +88,26 @@ bool Batch::isDoneBefore(const SongEntry& song) const
         !std::filesystem::is_regular_file(song.path, failure))
         return false;
     return isDone(song.folder, {sha256OfFile(song.path), model.sha256}, job.output);
+}
+
+/// Looks into the model's passport before any song is begun.
+void Batch::checkModel()
+{
+    model.passport = readPassport(job.model, job.key);
+    if (model.passport.rows() < ModelPassport::allRows)
+        throw Failure(
+            "The model " + quoted(job.model) + " computes its newest " +
+            std::to_string(model.passport.rows()) +
+            " rows only, for live streams with a small step; songs need a model that computes all " +
+            std::to_string(ModelPassport::allRows) + ".");
+    if (!job.modelRemark.empty())
+        reporter.noted(job.modelRemark);
+    std::string missing;
+    for (std::size_t stem = 0; stem < modelStemCount; ++stem)
+        if (!model.passport.stems().test(stem))
+            missing.append(missing.empty() ? "" : ", ").append(stemNames.at(stem));
+    if (!missing.empty())
+        reporter.noted("The model has no " + missing + ": what plays them stays in the residual.");
 }
 
 /// Loads one after another, before any of them is used, as the library requires.

@@ -41,6 +41,7 @@ private:
     std::vector<SongEntry> findAll();
     std::vector<SongEntry> withoutDone(const std::vector<SongEntry>& songs);
     bool isDoneBefore(const SongEntry& song) const;
+    void checkModel();
     void loadModels(std::size_t songs);
     std::size_t workerCount(std::size_t songs) const;
     void work(std::shared_ptr<InferenceContext> context, const std::vector<SongEntry>& songs);

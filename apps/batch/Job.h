@@ -36,6 +36,8 @@ struct Job
     /// Empty if the stems go to standard output.
     std::filesystem::path outputFolder;
     std::filesystem::path model;
+    /// What the user should know about the choice of the model, empty if nothing.
+    std::string modelRemark;
     /// Scrambling key of the model, empty for a plain one.
     std::string key;
     OutputSettings output;

@@ -32,6 +32,9 @@ public:
     /// \param songs number of songs to separate
     virtual void begin(std::size_t songs) = 0;
 
+    /// Something that the user should know about the whole batch.
+    virtual void noted(const std::string& sentence) = 0;
+
     /// Progress of one song; the first call has a fraction of 0.
     /// \param fraction from 0 to 1; 0 throughout if the song's length is unknown
     /// \param audioSeconds length of the audio processed so far

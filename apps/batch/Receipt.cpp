@@ -62,6 +62,17 @@ Json describe(const TrackMeter& meter, const Track& track, double gain)
             {"non_finite_samples", meter.nonFiniteSamples()}};
 }
 
+/// The model, with what its file says of the network; null if it says nothing.
+Json describe(const ModelFacts& model)
+{
+    Json passport;
+    for (const char* entry : {"name", "license", "source", "authors", "training_data", "stems", "rows",
+                              "converted_from", "notes"})
+        if (!model.passport.text(entry).empty())
+            passport[entry] = model.passport.text(entry);
+    return {{"file", model.name}, {"sha256", model.sha256}, {"passport", passport}};
+}
+
 Json readReceipt(const std::filesystem::path& path)
 {
     std::ifstream file(path, std::ios::binary);
@@ -110,7 +121,7 @@ void writeReceipt(const ReceiptFacts& facts, const OutputSettings& settings)
                          {"frames", result.frames},
                          {"seconds", result.audioSeconds},
                          {"non_finite_samples", result.nonFiniteSamples}}},
-                       {"model", {{"file", facts.model.name}, {"sha256", facts.model.sha256}}},
+                       {"model", describe(facts.model)},
                        {"options", describe(settings)},
                        {"runtime_providers", facts.model.providers},
                        {"library_log", {{"loading", facts.model.log}, {"separating", result.log}}},

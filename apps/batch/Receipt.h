@@ -12,6 +12,7 @@
 #include "batch/Job.h"
 #include "batch/SongList.h"
 #include "batch/TrackMeters.h"
+#include "separation/ModelPassport.h"
 #include "separation/Separation.h"
 
 namespace tonwerk::app
@@ -23,6 +24,7 @@ struct ModelFacts
     /// File name, as UTF-8.
     std::string name;
     std::string sha256;
+    ModelPassport passport;
     /// The execution providers that the runtime offers.
     std::vector<std::string> providers;
     /// The library's messages while loading it.

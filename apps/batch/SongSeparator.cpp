@@ -82,8 +82,9 @@ SongSummary SongSeparator::separateToFolder(const SongEntry& entry, SongSource& 
     folder.commit(settings.format, gain);
     if (page)
         page->write(entry.folder / "report.html",
-                    {toText(entry.path.filename()), model.name, song.channels(), result.audioSeconds,
-                     result.processingSeconds, result.nullPeak, result.nonFiniteSamples});
+                    {toText(entry.path.filename()), model.name, model.passport.text("license"),
+                     song.channels(), result.audioSeconds, result.processingSeconds, result.nullPeak,
+                     result.nonFiniteSamples});
     writeReceipt({entry, song, {song.sha256(), model.sha256}, model, result, meters, gain}, settings);
     return summaryOf(result, gain);
 }

@@ -35,7 +35,8 @@ constexpr const char* details =
     "measured.\n"
     "\n"
     "The default model is the one that the environment variable TONWERK_MODEL names, else\n"
-    "tonwerk-small.onnx beside the program or in the folder models beside the program's.\n"
+    "tonwerk-standard.onnx beside the program or in the folder models beside the program's, else\n"
+    "tonwerk-small.onnx.\n"
     "\n"
     "Other commands, each with a --help of its own (a song of such a name is ./doctor):\n"
     "  tonwerk-separate doctor       what a separation needs on this machine, and what to do if it lacks\n"
@@ -59,6 +60,7 @@ struct RawOptions
     double memory = 0.0;
     std::string shard;
     std::string progress = "text";
+    bool listModels = false;
     bool karaoke = false;
     bool report = false;
     bool raw = false;
@@ -67,11 +69,15 @@ struct RawOptions
 
 void declareMain(CLI::App& app, RawOptions& raw)
 {
-    app.add_option("SONG", raw.songs, "The songs to separate")->required()->take_all()->type_name("");
+    app.add_option("SONG", raw.songs, "The songs to separate")->take_all()->type_name("");
     app.add_option("-o,--output", raw.outputFolder, "Folder in which the songs' folders are made")
         ->type_name("DIR");
-    app.add_option("--model", raw.model, "The separation model, an ONNX file, if it is not the default one")
+    app.add_option("--model", raw.model,
+                   "The separation model, an ONNX file, or a folder of models, if it is not the default one")
         ->type_name("FILE");
+    app.add_flag(
+        "--list-models", raw.listModels,
+        "Show the models of the folder that --model names, or those of the program, and separate nothing");
     app.add_option("--key", raw.key, "Scrambling key of the model")->type_name("KEY");
     app.add_option("--input-rate", raw.inputRate, "Sample rate of standard input in Hz, if it is not 44100")
         ->check(CLI::Range(lowestSampleRate, highestSampleRate).description(""))
@@ -184,14 +190,28 @@ OutputSettings outputSettings(const RawOptions& raw, const StemSet& stems)
     return {stems, chosenTracks(raw, stems), raw.format, raw.report};
 }
 
+CommandLine modelListing(const RawOptions& raw)
+{
+    CommandLine commandLine;
+    commandLine.job.model = toPath(raw.model);
+    commandLine.listModels = true;
+    return commandLine;
+}
+
 CommandLine checked(const RawOptions& raw)
 {
+    if (raw.listModels)
+        return modelListing(raw);
+    if (raw.songs.empty())
+        throw UsageError("SONG is required (--help tells more).");
     const StemSet stems = chosenStems(raw);
     checkTogether(raw, stems);
     Job job;
     job.inputs = raw.songs;
     job.outputFolder = toPath(raw.outputFolder);
-    job.model = raw.model.empty() ? defaultModel() : toPath(raw.model);
+    ChosenModel model = raw.model.empty() ? defaultModel() : namedModel(toPath(raw.model));
+    job.model = std::move(model.path);
+    job.modelRemark = std::move(model.remark);
     job.key = raw.key;
     job.output = outputSettings(raw, stems);
     job.inputRate = raw.inputRate;
@@ -201,7 +221,7 @@ CommandLine checked(const RawOptions& raw)
     readShard(raw.shard, job);
     job.raw = raw.raw;
     job.resume = raw.resume;
-    return {std::move(job), raw.progress == "json"};
+    return {std::move(job), false, raw.progress == "json"};
 }
 
 } // namespace

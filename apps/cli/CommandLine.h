@@ -15,6 +15,9 @@ namespace tonwerk::app
 struct CommandLine
 {
     Job job;
+    /// Whether to show the models of the job's, a folder, in place of separating; an empty one stands for
+    /// those that come with the program.
+    bool listModels = false;
     /// Whether to report the progress as JSON.
     bool jsonProgress = false;
 };

@@ -18,6 +18,11 @@ void JsonProgressReporter::begin(std::size_t songs)
     print({{"event", "begin"}, {"version", TONWERK_VERSION}, {"songs", songs}});
 }
 
+void JsonProgressReporter::noted(const std::string& sentence)
+{
+    print({{"event", "note"}, {"text", sentence}});
+}
+
 void JsonProgressReporter::progress(const SongEntry& song, double fraction, double audioSeconds)
 {
     print({{"event", "progress"},

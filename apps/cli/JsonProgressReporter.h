@@ -16,6 +16,7 @@ class JsonProgressReporter : public ProgressReporter
 {
 public:
     void begin(std::size_t songs) override;
+    void noted(const std::string& sentence) override;
     void progress(const SongEntry& song, double fraction, double audioSeconds) override;
     void done(const SongEntry& song, const SongSummary& summary) override;
     void skipped(const SongEntry& song) override;

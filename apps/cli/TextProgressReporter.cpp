@@ -17,6 +17,14 @@ void TextProgressReporter::begin(std::size_t songs)
         display.emplace(standardErrorIsTerminal());
 }
 
+void TextProgressReporter::noted(const std::string& sentence)
+{
+    const std::lock_guard lock(guard);
+    if (display)
+        display->endLine();
+    std::fprintf(stderr, "Note: %s\n", sentence.c_str());
+}
+
 void TextProgressReporter::progress(const SongEntry& song, double fraction, double audioSeconds)
 {
     const std::lock_guard lock(guard);

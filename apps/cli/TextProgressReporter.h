@@ -21,6 +21,7 @@ public:
     explicit TextProgressReporter(std::FILE* output) : lines(output) {}
 
     void begin(std::size_t songs) override;
+    void noted(const std::string& sentence) override;
     void progress(const SongEntry& song, double fraction, double audioSeconds) override;
     void done(const SongEntry& song, const SongSummary& summary) override;
     void skipped(const SongEntry& song) override;

@@ -92,6 +92,7 @@ void SongReport::write(const std::filesystem::path& path, const SongFacts& facts
 
     nlohmann::json page{{"name", facts.song},
                         {"model", facts.model},
+                        {"license", facts.license},
                         {"version", TONWERK_VERSION},
                         {"sampleRate", rate},
                         {"channels", facts.channels},

@@ -23,6 +23,8 @@ struct SongFacts
     /// File names as UTF-8.
     std::string song;
     std::string model;
+    /// What the model's passport says, empty if nothing.
+    std::string license;
     /// Channels of the song's file, 1 or 2.
     unsigned channels;
     double audioSeconds;

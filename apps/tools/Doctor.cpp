@@ -106,7 +106,9 @@ void checkModelFile(Findings& findings, const Ort::Env* env)
 {
     try
     {
-        const std::filesystem::path path = defaultModel();
+        const auto [path, remark] = defaultModel();
+        if (!remark.empty())
+            findings.add("note", remark);
         const std::vector<char> bytes = readModel(path);
         findings.add("model", quoted(path) + ", " + std::to_string(bytes.size()) + " bytes, SHA-256 " +
                                   sha256OfFile(path));

@@ -13,6 +13,7 @@
 #include "inference/ExecutionProviders.h"
 #include "inference/ModelSession.h"
 #include "separation/Model.h"
+#include "separation/ModelPassport.h"
 #include "separation/Runtime.h"
 #include "system/Text.h"
 #include "tools/Findings.h"
@@ -45,6 +46,18 @@ void addMetadata(const Findings& findings, const Ort::Session& session)
         findings.add("producer", printable(producer));
 }
 
+/// Who made the network, and what it really gives.
+void addPassport(const Findings& findings, std::string_view model)
+{
+    const ModelPassport passport(model);
+    for (const auto& [label, text] : passport.lines())
+        findings.add(label, text);
+    if (!passport.exists())
+        findings.addWarning(
+            "It has no passport: the file does not say who made the network, under which licence, "
+            "and which stems it really gives (tonwerk-convert passport writes one).");
+}
+
 /// Only a refusal of this model counts: the doctor tells of providers that refuse every model.
 void addProviders(const Findings& findings, const ModelSession& made)
 {
@@ -65,6 +78,7 @@ std::unique_ptr<Ort::Session> loadNetwork(Findings& findings, const Ort::Env& en
         ModelSession made = makeModelSession(env, model.data(), model.size(), "");
         findings.addPass("The runtime loads it.");
         addMetadata(findings, *made.session);
+        addPassport(findings, model);
         addProviders(findings, made);
         return std::move(made.session);
     }

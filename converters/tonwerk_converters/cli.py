@@ -6,7 +6,7 @@ import sys
 from collections.abc import Sequence
 from pathlib import Path
 
-from . import cascade, compact
+from . import cascade, compact, stamp
 from .command import Command
 from .errors import ConversionError
 from .files import write_model
@@ -17,7 +17,7 @@ from .spleeter import convert as spleeter
 from .waveform import convert as waveform
 
 COMMANDS: tuple[Command, ...] = (spleeter.COMMAND, scnet.COMMAND, openunmix.COMMAND, waveform.COMMAND, cascade.COMMAND,
-                                 compact.COMMAND, live.COMMAND)
+                                 compact.COMMAND, live.COMMAND, stamp.COMMAND)
 
 
 def parser() -> argparse.ArgumentParser:

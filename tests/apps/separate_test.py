@@ -154,7 +154,7 @@ class SeparateTest(ProgramTest):
         hashes = [hashlib.sha256(path.read_bytes()).hexdigest() for path in (self.folder / "song.wav", model)]
         self.assertEqual(receipt["input"], {"file": "song.wav", "sample_rate": 48000, "channels": 1, "frames": 168001,
                                             "seconds": 168001 / 48000, "non_finite_samples": 1, "sha256": hashes[0]})
-        self.assertEqual(receipt["model"], {"file": model.name, "sha256": hashes[1]})
+        self.assertEqual(receipt["model"], {"file": model.name, "sha256": hashes[1], "passport": None})
         self.assertEqual(receipt["options"]["stems"], ["vocals", "bass", "mix"])
         self.assertIn("CPUExecutionProvider", receipt["runtime_providers"])
         self.assertLess(receipt["null_test_dbfs"], -120)

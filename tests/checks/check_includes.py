@@ -27,7 +27,10 @@ ALLOWED = {
     "apps/system": ["system/"],
     "apps/audio": ["audio/", "system/"],
     "apps/analysis": ["analysis/"],
-    "apps/separation": ["separation/", "audio/", "system/", "tonwerk/", "inference/RuntimeLoader.h"],
+    "apps/separation": [
+        "separation/", "audio/", "system/", "tonwerk/",
+        "inference/RuntimeLoader.h", "api/ModelScrambling.h",
+    ],
     "apps/report": ["report/", "separation/", "system/", "spectral/"],
     "apps/batch": ["batch/", "report/", "separation/", "analysis/", "audio/", "system/", "tonwerk/"],
     "apps/cli": ["cli/", "batch/", "separation/", "audio/", "system/"],

@@ -100,6 +100,19 @@ class Cascade(ConverterTest):
         self.assert_refused("is no valid ONNX model", "cascade", self.first(), garbage)
 
 
+class Stamp(ConverterTest):
+    def test_a_passport_is_written_and_changed(self):
+        path = self.folder / "plain.onnx"
+        onnx.save(gains(SECOND), str(path))
+        model = self.converted("passport", path, "--license", "MIT", "--stems", "bass, drum")
+        self.assertEqual(Passport.read(model).license, "MIT")
+        self.model.rename(path)
+        changed = Passport.read(self.converted("passport", path, "--name", "Mine"))
+        self.assertEqual((changed.name, changed.license, changed.stems), ("Mine", "MIT", ["bass", "drum"]))
+        self.model.unlink()
+        self.assert_refused("takes some of", "passport", path, "--stems", "flute")
+
+
 class Compact(ConverterTest):
     HIDDEN = 32
 

@@ -31,7 +31,8 @@ function buildFacts() {
     byId('name').textContent = data.name;
     byId('duration').textContent = clock(data.seconds);
     byId('position').max = data.seconds;
-    byId('made').textContent = `Separated by tonwerk-separate ${data.version} with the model ${data.model}.`;
+    byId('made').textContent = `Separated by tonwerk-separate ${data.version} with the model ${data.model}`
+        + `${data.license ? ` (licence of its weights: ${data.license.replace(/\.$/, '')})` : ''}.`;
     const facts = [
         ['Length', clock(data.seconds)],
         ['Format', `${data.sampleRate / 1000} kHz, ${data.channels === 1 ? 'mono' : 'stereo'}`],
