@@ -10,7 +10,7 @@
 //        model
 //                         on it
 //        cd FOLDER        makes the folder the current directory
-//        copy FROM TO     copies the one file over the other
+//        copy FROM TO     copies the one file into the other's place
 //        unset VARIABLE   removes a variable from the environment
 
 #include <deque>
@@ -113,7 +113,9 @@ void take(std::deque<std::string>& arguments, Contexts& contexts)
     else if (step == "copy")
     {
         const std::string from = next();
-        std::filesystem::copy_file(from, next(), std::filesystem::copy_options::overwrite_existing);
+        const std::string to = next();
+        std::filesystem::remove(to); // MinGW's library cannot overwrite
+        std::filesystem::copy_file(from, to);
     }
     else
         throw std::invalid_argument("there is no step " + step);
