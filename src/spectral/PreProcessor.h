@@ -51,7 +51,8 @@ public:
     /// \throws std::exception whatever the model throws; the frames are in the spectrogram then
     StemSpectra process(const SampleRows& input, bool eof);
 
-    /// Forgets the stream. \throws nothing
+    /// Forgets the stream.
+    /// \throws nothing
     void reset();
 
     /// True until a run of the model has succeeded. (Only where edge frames are kept: otherwise always.)
