@@ -10,11 +10,9 @@ from collections.abc import Callable
 from html import escape
 from pathlib import Path
 
-# The stream's sizes in frames (samples per channel), for blocks of maxInputSize().
-FIRST_BLOCK = 257024
-NEXT_BLOCK = 254976
-OVERLAP = 4096  # what a chunk keeps for the next one
-SEGMENT = 255 * 1024 + 4096  # what the 256 spectrogram frames of one run cover
+from stream_contract import FFT_SIZE, FIRST_BLOCK, HOP, NEXT_BLOCK, OVERLAP, SEGMENT_FRAMES
+
+SEGMENT = (SEGMENT_FRAMES - 1) * HOP + FFT_SIZE  # what the spectrogram of one run covers
 BLOCKS = (FIRST_BLOCK, NEXT_BLOCK, NEXT_BLOCK)
 
 # On paper of its own, so that it can be read on any page; dark where the reader's system is dark.

@@ -16,13 +16,16 @@ import numpy as np
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tests" / "python"))
 
-from offline_reference import BINS, FFT_SIZE, GAINS, HOP, NEXT_BLOCK, SEGMENT_FRAMES, STEMS, analysis_window
+from offline_reference import GAINS, analysis_window
+from stream_contract import ALL_STEMS, FFT_SIZE, HOP, NEXT_BLOCK, SEGMENT_FRAMES, SHAPE
+from stream_contract import BINS as BINS
+from stream_contract import CHANNELS as CHANNELS
+from stream_contract import STEMS as STEMS
 
-CHANNELS = 2
-RESULTS = len(STEMS) + 2  # and residual and mix
+RESULTS = len(ALL_STEMS)
 BLOCK = NEXT_BLOCK
 BLOCK_HOPS = BLOCK // HOP
-SEGMENT_SHAPE = (1, 2 * CHANNELS, SEGMENT_FRAMES, BINS)  # left real, left imaginary, right real, right imaginary
+SEGMENT_SHAPE = SHAPE
 SEGMENT_SAMPLES = (SEGMENT_FRAMES - 1) * HOP + FFT_SIZE
 CONTEXT = (SEGMENT_SAMPLES - BLOCK) // 2
 

@@ -9,22 +9,22 @@ every 1,024 samples of 44.1 kHz sound; bins from 0 Hz up without the Nyquist bin
 from collections.abc import Iterable, Mapping
 
 from onnx import ModelProto, TensorProto, ValueInfoProto
+from stream_contract import BINS as BINS
+from stream_contract import CHANNELS as CHANNELS
+from stream_contract import FFT_SIZE as FFT_SIZE
+from stream_contract import FLAGS as FLAGS
+from stream_contract import HOP as HOP
+from stream_contract import INPUT as INPUT
+from stream_contract import PLANES as PLANES
+from stream_contract import SEGMENT_FRAMES
+from stream_contract import SHAPE as SHAPE
+from stream_contract import STEMS as STEMS
 
 from .errors import ConversionError
 from .graph import Graph
 
-FFT_SIZE = 4096
-HOP = 1024
-FRAMES = 256
-BINS = FFT_SIZE // 2
-CHANNELS = 2
-PLANES = 2 * CHANNELS
-SHAPE = (1, PLANES, FRAMES, BINS)
+FRAMES = SEGMENT_FRAMES
 SAMPLE_RATE = 44100
-
-INPUT = "unified_input"
-FLAGS = ("vocals", "drum", "bass", "piano", "acoustic_guitar", "electric_guitar")  # in the order of the inputs
-STEMS = ("vocals", "drum", "piano", "acoustic_guitar", "electric_guitar", "bass")  # in the order of the outputs
 
 # Names that other networks give to stems of ours; what is not here has no place but the residual.
 ALIASES = {"drums": "drum", "acoustic guitar": "acoustic_guitar", "electric guitar": "electric_guitar"}

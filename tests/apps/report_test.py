@@ -20,9 +20,13 @@ from typing import Any
 import numpy as np
 from browser import Browser
 
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools"))
+
+from stream_contract import ALL_STEMS
+
 RATE = 44100
 SECONDS = 12
-STEMS = ["vocals", "drum", "piano", "acoustic_guitar", "electric_guitar", "bass", "residual", "mix"]
+STEMS = list(ALL_STEMS)
 # How far the stems may be apart once they have found together, which takes them half a second: 50 ms is where an echo
 # begins to be heard; they are within 5 ms as a rule.
 IN_STEP = 0.05

@@ -18,16 +18,16 @@ import numpy as np
 import onnx
 from onnx import TensorProto, helper, numpy_helper
 
-FRAMES = 256
-BINS = 2048
-SHAPE = (1, 4, FRAMES, BINS)  # planes: real and imaginary of the left channel, then of the right one
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools"))
+
+from stream_contract import BINS, INPUT, SHAPE
+from stream_contract import FLAGS as FLAG_ORDER
+from stream_contract import SEGMENT_FRAMES as FRAMES
+from stream_contract import STEMS as OUTPUT_ORDER
+
 SAMPLE_RATE = 44100
 OPSET = 17
 IR_VERSION = 8  # the one that belongs to this opset; ONNX Runtime 1.21 reads it
-
-INPUT = "unified_input"
-FLAG_ORDER = ("vocals", "drum", "bass", "piano", "acoustic_guitar", "electric_guitar")
-OUTPUT_ORDER = ("vocals", "drum", "piano", "acoustic_guitar", "electric_guitar", "bass")
 
 # All different, so that exchanged stems show; fractions of a power of two, so that they sum to exactly 1.
 GAINS = {stem: parts / 32 for stem, parts in

@@ -17,7 +17,8 @@ from pathlib import Path
 
 import numpy as np
 import offline_reference
-from offline_reference import ORDINARY, STEMS
+from offline_reference import ORDINARY
+from stream_contract import STEMS
 
 # The library computes in single precision: spectra of up to a few hundred, each rounded to 2^-24 of its size, pass
 # two transforms of 12 stages. Over many lengths that came to at most 3e-7. A frame answered from the wrong row of

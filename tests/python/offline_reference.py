@@ -8,15 +8,15 @@ it knows of the frames to its right, and two runs may share a frame between them
 joining chunks cannot be repeated here. Double precision throughout.
 """
 
+import sys
 from dataclasses import dataclass
+from pathlib import Path
 
 import numpy as np
 
-FFT_SIZE = 4096
-HOP = 1024
-SEGMENT_FRAMES = 256
-BINS = FFT_SIZE // 2
-STEMS = ("vocals", "drum", "piano", "acoustic_guitar", "electric_guitar", "bass")
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools"))
+
+from stream_contract import BINS, FFT_SIZE, HOP, SEGMENT_FRAMES, STEMS
 
 GAINS = np.array([10, 8, 4, 3, 1, 6]) / 32
 TAPS = np.array([[4, 10, -2], [-3, 8, 1], [2, 4, 3], [-1, 3, -4], [-4, 1, 1], [2, 6, 1]]) / 32

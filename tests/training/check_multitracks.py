@@ -15,6 +15,7 @@ import numpy as np
 
 sys.path.insert(0, sys.argv[1])
 
+from stream_contract import ALL_STEMS
 from tonwerk_training.data import recordings
 from tonwerk_training.data.audio import write_wav
 from tonwerk_training.evaluation import multitracks, reports
@@ -35,7 +36,7 @@ for stem, factor in {factors!r}.items():
 tracks = {{stem: {{"file": stem + ".wav"}} for stem in {factors!r}}}
 (folder / "receipt.json").write_text(json.dumps({{"tracks": tracks, "real_time_factor": 0.5}}))
 """
-STEMS = ("vocals", "drum", "piano", "acoustic_guitar", "electric_guitar", "bass", "residual")
+STEMS = ALL_STEMS[:-1]  # all but the mix
 
 
 class Multitracks(unittest.TestCase):

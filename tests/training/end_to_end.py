@@ -20,9 +20,12 @@ from typing import Any
 
 import numpy as np
 
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools"))
+
+from stream_contract import STEMS
+
 STEPS = 20
 CHUNKS = 4
-STEMS = ("vocals", "drum", "piano", "acoustic_guitar", "electric_guitar", "bass")
 LENGTH = 300_000  # samples: a whole window and a part of one
 
 

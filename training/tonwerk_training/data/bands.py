@@ -8,7 +8,6 @@ masks per bin the best possible separation loses less than 0.01 dB.
 
 import numpy as np
 
-BINS = 2048
 BANDS = 896
 
 # (first bin, first bin after, bins per band)

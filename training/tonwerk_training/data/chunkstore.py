@@ -25,13 +25,13 @@ from pathlib import Path
 from typing import Any, TypeVar
 
 import numpy as np
+from stream_contract import BINS, SEGMENT_FRAMES, STEMS
 
 from . import bands
 from .stft import sample_count, stft
 
-STEMS = ("vocals", "drum", "piano", "acoustic_guitar", "electric_guitar", "bass")
 SOURCES = STEMS + ("other",)
-FRAMES = 256
+FRAMES = SEGMENT_FRAMES
 CHUNK_SAMPLES = sample_count(FRAMES)
 POWER_FLOOR = 1e-10
 RATIO_RANGE = (-0.5, 1.5)  # beyond it a stem and the rest of the mixture nearly cancel; no mask gets there anyway
@@ -74,7 +74,7 @@ def summarise_chunk(stems: np.ndarray, taken: Callable[[np.ndarray], np.ndarray]
     # A silent stem costs no transform: more than half of them are in a sparse mix.
     spectra = [stft(stem) if stem.any() else None for stem in stems]
     mixture = sum((spectrum for spectrum in spectra if spectrum is not None),
-                  np.zeros((2, FRAMES, bands.BINS), np.complex64))
+                  np.zeros((2, FRAMES, BINS), np.complex64))
     if taken:
         mixture = mixture - taken(mixture)
     power = bands.pool(mixture.real ** 2 + mixture.imag ** 2)

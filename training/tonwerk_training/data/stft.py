@@ -7,12 +7,9 @@ Nyquist bin, and so does this.
 
 import numpy as np
 import scipy.fft
-
-from .bands import BINS
+from stream_contract import BINS, FFT_SIZE, HOP
 
 SAMPLE_RATE = 44100
-FFT_SIZE = 4096
-HOP = 1024
 
 
 def blackman() -> np.ndarray:

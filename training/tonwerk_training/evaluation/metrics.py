@@ -10,6 +10,7 @@ stem plays.
 from dataclasses import dataclass, field
 
 import numpy as np
+from stream_contract import FIRST_RESULT, NEXT_BLOCK
 
 from ..data.stft import SAMPLE_RATE
 
@@ -17,8 +18,8 @@ SEGMENT = SAMPLE_RATE
 ACTIVE_RANGE = 1e-4  # a segment counts as playing down to 40 dB below the stem's loudest one
 
 # The library's results end here when it is fed in blocks of maxInputSize().
-FIRST_JOIN = 252928
-JOIN_DISTANCE = 254976
+FIRST_JOIN = FIRST_RESULT
+JOIN_DISTANCE = NEXT_BLOCK
 JOIN_NEIGHBOURHOOD = SAMPLE_RATE // 2
 SEAM_WINDOW = 2048
 FAR_FROM_JOINS = SAMPLE_RATE

@@ -14,10 +14,10 @@ import numpy as np
 import onnx
 import torch
 from onnx import TensorProto
+from stream_contract import FLAGS, INPUT, SHAPE, STEMS
 from torch import nn
 
 from ..data import bands
-from ..data.chunkstore import STEMS
 from ..data.stft import SAMPLE_RATE
 from .graph import Graph
 from .network import (
@@ -34,7 +34,6 @@ from .network import (
     Upsampler,
     unfold,
 )
-from .runtime import FLAGS, OUTPUTS, SHAPE
 
 FRAMES = SHAPE[2]
 SMALLEST_PEAK = 1e-37  # the quietest level that is brought to full scale; below are numbers of reduced precision
@@ -68,7 +67,7 @@ def load_network(path: Path) -> tuple[MaskNetwork, float, int]:
 def export(network: MaskNetwork, description: str) -> onnx.ModelProto:
     """The whole model as an ONNX ModelProto. network: a MaskNetwork."""
     graph = Graph()
-    spectrum = graph.input("unified_input", SHAPE)
+    spectrum = graph.input(INPUT, SHAPE)
     for stem in FLAGS:
         graph.input(f"{stem}_flag", [1], TensorProto.BOOL)
     with torch.no_grad():
@@ -205,15 +204,15 @@ def _apply(graph: Graph, spectrum: str, masks: str) -> None:
     """Each stem's output: the input's real and imaginary parts times the mask of their channel."""
     counts = [(last - first) // width for first, last, width in bands.SECTIONS]
     sizes = [last - first for first, last, _ in bands.SECTIONS]
-    parts: list[list[str]] = [[] for _ in OUTPUTS]
+    parts: list[list[str]] = [[] for _ in STEMS]
     sections = zip(graph.split(spectrum, 3, sizes), graph.split(masks, 3, counts), counts, bands.SECTIONS)
     for section, mask, count, (_, _, width) in sections:
         planes = graph.reshape(section, 2, 2, FRAMES, count * width)
-        by_stem = graph.split(_repeat(graph, mask, count, width), 0, [1] * len(OUTPUTS))
+        by_stem = graph.split(_repeat(graph, mask, count, width), 0, [1] * len(STEMS))
         for collected, own in zip(parts, by_stem):
             product = graph.add("Mul", planes, graph.reshape(own, 2, 1, FRAMES, count * width))
             collected.append(graph.reshape(product, 1, 4, FRAMES, count * width))
-    for stem, collected in zip(OUTPUTS, parts):
+    for stem, collected in zip(STEMS, parts):
         graph.add("Concat", *collected, axis=3, name=f"{stem}_output")
         graph.output(f"{stem}_output", SHAPE)
 
@@ -228,4 +227,4 @@ def reference(network: MaskNetwork, spectrum: np.ndarray) -> dict[str, np.ndarra
         masks = unfold(torch.softmax(logits, dim=1)[0])
     planes = bands.expand(masks.numpy())
     return {stem: (parts * torch.from_numpy(planes[index]).unsqueeze(1)).reshape(SHAPE).numpy()
-            for index, stem in enumerate(OUTPUTS)}
+            for index, stem in enumerate(STEMS)}

@@ -11,13 +11,11 @@ from pathlib import Path
 from typing import Any
 
 import numpy as np
+from stream_contract import FLAGS, INPUT, SHAPE, STEMS
 
 DEPENDENCIES = Path(__file__).resolve().parents[3] / ".deps"
 RUNTIME = DEPENDENCIES / "runtime/linux/libonnxruntime_pelagrin.so"
 HEADER = DEPENDENCIES / "include/onnxruntime/onnxruntime_c_api.h"
-SHAPE = (1, 4, 256, 2048)
-FLAGS = ("vocals", "drum", "bass", "piano", "acoustic_guitar", "electric_guitar")
-OUTPUTS = ("vocals", "drum", "piano", "acoustic_guitar", "electric_guitar", "bass")
 
 # onnxruntime_c_api.h: ONNXTensorElementDataType, OrtLoggingLevel, OrtDeviceAllocator, OrtMemTypeDefault.
 ELEMENT_FLOAT, ELEMENT_BOOL = 1, 9
@@ -78,7 +76,7 @@ class Runtime:
         self._call("CreateSessionFromArray", self.environment, self.model, ctypes.c_size_t(len(self.model)),
                    options, ctypes.byref(self.session))
         self._release("SessionOptions", options)
-        self.results = {stem: np.empty(SHAPE, np.float32) for stem in OUTPUTS}
+        self.results = {stem: np.empty(SHAPE, np.float32) for stem in STEMS}
 
     def run(self, spectrum: np.ndarray) -> dict[str, np.ndarray]:
         """Spectrum float32 of SHAPE to a dictionary of the stems' spectra, which the next run overwrites."""
@@ -87,9 +85,9 @@ class Runtime:
             raise ValueError(f"The model takes {SHAPE}, not {spectrum.shape}.")
         flag = np.ones(1, np.bool_)
         inputs = [self._tensor(spectrum)] + [self._tensor(flag) for _ in FLAGS]
-        outputs = [self._tensor(self.results[stem]) for stem in OUTPUTS]
-        names = [b"unified_input"] + [f"{stem}_flag".encode() for stem in FLAGS]
-        results = [f"{stem}_output".encode() for stem in OUTPUTS]
+        outputs = [self._tensor(self.results[stem]) for stem in STEMS]
+        names = [INPUT.encode()] + [f"{stem}_flag".encode() for stem in FLAGS]
+        results = [f"{stem}_output".encode() for stem in STEMS]
         try:
             self._call("Run", self.session, None, (ctypes.c_char_p * 7)(*names), (ctypes.c_void_p * 7)(*inputs),
                        ctypes.c_size_t(7), (ctypes.c_char_p * 6)(*results), ctypes.c_size_t(6),
