@@ -25,8 +25,7 @@ public:
              const std::array<std::int64_t, 4>& shape) override
     {
         const auto count = static_cast<std::size_t>(shape[0] * shape[1] * shape[2] * shape[3]);
-        const std::array<bool, 6> given{wanted.vocals,         wanted.drum,           wanted.piano,
-                                        wanted.acousticGuitar, wanted.electricGuitar, wanted.bass};
+        const tonwerk::StemSelection given = selectionOf(wanted);
         for (std::size_t stem = 0; stem < outputs.size(); ++stem)
             if (!given[stem])
                 continue; // they are zero from the beginning

@@ -13,9 +13,6 @@
 namespace
 {
 
-constexpr std::size_t held = 514048;         // frames that the library can buffer
-constexpr std::size_t longestChunk = 263168; // frames that it takes at once
-
 constexpr std::size_t chunksFilled = 30;
 
 /// The call that would complete a chunk is made, but not timed.
@@ -33,7 +30,8 @@ void callWithoutResult(benchmark::State& state)
             state.PauseTiming();
             benchmark::DoNotOptimize(processor.process(block, false));
             buffered += frames;
-            buffered += fftSize - std::min(buffered, longestChunk); // the newest are kept for the next chunk
+            buffered +=
+                fftSize - std::min(buffered, longestLaterChunk); // the newest are kept for the next chunk
             state.ResumeTiming();
         }
         const auto result = processor.process(block, false);
@@ -49,7 +47,7 @@ void copyOfBlock(benchmark::State& state)
 {
     const auto frames = static_cast<std::size_t>(state.range(0));
     const auto block = noise(channels * frames);
-    std::vector<float> buffer(channels * held);
+    std::vector<float> buffer(channels * capacity);
     std::vector<float> elsewhere(stems * outputFloats);
     std::size_t place = 0;
     std::size_t sinceChunk = 0;

@@ -8,16 +8,13 @@
 #include <string>
 #include <vector>
 
+#include "tonwerk/StreamGeometry.h"
 #include "tonwerk/TonwerkProc.h"
 
-inline constexpr std::size_t fftSize = 4096;
-inline constexpr std::size_t hop = 1024;
-inline constexpr std::size_t channels = 2;
-inline constexpr std::size_t stems = 6;
-inline constexpr std::size_t segmentFrames = 256;
-inline constexpr std::size_t blockFrames = 254976; ///< of a steady-state block
-inline constexpr std::size_t newFrames = blockFrames / hop;
-inline constexpr std::size_t outputFloats = 2 * channels * segmentFrames * fftSize / 2; ///< of a model output
+using namespace tonwerk::geometry;
+
+inline constexpr std::size_t blockFrames = laterBlock;                           ///< of a steady-state block
+inline constexpr std::size_t outputFloats = 2 * channels * segmentFrames * bins; ///< of a model output
 
 /// White noise of half the full scale, the same in every run.
 std::vector<float> noise(std::size_t count);

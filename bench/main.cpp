@@ -7,6 +7,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include "Workload.h"
+
 namespace
 {
 
@@ -61,7 +63,7 @@ void printChunks(const CollectingReporter& results)
     const double floor = results.milliseconds("floorOfOneChunk");
     if (floor == 0.0)
         return;
-    constexpr double chunkMilliseconds = 254976 / 44.1;
+    constexpr double chunkMilliseconds = blockFrames / 44.1;
     std::printf("\n%-34s %11s %9s %11s %12s %13s\n", "a steady-state chunk, 5.78 s of audio", "time",
                 "/ floor", "real time", "allocations", "allocated");
     std::printf("%-37s %8.2f ms %9.2f\n", "floor", floor, 1.0);

@@ -2,7 +2,10 @@
 #include "separation/Stems.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <string_view>
 
+#include "common/StemSwitches.h"
 #include "system/Failure.h"
 
 namespace tonwerk::app
@@ -33,16 +36,10 @@ std::string listOfStems()
 
 TonwerkProcConfig processorConfig(const StemSet& asked)
 {
-    TonwerkProcConfig config{};
-    config.vocals = asked.test(0);
-    config.drum = asked.test(1);
-    config.piano = asked.test(2);
-    config.acousticGuitar = asked.test(3);
-    config.electricGuitar = asked.test(4);
-    config.bass = asked.test(5);
-    config.channels = 2;
-    config.interleaved = true;
-    return config;
+    StemSelection selection{};
+    for (std::size_t stem = 0; stem < selection.size(); ++stem)
+        selection[stem] = asked.test(stem);
+    return configOf(selection);
 }
 
 } // namespace tonwerk::app

@@ -2,24 +2,21 @@
 #ifndef TONWERK_APPS_SEPARATION_STEMS_H
 #define TONWERK_APPS_SEPARATION_STEMS_H
 
-#include <array>
 #include <bitset>
-#include <cstddef>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include <tonwerk/TonwerkProc.h>
 
+#include "common/Stems.h"
+
 namespace tonwerk::app
 {
 
-/// Names of the stems and of their files, in the order of TonwerkProc::process's result. The first six come
-/// from the model; the library computes the last two from them.
-inline constexpr std::array<std::string_view, 8> stemNames{
-    "vocals", "drum", "piano", "acoustic_guitar", "electric_guitar", "bass", "residual", "mix"};
-
-inline constexpr std::size_t modelStemCount = 6;
+// Of the library: names of the stems and of their files, in the order of TonwerkProc::process's result. The
+// first six come from the model; the library computes the last two from them.
+using tonwerk::modelStemCount;
+using tonwerk::stemNames;
 
 /// A choice of stems, by their place in stemNames.
 using StemSet = std::bitset<stemNames.size()>;

@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include <tonwerk/StreamGeometry.h>
+
 #include "inference/OrtApi.h"
 
 namespace tonwerk::app
@@ -14,7 +16,8 @@ namespace tonwerk::app
 
 /// Shape of a network's input spectrogram and of each of its six outputs: a real and an imaginary plane per
 /// channel, frames, bins.
-inline constexpr std::array<std::int64_t, 4> spectrogramShape{1, 4, 256, 2048};
+inline constexpr std::array<std::int64_t, 4> spectrogramShape{1, 2 * geometry::channels,
+                                                              geometry::segmentFrames, geometry::bins};
 
 /// How a network's inputs and outputs differ from what the library expects, a sentence each.
 struct InterfaceFaults

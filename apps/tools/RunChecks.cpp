@@ -8,6 +8,8 @@
 #include <random>
 #include <string>
 
+#include <tonwerk/StreamGeometry.h>
+
 #include "separation/Runtime.h"
 #include "system/Text.h"
 #include "tools/ModelInterface.h"
@@ -18,11 +20,8 @@ namespace tonwerk::app
 namespace
 {
 
-constexpr std::size_t stemCount = contractOutputs.size();
 /// Tolerance: several threads may add in another order from run to run. Nobody hears this.
 constexpr double sameUpTo = 1e-4;
-/// New frames per run of the network (TonwerkProc::maxInputSize after the first).
-constexpr double framesPerRun = 254976.0;
 constexpr double sampleRate = 44100.0;
 
 NetworkRunner::Flags allFlags()
@@ -123,7 +122,7 @@ void RunChecks::makeAll()
 bool RunChecks::checkNumbers()
 {
     bool finite = true;
-    for (std::size_t stem = 0; stem < stemCount; ++stem)
+    for (std::size_t stem = 0; stem < modelStemCount; ++stem)
     {
         const auto bad = std::count_if(reference.at(stem).begin(), reference.at(stem).end(),
                                        [](float value) { return !std::isfinite(value); });
@@ -142,7 +141,7 @@ double RunChecks::timedRun()
 {
     seconds.push_back(runner.run(input, allFlags()));
     double largest = 0.0;
-    for (std::size_t stem = 0; stem < stemCount; ++stem)
+    for (std::size_t stem = 0; stem < modelStemCount; ++stem)
         largest = std::max(largest, largestDifference(reference.at(stem), runner.results().at(stem)));
     return largest / peakOf(input);
 }
@@ -166,7 +165,7 @@ void RunChecks::checkSilence()
 {
     runner.run(std::vector<float>(input.size()), allFlags());
     bool silent = true;
-    for (std::size_t stem = 0; stem < stemCount; ++stem)
+    for (std::size_t stem = 0; stem < modelStemCount; ++stem)
     {
         const std::vector<float>& result = runner.results().at(stem);
         if (std::all_of(result.begin(), result.end(), [](float value) { return value == 0.0F; }))
@@ -182,13 +181,13 @@ void RunChecks::checkFlags()
 {
     std::size_t silenced = 0;
     std::size_t others = 0;
-    for (std::size_t off = 0; off < stemCount; ++off)
+    for (std::size_t off = 0; off < modelStemCount; ++off)
     {
         NetworkRunner::Flags flags = allFlags();
         flags.at(off) = false;
         runner.run(input, flags);
         silenced += peakOf(runner.results().at(off)) < peakOf(reference.at(off)) ? 1U : 0U;
-        for (std::size_t stem = 0; stem < stemCount; ++stem)
+        for (std::size_t stem = 0; stem < modelStemCount; ++stem)
             others += stem != off && largestDifference(reference.at(stem), runner.results().at(stem)) >
                                          sameUpTo * peakOf(input)
                           ? 1U
@@ -229,7 +228,7 @@ void RunChecks::addSpeed() const
     std::vector<double> sorted = seconds;
     std::sort(sorted.begin(), sorted.end());
     const double median = sorted[sorted.size() / 2];
-    const double sound = framesPerRun / sampleRate;
+    const double sound = static_cast<double>(geometry::laterBlock) / sampleRate;
     findings.add("speed", decimals(median, 3) + " s for each " + decimals(sound, 2) +
                               " s of sound: real-time factor " + decimals(median / sound, 3) + '.');
 }

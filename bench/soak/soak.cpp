@@ -23,18 +23,19 @@
 #include <vector>
 
 #include "ProcessFigures.h"
+#include "tonwerk/StreamGeometry.h"
 #include "tonwerk/TonwerkProc.h"
 
 namespace
 {
 
+using namespace tonwerk::geometry;
+
 constexpr std::uint64_t framesPerMinute = 60 * 44100;
-constexpr std::uint64_t firstLength = 252928;
-constexpr std::uint64_t laterLength = 254976;
-constexpr std::uint64_t lastLength = 4096;
-constexpr std::uint64_t streamEdge = 4096; // frames at either end where the mirror image beyond it is heard
-constexpr double tolerance = 1e-5;         // full scale is 1; single precision gives some 2e-7
-constexpr double allowedGrowth = 1.0;      // MB
+constexpr std::uint64_t streamEdge =
+    fftSize;                          // frames at either end where the mirror image beyond it is heard
+constexpr double tolerance = 1e-5;    // full scale is 1; single precision gives some 2e-7
+constexpr double allowedGrowth = 1.0; // MB
 
 constexpr std::size_t mix = 7;
 constexpr std::size_t residual = 6;
@@ -106,7 +107,7 @@ public:
                 report(minute + 1);
         }
         const auto rest = processor.process({}, true);
-        check(rest, lastLength);
+        check(rest, overlap);
         require(returned == fed, "the stream has lost or gained frames");
         compare(settled, processFigures());
     }
@@ -122,7 +123,7 @@ private:
         const auto stems = processor.process(block, false);
         const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - began;
         times.push_back(taken.count());
-        check(stems, first ? firstLength : laterLength);
+        check(stems, first ? firstResult : laterBlock);
     }
 
     /// The middle one of the times since the last report, which are forgotten.
@@ -153,7 +154,7 @@ private:
         const auto sum = static_cast<double>(stems[mix][at]);
         require(std::abs(sum + static_cast<double>(stems[residual][at]) - expected) <= tolerance,
                 "residual and mix do not add up to the input");
-        const bool edge = frame < streamEdge || returned + lastLength == fed;
+        const bool edge = frame < streamEdge || returned + overlap == fed;
         if (!edge)
             largestError = std::max(largestError, std::abs(sum - expected));
         require(edge || largestError <= tolerance, "the stems do not add up to the input");

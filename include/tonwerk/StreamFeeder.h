@@ -22,6 +22,7 @@
 #include <utility>
 #include <vector>
 
+#include <tonwerk/StreamGeometry.h>
 #include <tonwerk/TonwerkProc.h>
 
 namespace tonwerk
@@ -57,9 +58,9 @@ public:
     using Stems = std::vector<std::vector<float>>;
 
     /// After n frames have been fed, at least n - latencyFrames have been returned, whatever the blocks: a
-    /// host that delays its other signals by this many frames always has the stems in time. At 44.1 kHz that
-    /// is 5.9 s.
-    static constexpr std::uint64_t latencyFrames = 259071;
+    /// host that delays its other signals by this many frames, 259,071, always has the stems in time. At
+    /// 44.1 kHz that is 5.9 s.
+    static constexpr std::uint64_t latencyFrames = geometry::latency;
 
     /// Builds a processor on the model, which it keeps alive.
     /// \throws std::invalid_argument if the configuration has another number of channels than 2

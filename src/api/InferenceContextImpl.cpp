@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "api/ModelScrambling.h"
+#include "common/Stems.h"
 #include "inference/InferenceBackend.h"
 
 namespace tonwerk
@@ -15,11 +16,11 @@ namespace
 {
 
 /// The order of these names is the order of the stems in every result.
-const std::vector<std::string>& outputNames()
+std::vector<std::string> outputNames()
 {
-    static const std::vector<std::string> names{"vocals_output",          "drum_output",
-                                                "piano_output",           "acoustic_guitar_output",
-                                                "electric_guitar_output", "bass_output"};
+    std::vector<std::string> names;
+    for (const ModelStem& stem : modelStems)
+        names.emplace_back(stem.output);
     return names;
 }
 

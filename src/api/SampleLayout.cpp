@@ -23,7 +23,7 @@ void appendHostSamples(const float* left, const float* right, std::size_t frames
     }
 }
 
-void sumAndSubtract(std::span<const std::vector<float>, 6> stems, std::vector<float>& mixture,
+void sumAndSubtract(std::span<const std::vector<float>, modelStemCount> stems, std::vector<float>& mixture,
                     std::vector<float>& sum)
 {
     const float* first = stems[0].data();

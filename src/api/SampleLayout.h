@@ -8,6 +8,8 @@
 #include <span>
 #include <vector>
 
+#include "common/Stems.h"
+
 namespace tonwerk
 {
 
@@ -17,7 +19,7 @@ void appendHostSamples(const float* left, const float* right, std::size_t frames
 
 /// Makes `sum` the sum of the six stems, added up in their order, and takes it from the mixture. All have one
 /// size, which `sum` gets.
-void sumAndSubtract(std::span<const std::vector<float>, 6> stems, std::vector<float>& mixture,
+void sumAndSubtract(std::span<const std::vector<float>, modelStemCount> stems, std::vector<float>& mixture,
                     std::vector<float>& sum);
 
 } // namespace tonwerk

@@ -1,17 +1,23 @@
 // SPDX-License-Identifier: MIT
 #include "api/TonwerkProcImpl.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <exception>
+#include <functional>
 #include <span>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "api/InferenceContextImpl.h"
 #include "api/SampleLayout.h"
 #include "common/FlushDenormals.h"
 #include "common/Log.h"
+#include "common/StemSwitches.h"
+#include "common/Stems.h"
 #include "inference/InferenceBackend.h"
+#include "tonwerk/StreamGeometry.h"
 
 namespace tonwerk
 {
@@ -19,10 +25,8 @@ namespace tonwerk
 namespace
 {
 
-constexpr std::size_t fftSize = 4096;
-constexpr std::size_t hop = 1024;
-constexpr std::size_t segmentFrames = 256;
-constexpr std::size_t audioChannels = 2; // the sample arrays are stereo whatever the host says
+constexpr std::size_t audioChannels = geometry::channels; // the samples are stereo whatever the host says
+static_assert(modelStemCount == geometry::stems);
 
 constexpr const char* constructorName = "tonwerk::TonwerkProcImpl::TonwerkProcImpl";
 constexpr const char* processName = "tonwerk::TonwerkProcImpl::process";
@@ -55,20 +59,21 @@ TonwerkProcImpl::TonwerkProcImpl(std::shared_ptr<InferenceContext>&& sharedConte
     interleaved = config.interleaved;
     channels = static_cast<std::uint64_t>(static_cast<std::int64_t>(config.channels));
     spareFlag = config.spareFlag;
-    chunkEngine = std::make_unique<ChunkProcessor>(backend, static_cast<std::size_t>(channels), fftSize, hop,
-                                                   config.configExtra, segmentFrames, stemCount);
+    chunkEngine = std::make_unique<ChunkProcessor>(backend, static_cast<std::size_t>(channels),
+                                                   geometry::fftSize, geometry::hop, config.configExtra,
+                                                   geometry::segmentFrames, modelStemCount);
 }
 
-// The host's switches list bass last, the model's flags list it third.
 void TonwerkProcImpl::selectStems(const TonwerkProcConfig& config)
 {
-    const StemFlags flags{config.vocals != 0, config.drum != 0,           config.bass != 0,
-                          config.piano != 0,  config.acousticGuitar != 0, config.electricGuitar != 0};
-    TONWERK_LOG_AS(constructorName, info)
-        << "Selected stems: vocals=" << flags.vocals << ", drum=" << flags.drum << ", bass=" << flags.bass
-        << ", piano=" << flags.piano << ", acousticGuitar=" << flags.acousticGuitar
-        << ", electricGuitar=" << flags.electricGuitar;
-    setSelectedStems(backend, flags);
+    const StemSelection selection = selectionOf(config);
+    std::string text;
+    for (const std::size_t stem : stemOfFlag)
+        text.append(text.empty() ? "" : ", ")
+            .append(modelStems[stem].switchName)
+            .append(selection[stem] ? "=1" : "=0");
+    TONWERK_LOG_AS(constructorName, info) << "Selected stems: " << text;
+    setSelectedStems(backend, flagsOf(selection));
 }
 
 TonwerkProcImpl::~TonwerkProcImpl()
@@ -111,21 +116,22 @@ std::vector<std::vector<float>> TonwerkProcImpl::process(const std::vector<float
     if (length == 0)
         return {};
     // All memory first: if it runs out, what the engine holds is still there for the next call.
-    std::vector<std::vector<float>> stems(stemCount + 2);
+    std::vector<std::vector<float>> stems(stemNames.size());
     for (std::vector<float>& stem : stems)
         stem.reserve(audioChannels * length);
-    assemble(chunkEngine->process(eof, silentStems()), stems);
+    StemSelection silent = selectionOf(selectedStems(backend)); // by the context's processor built last
+    std::transform(silent.begin(), silent.end(), silent.begin(), std::logical_not());
+    assemble(chunkEngine->process(eof, silent), stems);
     return stems;
 }
 
 void TonwerkProcImpl::assemble(const SampleRows& result, std::vector<std::vector<float>>& stems) const
 {
-    for (std::size_t stem = 0; stem <= stemCount; ++stem)
+    for (std::size_t stem = 0; stem <= modelStemCount; ++stem) // with the mixture
         appendHostSamples(result.row(audioChannels * stem), result.row(audioChannels * stem + 1),
                           result.length, interleaved, stems[stem]);
-    TONWERK_LOG_AS(processName, debug) << "Processed stems: " << stemCount;
-    std::vector<float>& residual = stems[stemCount]; // the mixture so far
-    sumAndSubtract(std::span(stems).first<stemCount>(), residual, stems[stemCount + 1]);
+    TONWERK_LOG_AS(processName, debug) << "Processed stems: " << modelStemCount;
+    sumAndSubtract(std::span(stems).first<modelStemCount>(), stems[residualStem], stems[mixStem]);
     TONWERK_LOG_AS(processName, debug) << "Processed residual stem";
     TONWERK_LOG_AS(processName, debug) << "Processed mix stem";
 }
@@ -143,13 +149,6 @@ SampleBlock TonwerkProcImpl::hostBlock(const std::vector<float>& input) const
     if (interleaved)
         return {input.data(), audioChannels, frameCount(input), 1, audioChannels};
     return {input.data(), audioChannels, halves, halves, 1};
-}
-
-std::array<bool, TonwerkProcImpl::stemCount> TonwerkProcImpl::silentStems() const
-{
-    const StemFlags wanted = selectedStems(backend); // by whichever processor of this context was built last
-    return {!wanted.vocals,         !wanted.drum,           !wanted.piano,
-            !wanted.acousticGuitar, !wanted.electricGuitar, !wanted.bass};
 }
 
 } // namespace tonwerk

@@ -2,7 +2,6 @@
 #ifndef TONWERK_API_TONWERKPROCIMPL_H
 #define TONWERK_API_TONWERKPROCIMPL_H
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -37,14 +36,11 @@ public:
     std::vector<std::vector<float>> process(const std::vector<float>& input, bool eof);
 
 private:
-    static constexpr std::size_t stemCount = 6;
-
     void selectStems(const TonwerkProcConfig& config);
     void requirePrepared() const;
     std::size_t frameCount(const std::vector<float>& input) const;
     SampleBlock hostBlock(const std::vector<float>& input) const;
     void assemble(const SampleRows& result, std::vector<std::vector<float>>& stems) const;
-    std::array<bool, stemCount> silentStems() const;
 
     std::unique_ptr<ChunkProcessor> chunkEngine;
     bool interleaved;

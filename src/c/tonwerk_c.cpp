@@ -9,6 +9,8 @@
 
 #include "c/Failures.h"
 #include "c/StemQueue.h"
+#include "common/StemSwitches.h"
+#include "common/Stems.h"
 #include "tonwerk/StreamFeeder.h"
 #include "tonwerk/TonwerkProc.h"
 
@@ -42,15 +44,23 @@ struct tonwerk_stream
 namespace
 {
 
-constexpr std::uint32_t stemBit(int stem)
+constexpr std::uint32_t stemBit(std::size_t stem)
 {
-    return std::uint32_t{1} << static_cast<unsigned>(stem);
+    return std::uint32_t{1} << stem;
 }
 
 // Far beyond any later version's record, so that a size that was never set leads nowhere.
 constexpr std::uint32_t longestConfig = 4096;
 
-constexpr std::uint32_t allStems = stemBit(TONWERK_BASS + 1) - 1;
+constexpr std::uint32_t allStems = stemBit(tonwerk::modelStemCount) - 1;
+
+static_assert(tonwerk::stemNames[TONWERK_VOCALS] == "vocals" && tonwerk::stemNames[TONWERK_DRUM] == "drum" &&
+              tonwerk::stemNames[TONWERK_PIANO] == "piano" &&
+              tonwerk::stemNames[TONWERK_ACOUSTIC_GUITAR] == "acoustic_guitar" &&
+              tonwerk::stemNames[TONWERK_ELECTRIC_GUITAR] == "electric_guitar" &&
+              tonwerk::stemNames[TONWERK_BASS] == "bass" &&
+              tonwerk::stemNames[TONWERK_RESIDUAL] == "residual" &&
+              tonwerk::stemNames[TONWERK_MIX] == "mix" && tonwerk::stemNames.size() == TONWERK_STEM_COUNT);
 
 tonwerk_status invalid(const char* reason) noexcept
 {
@@ -75,16 +85,10 @@ const char* faultOf(const tonwerk_config& config) noexcept
 
 tonwerk::TonwerkProcConfig processorConfig(std::uint32_t stems) noexcept
 {
-    tonwerk::TonwerkProcConfig config{};
-    config.vocals = (stems & stemBit(TONWERK_VOCALS)) != 0;
-    config.drum = (stems & stemBit(TONWERK_DRUM)) != 0;
-    config.piano = (stems & stemBit(TONWERK_PIANO)) != 0;
-    config.acousticGuitar = (stems & stemBit(TONWERK_ACOUSTIC_GUITAR)) != 0;
-    config.electricGuitar = (stems & stemBit(TONWERK_ELECTRIC_GUITAR)) != 0;
-    config.bass = (stems & stemBit(TONWERK_BASS)) != 0;
-    config.channels = 2;
-    config.interleaved = true;
-    return config;
+    tonwerk::StemSelection selection{};
+    for (std::size_t stem = 0; stem < selection.size(); ++stem)
+        selection[stem] = (stems & stemBit(stem)) != 0;
+    return tonwerk::configOf(selection);
 }
 
 /// Calls `action` on an open stream, which has failed if that throws.

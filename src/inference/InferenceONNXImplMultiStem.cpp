@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <exception>
 #include <filesystem>
@@ -30,8 +31,6 @@ public:
     StemFlags selectedStems() const;
 
 private:
-    static constexpr std::size_t stemCount = 6;
-
     void readInterface(const std::vector<std::string>& givenInputs,
                        const std::vector<std::string>& givenOutputs);
     std::vector<Ort::Value> bindInputs(const Ort::MemoryInfo& memory, const float* input, std::size_t count,
@@ -48,7 +47,7 @@ private:
     std::vector<std::string> outputNames;
     std::vector<std::int64_t> inputShape;
     std::vector<std::int64_t> outputShape;
-    std::array<bool, stemCount> selected;
+    StemFlagArray selected; // its bytes are the network's inputs
 };
 
 namespace
@@ -120,14 +119,12 @@ void InferenceONNXImplMultiStem::readInterface(const std::vector<std::string>& g
 
 void InferenceONNXImplMultiStem::selectStems(StemFlags flags)
 {
-    selected = {flags.vocals, flags.drum,           flags.bass,
-                flags.piano,  flags.acousticGuitar, flags.electricGuitar};
+    selected = std::bit_cast<StemFlagArray>(flags);
 }
 
 StemFlags InferenceONNXImplMultiStem::selectedStems() const
 {
-    const auto [vocals, drum, bass, piano, acousticGuitar, electricGuitar] = selected;
-    return {vocals, drum, bass, piano, acousticGuitar, electricGuitar};
+    return std::bit_cast<StemFlags>(selected);
 }
 
 bool InferenceONNXImplMultiStem::run(const float* input, std::vector<float*> outputs,

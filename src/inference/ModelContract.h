@@ -5,15 +5,26 @@
 #define TONWERK_INFERENCE_MODELCONTRACT_H
 
 #include <array>
+#include <cstddef>
+
+#include "common/Stems.h"
 
 /// The spectrogram, then one flag per stem in the order of StemFlags: a network has its inputs in this order.
-inline constexpr std::array<const char*, 7> contractInputs{
-    "unified_input", "vocals_flag",          "drum_flag",           "bass_flag",
-    "piano_flag",    "acoustic_guitar_flag", "electric_guitar_flag"};
+inline constexpr std::array<const char*, tonwerk::modelStemCount + 1> contractInputs = []
+{
+    std::array<const char*, tonwerk::modelStemCount + 1> names{"unified_input"};
+    for (const tonwerk::ModelStem& stem : tonwerk::modelStems)
+        names.at(stem.flagPlace + 1) = stem.flagInput;
+    return names;
+}();
 
 /// In the order of StemFlags, too. A network may have its outputs in any order: they are found by name.
-inline constexpr std::array<const char*, 6> contractOutputs{
-    "vocals_output",          "drum_output",           "bass_output", "piano_output",
-    "acoustic_guitar_output", "electric_guitar_output"};
+inline constexpr std::array<const char*, tonwerk::modelStemCount> contractOutputs = []
+{
+    std::array<const char*, tonwerk::modelStemCount> names{};
+    for (const tonwerk::ModelStem& stem : tonwerk::modelStems)
+        names.at(stem.flagPlace) = stem.output;
+    return names;
+}();
 
 #endif // TONWERK_INFERENCE_MODELCONTRACT_H

@@ -16,8 +16,9 @@
 /// every hop is emitted as soon as no later frame can add to it, so the state lives as long as the stream and
 /// is never reset.
 ///
-/// The divisor has no floor: at the start of a stream, where few frames cover a sample, the quotient may be
-/// huge. The owner discards these samples.
+/// The divisor has no floor: in the first frame of a stream, where few frames cover a sample, the quotient
+/// may be huge. The ChunkProcessor begins every stream with a lead-in of a frame's length, whose samples it
+/// discards.
 class OverlapAddSynthesizer : public PFFFTTransformer
 {
 public:

@@ -6,14 +6,16 @@
 #include <string>
 #include <utility>
 
+#include "tonwerk/StreamGeometry.h"
+
 namespace
 {
 
-constexpr std::size_t fftSize = 4096;
-constexpr std::size_t hop = 1024;
-constexpr std::size_t segmentFrames = 256;
-constexpr std::size_t channels = 2;
-constexpr std::size_t stemCount = 6;
+using tonwerk::geometry::channels;
+using tonwerk::geometry::fftSize;
+using tonwerk::geometry::hop;
+using tonwerk::geometry::segmentFrames;
+using tonwerk::geometry::stems;
 
 RunGeometry checked(RunGeometry geometry)
 {
@@ -27,7 +29,7 @@ RunGeometry checked(RunGeometry geometry)
 
 SteppedStream::SteppedStream(std::shared_ptr<IInference> inference, RunGeometry geometry)
     : geometry(checked(geometry)),
-      engine(std::move(inference), channels, fftSize, hop, 0, segmentFrames, stemCount, geometry),
+      engine(std::move(inference), channels, fftSize, hop, 0, segmentFrames, stems, geometry),
       block(FixedArray<2>::from_shape({channels, std::max(engine.readyThreshold(), geometry.step * hop)}))
 {
 }

@@ -15,11 +15,13 @@ from pathlib import Path
 # For each module, what it may include of our own: a folder of src or apps, or one file.
 ALLOWED = {
     "include": ["tonwerk/"],
-    "src/common": ["common/"],
+    "src/common": ["common/", "tonwerk/"],
     "src/inference": ["common/", "inference/"],
     "src/spectral": ["common/", "spectral/", "inference/IInference.h"],
-    "src/pipeline": ["common/", "pipeline/", "spectral/", "inference/IInference.h"],
-    "src/c": ["c/", "tonwerk/"],
+    "src/pipeline": [
+        "common/", "pipeline/", "spectral/", "inference/IInference.h", "tonwerk/StreamGeometry.h",
+    ],
+    "src/c": ["c/", "common/Stem", "tonwerk/"],
     "src/api": [
         "common/", "api/", "pipeline/", "tonwerk/",
         "inference/IInference.h", "inference/StemFlags.h", "inference/InferenceBackend.h",
@@ -28,7 +30,7 @@ ALLOWED = {
     "apps/audio": ["audio/", "system/"],
     "apps/analysis": ["analysis/"],
     "apps/separation": [
-        "separation/", "audio/", "system/", "tonwerk/",
+        "separation/", "audio/", "system/", "tonwerk/", "common/Stem",
         "inference/RuntimeLoader.h", "api/ModelScrambling.h",
     ],
     "apps/report": ["report/", "separation/", "system/", "spectral/"],
