@@ -62,9 +62,10 @@ protected:
                              "ChunkProcessor::process input shape: 2x" + frames + ", eof: " + eof));
     }
 
-    /// From the prepared chunk to the returned stems.
+    /// From the prepared chunk to the returned stems. Of the six, three are switched off: nothing is computed
+    /// for them once the frames of `fading` hops have gone.
     static void addChunk(Lines& lines, std::size_t prepared, std::size_t analysed, std::size_t frames,
-                         std::size_t returned)
+                         std::size_t fading, std::size_t returned)
     {
         const std::string engine = "ChunkProcessor::process";
         lines.push_back(
@@ -74,7 +75,7 @@ protected:
         lines.push_back(line("DEBUG", "PreProcessor::process", "Process signal finished"));
         lines.push_back(
             line("DEBUG", engine, "Preprocessed data shape: 6x2x" + std::to_string(frames * 4096)));
-        for (std::size_t i = 0; i < 6 * frames; ++i)
+        for (std::size_t i = 0; i < 3 * (frames + fading); ++i)
             for (const char* rank : {"2", "1"})
                 lines.push_back(line("VERB ", "shiftArray",
                                      "shiftArray called with step: 1024, input dimension: " +
@@ -117,10 +118,10 @@ TEST_F(LogLines, AWholeStreamIsLoggedLineByLine)
         line("DEBUG", "ChunkProcessor::process", "Not enough data to process, returning empty"));
     addApiCall(expected, 512048, "0");
     expected.push_back(line("INFO ", "ChunkProcessor::process", "MAX2: 1.25"));
-    addChunk(expected, 261120, 261120, 251, 252928); // 252 frames, one held back
+    addChunk(expected, 261120, 261120, 251, 4, 252928); // 252 frames, one held back
     addApiCall(expected, 0, "1");
     expected.push_back(line("DEBUG", "ChunkProcessor::process", "Processing EOF"));
-    addChunk(expected, 8192, 7168, 5, 4096); // 4 frames and the one held back
+    addChunk(expected, 8192, 7168, 5, 0, 4096); // 4 frames and the one held back
 
     const Lines actual = printed();
     for (std::size_t i = 0; i < std::min(actual.size(), expected.size()); ++i)

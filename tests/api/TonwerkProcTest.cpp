@@ -1,4 +1,7 @@
 // SPDX-License-Identifier: MIT
+#include <algorithm>
+#include <span>
+
 #include "api/ApiFixture.h"
 #include "support/LogCapture.h"
 
@@ -28,6 +31,50 @@ TEST_F(TonwerkProcTest, TheMixIsTheSumOfTheStemsInTheirOrderAndTheResidualIsWhat
         orderMatters += sum != backwards ? 1U : 0U;
     }
     EXPECT_GT(orderMatters, 0U);
+}
+
+// The switches are those of the context's processor built last. Nothing is computed for a stem that is off,
+// which must not be heard: the stream is the same as if the network had fallen silent for as long.
+TEST_F(TonwerkProcTest, ALaterProcessorSwitchesStemsOffAndOnInMidStream)
+{
+    const Stereo signal = noise(5 * 254976 + 5000);
+    std::size_t runs = 0;
+    const auto falls = [&](std::size_t stem) { return stem % 2 == 1 && (runs == 2 || runs == 3); };
+    const auto gains = fakeBackend().model;
+    fakeBackend().model = [&](std::span<const float> input, const std::vector<float*>& outputs,
+                              const FakeInference::Shape& shape)
+    {
+        gains(input, outputs, shape);
+        ++runs;
+        for (std::size_t stem = 0; stem < outputs.size(); ++stem)
+            if (falls(stem))
+                std::fill_n(outputs[stem], input.size(), 0.0F);
+        return true;
+    };
+    const StreamResult expected = separate(loadContext("gains.onnx"), signal);
+    ASSERT_EQ(runs, 6U);
+    const Stereo silentPart = slice(expected.stems[bass], 252928 + 4096, 254976);
+    ASSERT_EQ(largestDifference(silentPart, silence(silentPart.size())), 0);
+
+    fakeBackend().model = gains;
+    const auto context = loadContext("gains.onnx");
+    auto some = allStems();
+    some.drum = some.acousticGuitar = some.bass = 0; // every other one
+    Stream stream(context);
+    std::size_t position = 0;
+    for (std::size_t call = 0; call < 6; ++call)
+    {
+        if (call == 1)
+            tonwerk::TonwerkProc(context, some);
+        if (call == 3)
+            tonwerk::TonwerkProc(context, allStems());
+        const std::size_t count =
+            std::min<std::size_t>(stream.processor().maxInputSize(), signal.size() - position);
+        stream.feed(slice(signal, position, count), position + count == signal.size());
+        position += count;
+    }
+    for (std::size_t stem = 0; stem < stemCount; ++stem)
+        EXPECT_EQ(largestDifference(stream.stem(stem), expected.stems[stem]), 0) << "stem " << stem;
 }
 
 TEST_F(TonwerkProcTest, AHostsFloatingPointModeIsBackAfterEveryCall)

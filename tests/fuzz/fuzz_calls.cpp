@@ -73,6 +73,7 @@ struct Stream
     std::unique_ptr<tonwerk::TonwerkProc> processor;
     Network network;
     bool interleaved;
+    std::shared_ptr<std::uint8_t> everSelected; // on its context, by any processor: a bit for each stem
 
     bool predictable = true; // within the block-size rule and before the end: what goes in comes back
     bool tracked = true;     // `held` is what the buffer holds
@@ -114,6 +115,7 @@ private:
         network = static_cast<Network>(input.below(6));
         fakeBackend() = {};
         fakeBackend().model = modelOf(network);
+        everSelected = std::make_shared<std::uint8_t>(std::uint8_t{0});
         const std::string bytes(input.below(9), 'm');
         const std::string key(input.below(4), 'k');
         context = std::make_shared<tonwerk::InferenceContext>(
@@ -143,11 +145,12 @@ private:
         config.electricGuitar = (switches >> 4U) & 1U;
         config.bass = (switches >> 5U) & 1U;
         config.interleaved = (switches & 64U) != 0;
+        *everSelected = static_cast<std::uint8_t>(*everSelected | (switches & 63U));
         config.channels = input.oneOf(channelCounts);
         try
         {
             Stream stream{std::make_unique<tonwerk::TonwerkProc>(context, config), network,
-                          config.interleaved};
+                          config.interleaved, everSelected};
             stream.tracked = stream.predictable = config.channels == 2;
             promise(stream.processor->maxInputSize() == 257024, "a new processor takes 257,024 frames");
             if (streams.size() < 3)
@@ -287,7 +290,11 @@ private:
         if (stream.network == Network::NotANumber)
             return;
         for (std::size_t stem = 0; stem < residual; ++stem)
+        {
             promise(std::isfinite(stems[stem][at]), "stems are finite");
+            promise(stems[stem][at] == 0.0F || ((*stream.everSelected >> stem) & 1U) != 0,
+                    "a stem that nobody has selected is silent");
+        }
         promise(std::isfinite(stems[mix][at]), "the mix is finite");
         promise(std::isfinite(stems[residual][at]) == std::isfinite(sample),
                 "the residual is finite where the input is");
@@ -303,6 +310,7 @@ private:
     Network network = Network::Gains;
     std::shared_ptr<tonwerk::InferenceContext> context;
     std::unique_ptr<tonwerk::InferenceContext> keeper; // of what was moved out of `context`
+    std::shared_ptr<std::uint8_t> everSelected = std::make_shared<std::uint8_t>(std::uint8_t{0});
     std::vector<Stream> streams;
 };
 

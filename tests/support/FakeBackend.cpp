@@ -1,7 +1,32 @@
 // SPDX-License-Identifier: MIT
 #include "support/FakeBackend.h"
 
+#include <algorithm>
+
 #include "inference/InferenceBackend.h"
+
+namespace
+{
+
+/// In the order of the outputs that the library asks for.
+class SelectingInference : public FakeInference
+{
+public:
+    using FakeInference::FakeInference;
+
+    bool run(const float* input, std::vector<float*> outputs, const Shape& shape) override
+    {
+        const bool done = FakeInference::run(input, outputs, shape);
+        for (std::size_t stem = 0; stem < outputs.size(); ++stem)
+            if (!selectionOf(selected).at(stem))
+                std::fill_n(outputs[stem], shape[0] * shape[1] * shape[2] * shape[3], 0.0F);
+        return done;
+    }
+
+    StemFlags selected{};
+};
+
+} // namespace
 
 FakeBackend& fakeBackend()
 {
@@ -23,19 +48,22 @@ std::shared_ptr<IInference> makeInferenceBackend(const void* model, std::size_t 
     record.onMake();
     if (record.makesNothing)
         return nullptr;
-    const auto destroy = [done = record.onDestroy](FakeInference* backend)
+    const auto destroy = [done = record.onDestroy](SelectingInference* backend)
     {
         done();
         delete backend;
     };
-    const std::shared_ptr<FakeInference> backend(new FakeInference(record.model), destroy);
+    const std::shared_ptr<FakeInference> backend(new SelectingInference(record.model), destroy);
     record.lastMade = backend;
     return backend;
 }
 
-void setSelectedStems(const std::shared_ptr<IInference>& /*backend*/, StemFlags /*flags*/) {}
-
-StemFlags selectedStems(const std::shared_ptr<IInference>& /*backend*/)
+void setSelectedStems(const std::shared_ptr<IInference>& backend, StemFlags flags)
 {
-    return {true, true, true, true, true, true};
+    dynamic_cast<SelectingInference&>(*backend).selected = flags;
+}
+
+StemFlags selectedStems(const std::shared_ptr<IInference>& backend)
+{
+    return dynamic_cast<const SelectingInference&>(*backend).selected;
 }

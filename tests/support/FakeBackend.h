@@ -13,7 +13,8 @@
 
 #include "support/FakeInference.h"
 
-/// What the fake backend shall do and what was asked of it. Switched-off stems are not silenced.
+/// What the fake backend shall do and what was asked of it. As the real one it silences the stems that are
+/// not selected.
 struct FakeBackend
 {
     /// Model of the backends made from now on: stems that are fractions of the input, and a rest.
