@@ -7,6 +7,7 @@ option(TONWERK_PUBLIC_WEIGHTS "Make and ship the models with a public network's 
 # Trained, not built, so it may not be there yet.
 file(GLOB smallModel CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/models/tonwerk-small.onnx")
 set(shippedModels ${smallModel})
+set(defaultModel ${smallModel})
 
 set(weightsFolder "${depsFolder}/weights")
 set(madeFolder "${PROJECT_SOURCE_DIR}/build/models")
@@ -26,4 +27,5 @@ if(TONWERK_PUBLIC_WEIGHTS AND weights AND smallModel AND NOT CMAKE_HOST_WIN32)
         VERBATIM)
     add_custom_target(made_models DEPENDS ${madeModels})
     list(APPEND shippedModels ${madeModels})
+    set(defaultModel "${madeFolder}/tonwerk-standard.onnx")
 endif()
