@@ -61,7 +61,9 @@ Samples throughThePublicClass(const std::vector<float>& left, const std::vector<
 Samples throughASteppedStream(const std::vector<float>& left, const std::vector<float>& right)
 {
     const char model = 0;
-    SteppedStream stream(makeInferenceBackend(&model, 1, {}, {}, ""), {249, 1, 0});
+    const auto backend = makeInferenceBackend(&model, 1, {}, {}, "");
+    setSelectedStems(backend, {true, true, true, true, true, true});
+    SteppedStream stream(backend, {249, 1, 0});
     Samples rows(channels * stems);
     const auto append = [&rows](const SampleRows& result)
     {
