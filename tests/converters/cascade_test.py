@@ -101,7 +101,7 @@ class Cascade(ConverterTest):
 
 
 class Stamp(ConverterTest):
-    def test_a_passport_is_written_and_changed(self):
+    def test_a_passport_is_written_and_changed(self) -> None:
         path = self.folder / "plain.onnx"
         onnx.save(gains(SECOND), str(path))
         model = self.converted("passport", path, "--license", "MIT", "--stems", "bass, drum")
