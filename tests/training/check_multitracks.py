@@ -13,8 +13,8 @@ from typing import Any
 
 import numpy as np
 
-sys.path.insert(0, sys.argv[1])
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools"))
+sys.path.insert(0, sys.argv[1])
 
 from stream_contract import ALL_STEMS
 from tonwerk_training.data import recordings
