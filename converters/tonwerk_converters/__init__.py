@@ -8,4 +8,4 @@ import sys
 from pathlib import Path
 
 # What the library's interface is, all scripts have from one place.
-sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools"))
+sys.path.append(str(Path(__file__).resolve().parents[2] / "tools"))

@@ -21,7 +21,7 @@ from tonwerk_training.data import recordings
 from tonwerk_training.data.audio import write_wav
 from tonwerk_training.evaluation import multitracks, reports
 
-del sys.argv[1]
+TRAINING = sys.argv.pop(1)
 
 SEPARATOR = """
 import json
@@ -59,7 +59,7 @@ class Multitracks(unittest.TestCase):
         """The figures of a separator whose stems are the mixture times a factor."""
         program = self.folder / "separator.py"
         given = {stem: factors.get(stem, 0.0) for stem in STEMS}
-        program.write_text(SEPARATOR.format(training=sys.path[0], factors=given))
+        program.write_text(SEPARATOR.format(training=TRAINING, factors=given))
         return multitracks.evaluate_multitracks(self.folder / "tracks", [sys.executable, str(program)], Path("none"))
 
     def test_files_find_their_groups(self) -> None:
