@@ -8,6 +8,7 @@ RUNNER starts a Windows program.
 """
 
 import random
+import re
 from collections.abc import Mapping
 from pathlib import Path
 
@@ -97,7 +98,7 @@ class Passports(ModelsTest):
             (folder / f"{number}.onnx").write_bytes(data)
         done = self.run_program([*self.command, "--list-models", "--model", str(folder)])
         self.assertEqual((done.returncode, done.stderr), (0, ""))
-        self.assertEqual(done.stdout.count(".onnx\n"), 40)
+        self.assertEqual(sum(line.endswith(".onnx") for line in done.stdout.splitlines()), 40)
         self.assertLess(max(map(len, done.stdout.splitlines())), 3000)
         self.assertTrue(all(line.isprintable() for line in done.stdout.splitlines() if "\ufffd" not in line))
 
@@ -115,7 +116,8 @@ class Choice(ModelsTest):
         done = self.run_program([*self.command, "--list-models", "--model", "several"])
         self.assertEqual((done.returncode, done.errors), (0, []))
         lines = done.stdout.splitlines()
-        self.assertEqual([Path(line).name for line in lines if line.endswith(".onnx")], ["a.onnx", "b.onnx"])
+        self.assertEqual([re.split(r"[\\/]", line)[-1] for line in lines if line.endswith(".onnx")],
+                         ["a.onnx", "b.onnx"])
         self.assertEqual(lines[1], "  no passport")
         self.assertIn(f"  licence: {PASSPORT['license']}", lines[3:])
 
