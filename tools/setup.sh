@@ -10,7 +10,7 @@ set -euo pipefail
 declare -A packages=(
     [native]="g++ cmake ninja-build googletest python3-minimal"
     # patchelf gives the fetched runtime a name of its own.
-    [fetch]="ca-certificates debian-archive-keyring patchelf"
+    [fetch]="ca-certificates debian-archive-keyring patch patchelf xz-utils"
     # Fetches and converts the public network in the default model.
     [models]="python3 python3-numpy python3-onnx python3-pip"
     # clang, lld and llvm link the DLL (delayed loading needs lld); wine runs the Windows tests.

@@ -107,6 +107,10 @@ def check_licences(package: Path) -> None:
     for pin in pins:
         version = re.match(r"(?:0\.0~git)?([0-9]+(?:\.[0-9]+\b)*)", pin)[1]
         require(f"| {version} |" in table, f"THIRD-PARTY.md does not name version {version}.")
+    sources = re.findall(r"^audio/.*_(\d[\d.]*\d)\S*\.orig\.", fetched, re.MULTILINE)
+    require(len(sources) > 5, "The versions of the audio libraries cannot be read.")
+    for version in sources:
+        require(f"| {version} |" in table, f"THIRD-PARTY.md does not name version {version}.")
     runtime = re.search(r"^onnxruntimePack='onnxruntime-node@([\d.]+)'", fetched, re.MULTILINE)[1]
     require(f"`onnxruntime-directml` {runtime}" in table, f"The runtime's texts are not those of version {runtime}.")
 
