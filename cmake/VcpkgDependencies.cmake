@@ -17,21 +17,34 @@ find_package(nlohmann_json CONFIG REQUIRED)
 find_package(pffft CONFIG REQUIRED)
 find_package(plog CONFIG REQUIRED)
 find_package(xtensor CONFIG REQUIRED)
-find_path(miniaudioFolder miniaudio.h REQUIRED)
-find_path(stbFolder stb_vorbis.c REQUIRED)
+find_path(stbFolder stb_image_write.h REQUIRED)
 find_path(resamplerFolder CDSPResampler.h PATH_SUFFIXES r8brain r8brain-free-src REQUIRED)
 find_package(boost_hash2 CONFIG REQUIRED)
 
-# Our sources name stb's headers as Debian does.
-file(WRITE "${PROJECT_BINARY_DIR}/vcpkg/stb/stb_vorbis.h" "#include <stb_vorbis.c>\n")
+# Our sources name stb's header as Debian does.
 file(WRITE "${PROJECT_BINARY_DIR}/vcpkg/stb/stb_image_write.h" "#include <stb_image_write.h>\n")
 
 target_link_libraries(tonwerk_deps INTERFACE
     CLI11::CLI11 nlohmann_json::nlohmann_json plog::plog xtensor Boost::hash2)
 target_include_directories(tonwerk_deps SYSTEM INTERFACE
-    "${miniaudioFolder}" "${stbFolder}" "${PROJECT_BINARY_DIR}/vcpkg")
+    "${stbFolder}" "${PROJECT_BINARY_DIR}/vcpkg")
 
 find_path(pffftFolder pffft.h PATH_SUFFIXES pffft REQUIRED)
 add_library(pffft INTERFACE)
 target_link_libraries(pffft INTERFACE pffft::pffft)
 target_include_directories(pffft SYSTEM INTERFACE "${pffftFolder}")
+
+# The audio libraries, as shared ones that vcpkg copies beside the program.
+find_package(SndFile CONFIG REQUIRED)
+find_package(mpg123 CONFIG REQUIRED)
+find_package(Ogg CONFIG REQUIRED)
+find_path(ebur128Folder ebur128.h REQUIRED)
+find_library(ebur128Library ebur128 REQUIRED)
+foreach(library sndfile mpg123 ogg ebur128)
+    add_library(${library} INTERFACE)
+endforeach()
+target_link_libraries(sndfile INTERFACE SndFile::sndfile)
+target_link_libraries(mpg123 INTERFACE MPG123::libmpg123)
+target_link_libraries(ogg INTERFACE Ogg::ogg)
+target_link_libraries(ebur128 INTERFACE "${ebur128Library}")
+target_include_directories(ebur128 SYSTEM INTERFACE "${ebur128Folder}")

@@ -21,7 +21,6 @@ trixie   libonnxruntime-dev 1.21.0+dfsg-1               onnxruntime   14f7d959d5
 trixie   libxtensor-dev     0.25.0-2                    xtensor       c2e0e4602c968d6dee441a09f536cfe7d1fc00938a84fa6637d7e886ce306e21
 trixie   xtl-dev            0.7.7-1                     xtl           1ac50215055cd36e6dc5efbd1c1873db936cdfa1670e3ea584d2fac8b106c805
 trixie   libplog-dev        1.1.10-2                    plog          b6741d441af298142d15bb6f8263fbc14eefe6c1f0b4b056b247bcbefa539378
-trixie   libminiaudio-dev   0.11.22+dfsg-1              miniaudio     c4f3fa5238814def9604dda97a4b688909ad5b33e5e443b617c376ceea0ddc8b
 trixie   libcli11-dev       2.4.1+ds-2                  cli11         3b44d5a1edc75b413b2dddfa81bcf7dac05dae8dae502e7d818d9c2b03392023
 trixie   nlohmann-json3-dev 3.11.3-2.1                  nlohmann-json 741a6a32f61a14eaf9560ba1814b27da8e78fa3b9bed9e8867ab46316ddf3793
 trixie   libboost1.88-dev   1.88.0-1                    boost         4f9599afe8039a130320325e6bcb41b135f3c607ab678c643ae1ef29f411cada

@@ -58,20 +58,20 @@ PcmEncoder::PcmEncoder(SampleFormat format, double gain)
 {
 }
 
-std::span<const std::uint8_t> PcmEncoder::encode(std::span<const float> samples)
+std::span<const std::int32_t> PcmEncoder::encode(std::span<const float> samples)
 {
     const double highest = fullScale(bits) - 1.0;
-    bytes.clear();
+    const std::int32_t step = 1 << (32 - bits);
+    encoded.clear();
     for (const float sample : samples)
     {
         double value = std::isfinite(sample) ? factor * static_cast<double>(sample) : 0.0;
         if (isDithered(bits) && value != 0.0)
             value += dither();
-        const auto whole = static_cast<std::int32_t>(std::lround(std::clamp(value, -highest - 1.0, highest)));
-        for (unsigned shift = 0; shift < bits; shift += 8)
-            bytes.push_back(static_cast<std::uint8_t>(static_cast<std::uint32_t>(whole) >> shift));
+        encoded.push_back(static_cast<std::int32_t>(std::lround(std::clamp(value, -highest - 1.0, highest))) *
+                          step);
     }
-    return bytes;
+    return encoded;
 }
 
 /// The sum of two uniform numbers, in steps: from -1 to 1.

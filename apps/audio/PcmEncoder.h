@@ -38,8 +38,8 @@ public:
     PcmEncoder(SampleFormat format, double gain);
 
     /// What is not finite becomes zero; what is beyond full scale clips.
-    /// \return the samples, little-endian, valid until the next call
-    std::span<const std::uint8_t> encode(std::span<const float> samples);
+    /// \return the samples in the uppermost bits of each number, valid until the next call
+    std::span<const std::int32_t> encode(std::span<const float> samples);
 
 private:
     double dither();
@@ -47,7 +47,7 @@ private:
     unsigned bits;
     double factor;
     std::minstd_rand noise{1};
-    std::vector<std::uint8_t> bytes;
+    std::vector<std::int32_t> encoded;
 };
 
 } // namespace tonwerk::app

@@ -42,6 +42,9 @@ public:
     /// Length that the song states, in samples per channel; 0 if it states none.
     std::uint64_t statedFrames() const { return stated; }
 
+    /// The same, or else an estimate; 0 if there is none.
+    std::uint64_t expectedFrames() const { return expected; }
+
     /// Samples per channel that have been read so far.
     std::uint64_t framesRead() const { return framesSoFar; }
 
@@ -49,6 +52,7 @@ protected:
     unsigned channelCount = 0;
     unsigned rate = 0;
     std::uint64_t stated = 0;
+    std::uint64_t expected = 0;
     std::uint64_t framesSoFar = 0;
 };
 

@@ -33,11 +33,12 @@ StemFolder::MadeFolders::~MadeFolders()
 }
 
 StemFolder::StemFolder(std::filesystem::path path, const std::vector<std::string>& names, unsigned channels,
-                       unsigned sampleRate)
+                       unsigned sampleRate, std::uint64_t expectedFrames)
     : folder(std::move(path)), madeFolders(folder)
 {
     for (const std::string& name : names)
-        writers.push_back(std::make_unique<StemWriter>(folder / toPath(name + ".wav"), channels, sampleRate));
+        writers.push_back(std::make_unique<StemWriter>(folder / toPath(name + ".wav"), channels, sampleRate,
+                                                       expectedFrames));
 }
 
 StemFolder::~StemFolder() = default;

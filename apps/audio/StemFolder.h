@@ -2,6 +2,7 @@
 #ifndef TONWERK_APPS_AUDIO_STEMFOLDER_H
 #define TONWERK_APPS_AUDIO_STEMFOLDER_H
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -23,7 +24,7 @@ public:
     /// \param names of the files, without extension
     /// \throws Failure if a folder or file cannot be made
     StemFolder(std::filesystem::path path, const std::vector<std::string>& names, unsigned channels,
-               unsigned sampleRate);
+               unsigned sampleRate, std::uint64_t expectedFrames);
     ~StemFolder() override;
 
     void write(const std::vector<std::vector<float>>& tracks) override;

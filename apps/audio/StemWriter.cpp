@@ -6,7 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "system/BinaryFile.h"
+#include "audio/FileSource.h"
+#include "audio/SndfileDecoder.h"
 #include "system/Failure.h"
 #include "system/Text.h"
 
@@ -23,10 +24,11 @@ std::filesystem::path withEnding(std::filesystem::path path, const char* ending)
 
 } // namespace
 
-StemWriter::StemWriter(std::filesystem::path finalPath, unsigned channels, unsigned sampleRate)
+StemWriter::StemWriter(std::filesystem::path finalPath, unsigned channels, unsigned sampleRate,
+                       std::uint64_t expectedFrames)
     : finalLocation(std::move(finalPath)), location(withEnding(finalLocation, ".part")),
       channelCount(channels), rate(sampleRate),
-      file(std::make_unique<WavFile>(location, SampleFormat::Float32, channels, sampleRate))
+      file(std::make_unique<WavFile>(location, SampleFormat::Float32, channels, sampleRate, expectedFrames))
 {
 }
 
@@ -45,7 +47,7 @@ StemWriter::~StemWriter()
 
 void StemWriter::write(std::span<const float> samples)
 {
-    file->write(samples.data(), samples.size() / channelCount);
+    file->write(samples);
 }
 
 void StemWriter::finish(SampleFormat format, double gain)
@@ -61,15 +63,15 @@ void StemWriter::convert(SampleFormat format, double gain)
     std::vector<float> samples(framesAtOnce * channelCount);
     PcmEncoder encoder(format, gain);
     {
-        BinaryFile floats(location, FileMode::Read);
-        floats.seek(static_cast<std::int64_t>(WavFile::headerBytes), SEEK_SET);
+        FileSource floats(location);
+        const std::unique_ptr<SndfileDecoder> decoder = SndfileDecoder::open(floats);
+        floats.requireGood();
+        if (!decoder)
+            throw Failure("Cannot read " + quoted(location) + ".");
         converted = withEnding(location, ".fixed");
-        file = std::make_unique<WavFile>(converted, format, channelCount, rate);
-        while (const std::size_t bytes = floats.read(samples.data(), samples.size() * sizeof(float)))
-        {
-            const std::span<const float> read(samples.data(), bytes / sizeof(float));
-            file->write(encoder.encode(read).data(), read.size() / channelCount);
-        }
+        file = std::make_unique<WavFile>(converted, format, channelCount, rate, decoder->statedFrames());
+        while (const std::size_t frames = decoder->read(samples.data(), framesAtOnce))
+            file->write(encoder.encode(std::span(samples).first(frames * channelCount)));
         floats.requireGood();
         file->close();
     }

@@ -2,6 +2,7 @@
 #ifndef TONWERK_APPS_AUDIO_STEMWRITER_H
 #define TONWERK_APPS_AUDIO_STEMWRITER_H
 
+#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <span>
@@ -18,8 +19,10 @@ class StemWriter
 {
 public:
     /// \param finalPath the file's name once it is committed; its folder must exist
+    /// \param expectedFrames length of the track, roughly; 0 if it is not known
     /// \throws Failure if the file cannot be made
-    StemWriter(std::filesystem::path finalPath, unsigned channels, unsigned sampleRate);
+    StemWriter(std::filesystem::path finalPath, unsigned channels, unsigned sampleRate,
+               std::uint64_t expectedFrames);
     ~StemWriter();
 
     StemWriter(const StemWriter&) = delete;

@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "audio/WavFile.h"
 
-#include <array>
+#include <algorithm>
 #include <cstdio>
 #include <limits>
 #include <utility>
-
-#include <miniaudio.h>
 
 #include "system/Failure.h"
 #include "system/Text.h"
@@ -17,92 +15,103 @@ namespace tonwerk::app
 namespace
 {
 
-ma_result writeBytes(ma_encoder* open, const void* bytes, size_t size, size_t* bytesWritten)
-{
-    *bytesWritten = static_cast<BinaryFile*>(open->pUserData)->write(bytes, size);
-    return *bytesWritten == size ? MA_SUCCESS : MA_IO_ERROR;
-}
-
-ma_result seekByte(ma_encoder* open, ma_int64 offset, ma_seek_origin origin)
-{
-    const int from = origin == ma_seek_origin_current ? SEEK_CUR : SEEK_SET;
-    return static_cast<BinaryFile*>(open->pUserData)->seek(offset, from) ? MA_SUCCESS : MA_BAD_SEEK;
-}
-
-ma_format encoded(SampleFormat format)
+int encodingOf(SampleFormat format)
 {
     switch (format)
     {
     case SampleFormat::Pcm16:
-        return ma_format_s16;
+        return SF_FORMAT_PCM_16;
     case SampleFormat::Pcm24:
-        return ma_format_s24;
+        return SF_FORMAT_PCM_24;
     case SampleFormat::Float32:
         break;
     }
-    return ma_format_f32;
+    return SF_FORMAT_FLOAT;
 }
 
-std::uint64_t frameBytes(SampleFormat format, unsigned channels)
+unsigned bytesOf(SampleFormat format)
 {
-    return ma_get_bytes_per_frame(encoded(format), channels);
+    return format == SampleFormat::Float32 ? 4 : format == SampleFormat::Pcm24 ? 3 : 2;
+}
+
+/// The sizes in a WAV header are 32-bit numbers.
+constexpr std::int64_t longestWav = std::numeric_limits<std::uint32_t>::max();
+
+/// Lengths are expected this precisely, or better.
+bool mayExceedWav(std::uint64_t frames, unsigned frameBytes)
+{
+    constexpr std::uint64_t safe = longestWav / 10 * 8;
+    return frames == 0 || frames > safe / frameBytes;
 }
 
 } // namespace
 
-void WavFile::EncoderCloser::operator()(ma_encoder* open) const
+WavFile::WavFile(std::filesystem::path path, SampleFormat format, unsigned channels, unsigned sampleRate,
+                 std::uint64_t expectedFrames)
+    : location(std::move(path)), file(location, FileMode::Write),
+      mayBeLarge(mayExceedWav(expectedFrames, channels * bytesOf(format)))
 {
-    ma_encoder_uninit(open);
-    delete open;
+    SF_INFO info{};
+    info.channels = static_cast<int>(channels);
+    info.samplerate = static_cast<int>(sampleRate);
+    info.format = (mayBeLarge ? SF_FORMAT_RF64 : SF_FORMAT_WAV) | encodingOf(format);
+    SF_VIRTUAL_IO calls = callbacks();
+    encoder.reset(sf_open_virtual(&calls, SFM_WRITE, &info, this));
+    if (!encoder)
+        throw Failure("Cannot write " + quoted(location) + ": " + asReason(sf_strerror(nullptr)) + ".");
+    // The chunk of peaks holds the time of day, so that no two files would be the same.
+    sf_command(encoder.get(), SFC_SET_ADD_PEAK_CHUNK, nullptr, SF_FALSE);
+    if (mayBeLarge)
+        sf_command(encoder.get(), SFC_RF64_AUTO_DOWNGRADE, nullptr, SF_TRUE);
+    sf_command(encoder.get(), SFC_SET_UPDATE_HEADER_AUTO, nullptr, SF_TRUE);
 }
 
-WavFile::WavFile(std::filesystem::path path, SampleFormat format, unsigned channels, unsigned sampleRate)
-    : location(std::move(path)), sampleFormat(format), channelCount(channels), file(location, FileMode::Write)
+/// libsndfile opens no file itself, so that every name works on every system.
+SF_VIRTUAL_IO WavFile::callbacks()
 {
-    const auto config = ma_encoder_config_init(ma_encoding_format_wav, encoded(format), channels, sampleRate);
-    auto opened = std::make_unique<ma_encoder>();
-    if (ma_encoder_init(writeBytes, seekByte, &file, &config, opened.get()) != MA_SUCCESS)
-        throw Failure("Cannot write " + quoted(location) + ".");
-    encoder.reset(opened.release());
+    SF_VIRTUAL_IO calls{};
+    calls.get_filelen = [](void* user) -> sf_count_t { return static_cast<WavFile*>(user)->length; };
+    calls.tell = [](void* user) -> sf_count_t { return static_cast<WavFile*>(user)->position; };
+    calls.seek = [](sf_count_t offset, int origin, void* user) -> sf_count_t
+    {
+        WavFile& wav = *static_cast<WavFile*>(user);
+        const std::int64_t from = origin == SEEK_SET ? 0 : origin == SEEK_CUR ? wav.position : wav.length;
+        if (!wav.file.seek(from + offset, SEEK_SET))
+            return -1;
+        return wav.position = from + offset;
+    };
+    calls.write = [](const void* bytes, sf_count_t count, void* user) -> sf_count_t
+    {
+        WavFile& wav = *static_cast<WavFile*>(user);
+        const std::size_t done = wav.file.write(bytes, static_cast<std::size_t>(count));
+        wav.position += static_cast<std::int64_t>(done);
+        wav.length = std::max(wav.length, wav.position);
+        return static_cast<sf_count_t>(done);
+    };
+    calls.read = [](void*, sf_count_t, void*) -> sf_count_t { return 0; };
+    return calls;
 }
 
-std::uint64_t WavFile::maxFrames(SampleFormat format, unsigned channels)
+void WavFile::write(std::span<const float> samples)
 {
-    return (std::numeric_limits<std::uint32_t>::max() - headerBytes) / frameBytes(format, channels);
+    finishBlock(sf_write_float(encoder.get(), samples.data(), static_cast<sf_count_t>(samples.size())),
+                samples.size());
 }
 
-void WavFile::write(const void* samples, std::uint64_t frames)
+void WavFile::write(std::span<const std::int32_t> samples)
 {
-    if (framesWritten + frames > maxFrames(sampleFormat, channelCount))
-        throw Failure("The stems are too long for WAV files, which cannot exceed 4 GB.");
-    ma_uint64 count = 0;
-    const ma_result result = ma_encoder_write_pcm_frames(encoder.get(), samples, frames, &count);
-    file.requireGood();
-    if (result != MA_SUCCESS || count != frames)
-        throw Failure("Cannot write " + quoted(location) + ".");
-    framesWritten += frames;
-    noteLength();
+    finishBlock(sf_write_int(encoder.get(), samples.data(), static_cast<sf_count_t>(samples.size())),
+                samples.size());
+}
+
+void WavFile::finishBlock(sf_count_t written, std::size_t wanted)
+{
     file.flush();
-}
-
-/// The encoder does this too, but only when it closes the file.
-void WavFile::noteLength()
-{
-    constexpr std::int64_t riffSizeOffset = 4;
-    constexpr std::int64_t dataSizeOffset = 40;
-    const std::uint64_t bytes = framesWritten * frameBytes(sampleFormat, channelCount);
-    writeNumber(riffSizeOffset, headerBytes - 8 + bytes);
-    writeNumber(dataSizeOffset, bytes);
-    file.seek(0, SEEK_END);
-}
-
-void WavFile::writeNumber(std::int64_t offset, std::uint64_t number)
-{
-    std::array<std::uint8_t, 4> bytes{};
-    for (std::size_t byte = 0; byte < bytes.size(); ++byte)
-        bytes.at(byte) = static_cast<std::uint8_t>(number >> (8 * byte));
-    file.seek(offset, SEEK_SET);
-    file.write(bytes.data(), bytes.size());
+    if (!mayBeLarge && length > longestWav)
+        throw Failure(
+            "The stems are longer than the song promised, too long for WAV files, which hold 4 GB.");
+    if (written != static_cast<sf_count_t>(wanted))
+        throw Failure("Cannot write " + quoted(location) + ": " + asReason(sf_strerror(encoder.get())) + ".");
 }
 
 void WavFile::close()

@@ -6,31 +6,36 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <span>
+
+#include <sndfile.h>
 
 #include "audio/PcmEncoder.h"
 #include "system/BinaryFile.h"
 
-struct ma_encoder;
-
 namespace tonwerk::app
 {
 
-/// A WAV file in the making, which other programs can play as far as it has been written.
+/// A WAV file in the making, which other programs can play as far as it has been written. WAV files hold 4
+/// GB; one that may grow longer has room for the larger sizes of RF64 (EBU Tech 3306) in its header, and
+/// becomes such a file only if it does. Not all programs read such a header.
 class WavFile
 {
 public:
+    /// \param expectedFrames samples per channel that there will be, roughly; 0 if that is not known
     /// \throws Failure if the file cannot be made
-    WavFile(std::filesystem::path path, SampleFormat format, unsigned channels, unsigned sampleRate);
+    WavFile(std::filesystem::path path, SampleFormat format, unsigned channels, unsigned sampleRate,
+            std::uint64_t expectedFrames);
 
-    /// Bytes before the first sample.
-    static constexpr std::uint64_t headerBytes = 44;
+    WavFile(const WavFile&) = delete;
+    WavFile& operator=(const WavFile&) = delete;
 
-    /// Samples per channel that a WAV file can hold: its sizes are 32-bit numbers.
-    static std::uint64_t maxFrames(SampleFormat format, unsigned channels);
+    /// Appends samples, interleaved, to a file of float samples and notes the new length in the header.
+    /// \throws Failure if the file cannot be written or grows beyond 4 GB unexpectedly
+    void write(std::span<const float> samples);
 
-    /// Appends frames, interleaved and in the file's format, and notes the new length in the header.
-    /// \throws Failure if the file cannot be written or would grow too long
-    void write(const void* samples, std::uint64_t frames);
+    /// The same for a file of fixed-point samples, which PcmEncoder makes.
+    void write(std::span<const std::int32_t> samples);
 
     /// Completes the file.
     /// \throws Failure if it cannot be written
@@ -40,20 +45,20 @@ public:
     void discard();
 
 private:
-    struct EncoderCloser
+    struct Closer
     {
-        void operator()(ma_encoder* open) const;
+        void operator()(SNDFILE* open) const { sf_close(open); }
     };
 
-    void noteLength();
-    void writeNumber(std::int64_t offset, std::uint64_t number);
+    static SF_VIRTUAL_IO callbacks();
+    void finishBlock(sf_count_t written, std::size_t wanted);
 
     std::filesystem::path location;
-    SampleFormat sampleFormat;
-    unsigned channelCount;
     BinaryFile file;
-    std::unique_ptr<ma_encoder, EncoderCloser> encoder;
-    std::uint64_t framesWritten = 0;
+    std::int64_t position = 0; ///< in the file
+    std::int64_t length = 0;   ///< of the file
+    bool mayBeLarge;
+    std::unique_ptr<SNDFILE, Closer> encoder;
 };
 
 } // namespace tonwerk::app

@@ -21,12 +21,6 @@ namespace tonwerk::app
 namespace
 {
 
-void checkFits(const SongSource& song)
-{
-    if (song.statedFrames() > WavFile::maxFrames(SampleFormat::Float32, song.channels()))
-        throw Failure("The song is too long: its stems would exceed the 4 GB that a WAV file can hold.");
-}
-
 SongSummary summaryOf(const SeparationResult& result, double gain)
 {
     return {result.audioSeconds, result.processingSeconds, result.nullPeak, result.nonFiniteSamples, gain};
@@ -63,9 +57,9 @@ SongSummary SongSeparator::separateToOutput(SongSource& song, const Separation::
 SongSummary SongSeparator::separateToFolder(const SongEntry& entry, SongSource& song,
                                             const Separation::Progress& progress)
 {
-    checkFits(song);
     const OutputSettings& settings = job.output;
-    StemFolder folder(entry.folder, namesOf(settings.tracks), song.channels(), song.sampleRate());
+    StemFolder folder(entry.folder, namesOf(settings.tracks), song.channels(), song.sampleRate(),
+                      song.expectedFrames());
     TrackMeters meters(settings.tracks.size(), song.channels(), song.sampleRate());
     std::vector<SeparationObserver*> observers{&meters};
     std::optional<SongReport> page;

@@ -11,11 +11,10 @@ import json
 import os
 import shutil
 import signal
-import struct
 import subprocess
 from pathlib import Path
 
-from program import GAINS, PROGRESS, RATE, ProgramTest, file_set, main, noise, wav_bytes, wav_header
+from program import GAINS, PROGRESS, RATE, ProgramTest, file_set, main, noise, wav_bytes, wav_header, wav_parts
 
 MANUAL = Path(__file__).resolve().parents[2] / "docs" / "separate.md"
 INTERRUPTED = "tonwerk-separate: Interrupted: songs that are not done have left no stems."
@@ -118,9 +117,7 @@ class BatchTest(ProgramTest):
             next(percent for percent in percents if percent > 50)
             self.assertIn("long/vocals.wav.part", self.files())
             part = (self.folder / "out/long/drum.wav.part").read_bytes()
-            held = struct.unpack_from("<I", part, 40)[0]
-            self.assertEqual(part[:44], wav_header(held // 8))
-            self.assertGreaterEqual(held, 252928 * 8)
+            self.assertGreaterEqual(len(wav_parts(part)[1]), 252928 * 8)
             program.send_signal(signal.SIGINT)
             last = program.stderr.read().splitlines()[-1]
         self.assertEqual((last, program.returncode), (INTERRUPTED, 130))

@@ -4,7 +4,7 @@
 
 Usage: separate_test.py MODELDIR [RUNNER] PROGRAM
 
-RUNNER starts a Windows program. data/tone.* hold 20,000 frames of two sines (see `tone`).
+RUNNER starts a Windows program. The files in data hold 20,000 frames of two sines (see `tone`).
 """
 
 import hashlib
@@ -28,6 +28,7 @@ from program import (
     tone,
     wav_bytes,
     wav_header,
+    wav_parts,
 )
 
 
@@ -58,12 +59,14 @@ class SeparateTest(ProgramTest):
 
     def test_other_formats_are_read(self) -> None:
         expected = tone(20000)
-        # What lossy formats may change; the MP3 encoder puts 1105 frames in front and fills its last block.
-        for ending, tolerance, delay in (("flac", 1e-4, 0), ("ogg", 0.02, 0), ("mp3", 0.02, 1105)):
-            with self.subTest(format=ending):
-                self.assert_done(self.separate(str(DATA / f"tone.{ending}")))
-                mix = self.stem("tone", "mix")
-                self.assertEqual(len(mix), 19 * 1152 if ending == "mp3" else 20000)
+        # What lossy formats may change. Where the MP3 encoder has not noted that it puts 1105 frames in front and fills its
+        # last block, they stay.
+        for file, tolerance, delay in (("tone.flac", 1e-4, 0), ("tone.ogg", 0.02, 0), ("gapless.mp3", 0.02, 0),
+                                       ("tone.mp3", 0.02, 1105)):
+            with self.subTest(file=file):
+                self.assert_done(self.separate(str(DATA / file)))
+                mix = self.stem(file.split(".")[0], "mix")
+                self.assertEqual(len(mix), 19 * 1152 if delay else 20000)
                 middle = slice(1000, 18000)
                 np.testing.assert_allclose(mix[delay:][middle], expected[middle], rtol=0, atol=tolerance)
 
@@ -123,10 +126,10 @@ class SeparateTest(ProgramTest):
             self.assertAlmostEqual(gain * peak * max(parts.values()), 1, delta=1e-3)
             for part, share in parts.items():
                 content = (self.folder / "out/song" / f"{part}.wav").read_bytes()
-                self.assertEqual(struct.unpack_from("<HHIIHH", content, 20),
-                                 (1, 2, RATE, RATE * bits // 4, bits // 4, bits))
+                numbers, data = wav_parts(content)
+                self.assertEqual(numbers, (1, 2, RATE, RATE * bits // 4, bits // 4, bits))
                 samples = np.zeros((40000, 4), "u1")
-                samples[:, 4 - bits // 8:] = np.frombuffer(content, "u1", offset=44).reshape(40000, -1)
+                samples[:, 4 - bits // 8:] = np.frombuffer(data, "u1").reshape(40000, -1)
                 values = samples.view("<i4").reshape(-1, 2) / 2**31
                 np.testing.assert_allclose(values, gain * share * song, rtol=0, atol=4 * TOLERANCE + 2 * step)
         self.separate(self.put("soft.wav", wav_bytes(noise(5000))), "--format", "pcm16")
@@ -215,7 +218,8 @@ class SeparateTest(ProgramTest):
                 ("cut.wav", whole[:-1000], "cut off"),
                 ("cut.flac", flac[:len(flac) // 2], "cut off"),
                 ("cut.ogg", ogg[:-100], "cut off"),
-                ("damaged.ogg", ogg[:500] + b"!" + ogg[501:], "damaged")):
+                ("damaged.ogg", ogg[:500] + b"!" + ogg[501:], "damaged"),
+                ("short.ogg", ogg[:ogg.rindex(b"OggS")], "missing")):
             with self.subTest(song=name):
                 self.assert_failed(self.separate(self.put(name, content)), words)
         self.assert_failed(self.separate("missing.wav"), "does not exist")

@@ -53,7 +53,8 @@ CONFINED = {
     # The set-up of the one logger needs plog's appender and formatter.
     r"plog/.*": ["src/common/Log.h", "src/api/LogSetup.", "apps/tools/LogLines."],
     r"CLI/CLI\.hpp": ["apps/cli/", "apps/tools/Tools.cpp"],
-    r"miniaudio.*|stb/stb_vorbis.*": ["apps/audio/"],
+    r"sndfile\.h|mpg123\.h|ogg/.*": ["apps/audio/"],
+    r"ebur128\.h": ["apps/analysis/Loudness.h"],
     r"stb/stb_image_write.*": ["apps/report/"],
     r"CDSPResampler.*": ["apps/separation/Resampler.cpp"],
 }

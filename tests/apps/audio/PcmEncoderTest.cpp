@@ -17,17 +17,13 @@ using tonwerk::app::SampleFormat;
 
 std::vector<int> converted(const std::vector<float>& samples, SampleFormat format, double gain = 1.0)
 {
-    const int bytesPerSample = format == SampleFormat::Pcm16 ? 2 : 3;
+    const int unused = format == SampleFormat::Pcm16 ? 16 : 8;
     PcmEncoder encoder(format, gain);
-    const auto bytes = encoder.encode(samples);
     std::vector<int> values;
-    for (std::size_t place = 0; place < bytes.size(); place += static_cast<std::size_t>(bytesPerSample))
+    for (const std::int32_t sample : encoder.encode(samples))
     {
-        std::uint32_t value = 0;
-        for (int byte = 0; byte < bytesPerSample; ++byte) // to the top, for the sign
-            value |= static_cast<std::uint32_t>(bytes[place + static_cast<std::size_t>(byte)])
-                     << (8 * (byte + 4 - bytesPerSample));
-        values.push_back(static_cast<std::int32_t>(value) >> (8 * (4 - bytesPerSample)));
+        EXPECT_EQ(sample & ((1 << unused) - 1), 0) << "below the format's last bit";
+        values.push_back(sample >> unused);
     }
     return values;
 }
