@@ -2,18 +2,18 @@
 #ifndef TONWERK_APPS_ANALYSIS_LOUDNESS_H
 #define TONWERK_APPS_ANALYSIS_LOUDNESS_H
 
-#include <array>
-#include <cstddef>
-#include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <vector>
 
+#include <ebur128.h>
+
 namespace tonwerk::app
 {
 
-/// Measures the integrated loudness of a mono or stereo track as ITU-R BS.1770-4 has it, in memory that does
-/// not grow with the track.
+/// Measures the integrated loudness of a mono or stereo track as ITU-R BS.1770-4 has it. The loudness of
+/// every 0.1 s is kept for the gate that is known last: 0.3 KB for a second of sound.
 class Loudness
 {
 public:
@@ -27,36 +27,13 @@ public:
     std::optional<double> integrated() const;
 
 private:
-    /// Second-order filter, transposed direct form II.
-    struct Filter
+    struct Closer
     {
-        std::array<double, 3> forward;
-        std::array<double, 2> back;
-        double first = 0.0;
-        double second = 0.0;
-
-        double pass(double sample);
+        void operator()(ebur128_state* open) const { ebur128_destroy(&open); }
     };
 
-    /// Gating blocks whose loudness is nearly the same.
-    struct Bin
-    {
-        double energy = 0.0;
-        std::uint64_t blocks = 0;
-    };
-
-    static Filter shelf(double sampleRate);
-    static Filter highPass(double sampleRate);
-    void endStep();
-    Bin binsFrom(std::size_t lowest) const;
-
-    std::vector<std::array<Filter, 2>> filters; ///< per channel
-    std::uint64_t stepFrames;
-    std::uint64_t framesInStep = 0;
-    double stepEnergy = 0.0;
-    std::array<double, 4> steps{}; ///< the last ones, which make up a gating block
-    std::uint64_t stepCount = 0;
-    std::vector<Bin> bins;
+    std::unique_ptr<ebur128_state, Closer> meter;
+    std::vector<float> finite;
 };
 
 } // namespace tonwerk::app

@@ -6,6 +6,12 @@
 namespace tonwerk::app
 {
 
+TrackMeters::TrackMeters(std::size_t tracks, unsigned channels, unsigned sampleRate)
+{
+    while (meters.size() < tracks)
+        meters.emplace_back(channels, sampleRate);
+}
+
 void TrackMeters::observeTracks(const std::vector<std::vector<float>>& tracks)
 {
     for (std::size_t track = 0; track < meters.size(); ++track)

@@ -16,10 +16,7 @@ class TrackMeters : public SeparationObserver
 {
 public:
     /// \param tracks number of tracks
-    TrackMeters(std::size_t tracks, unsigned channels, unsigned sampleRate)
-        : meters(tracks, TrackMeter(channels, sampleRate))
-    {
-    }
+    TrackMeters(std::size_t tracks, unsigned channels, unsigned sampleRate);
 
     void observeTracks(const std::vector<std::vector<float>>& tracks) override;
 
