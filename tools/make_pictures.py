@@ -175,7 +175,7 @@ def architecture() -> str:
     return picture.svg()
 
 
-def program():
+def program() -> str:
     """The rooms of tonwerk-separate and of the training, and which of them use which."""
     picture = Picture(960, 770, "The rooms of the program and of the training")
     rooms = (
