@@ -86,9 +86,10 @@ FakeInference::Model gainPerRun(std::vector<float> gains)
     };
 }
 
-/// The Nyquist bin is dropped, and the kink where the mirror image begins has a little there. Noise that is
-/// out of place by one sample is off by a thousand times as much.
-constexpr double nyquist = 5e-5;
+/// The Nyquist bin is dropped, and the kink where the mirror image begins has a little there: most where the
+/// whole signal is one sample, of at most 0.5, which loses a 4096th. Noise that is out of place by one sample
+/// is off by hundreds of times as much.
+constexpr double nyquist = 0.5 / 4096;
 
 const std::vector<RunGeometry> geometries{{1, 0, 0},     {2, 0, 0},    {1, 3, 1},     {8, 2, 0},
                                           {16, 8, 2},    {64, 32, 16}, {128, 64, 32}, {249, 1, 0},
