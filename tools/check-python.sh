@@ -17,7 +17,7 @@ while read -r group; do
     "$tools/mypy" --no-error-summary --python-executable "$1" $group
 done <<GROUPS
 converters/tonwerk_converters
-training/tonwerk_training training/train training/export training/evaluate training/make-data
+training/tonwerk_training training/train training/export training/evaluate training/make-data training/adapt
 tools tests/c tests/checks tests/docs tests/embedding tests/examples tests/models tests/package tests/python
 tests/apps tests/models
 tests/training

@@ -19,7 +19,7 @@ import torch
 sys.path.insert(0, sys.argv[1])
 
 from tonwerk_training.data import bands, chunkstore, stft
-from tonwerk_training.model import exporting, importing, losses, network, optimizer, runtime
+from tonwerk_training.model import adapting, exporting, importing, losses, network, optimizer, runtime
 from tonwerk_training.synthesis import fluidsynth
 
 TRAINING = Path(sys.argv.pop(1))
@@ -238,6 +238,43 @@ class Import(unittest.TestCase):
         onnx.save(model, str(other))
         with self.assertRaisesRegex(ValueError, "does not hold"):
             importing.load_model(other)
+
+
+class Adapting(unittest.TestCase):
+    """A network whose classes are out of balance for the chunks at hand."""
+
+    def setUp(self) -> None:
+        torch.manual_seed(3)
+        settings = network.NetworkSettings(channels=(16, 16, 24, 24, 32), units=(1, 1, 1, 1, 1), bottom=32)
+        self.network = network.MaskNetwork(settings).eval()
+        torch.nn.init.normal_(self.network.head.weight, std=0.3)
+        self.truth = self.network.head.weight.detach().clone()
+        self.chunks = [self.chunk() for _ in range(15)]
+
+    def chunk(self) -> adapting.Prepared:
+        """One that the network as it is would get right."""
+        maps = torch.randn(16, 6, 112).half()
+        masks = adapting.Balance(self.network).masks(maps).detach()[:6]
+        codes = torch.from_numpy(chunkstore.quantise(masks.numpy()))
+        return adapting.Prepared(maps, (torch.rand(2, 8, 6, 112) ** 4).half(), codes)
+
+    def unbalance(self) -> None:
+        with torch.no_grad():
+            self.network.head.weight.view(7, 16, -1)[4].mul_(1.8)
+            self.network.head.bias.view(7, 16)[4].add_(1.0)
+
+    def test_finds_the_balance_again(self) -> None:
+        self.unbalance()
+        history = adapting.fit(self.network, self.chunks, 40, 0.05, 1)
+        self.assertGreater(max(sum(scores) for scores in history), sum(history[0]) + 30)  # dB over six stems
+        weight = self.network.head.weight.detach()
+        torch.testing.assert_close(weight, self.truth, atol=0.15, rtol=0.1)
+        torch.testing.assert_close(weight[:16], self.truth[:16])  # the vocals' own
+
+    def test_leaves_alone_what_cannot_be_bettered(self) -> None:
+        history = adapting.fit(self.network, self.chunks, 40, 0.05, 1)
+        torch.testing.assert_close(self.network.head.weight.detach(), self.truth)
+        self.assertEqual(len(history), 1 + adapting.PATIENCE)
 
 
 if __name__ == "__main__":

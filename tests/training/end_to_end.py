@@ -157,6 +157,9 @@ def main() -> None:
         run(training / "export", "--checkpoint", folder / "whole/checkpoint.pt", "--out", folder / "model.onnx")
         check_background(training, train(training, folder / "data", folder / "more", "--start",
                                          str(folder / "model.onnx")), folder / "more")
+        run(training / "adapt", folder / "model.onnx", "--data", folder / "data", "--out", folder / "adapted.pt",
+            "--epochs", 1)
+        run(training / "export", "--checkpoint", folder / "adapted.pt", "--out", folder / "model.onnx")
         song = write_song(folder / "song.wav")
         log = run(separate, folder / "song.wav", "-o", folder / "stems", "--model", folder / "model.onnx")
         if "Exception" in log:

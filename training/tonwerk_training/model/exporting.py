@@ -56,12 +56,12 @@ METADATA = {
 }
 
 
-def load_network(path: Path) -> tuple[MaskNetwork, float, int]:
-    """The averaged network of a checkpoint, ready to run, and the minutes and steps of its training."""
+def load_network(path: Path) -> tuple[MaskNetwork, str]:
+    """The averaged network of a checkpoint, ready to run, and a sentence on how it was trained."""
     saved = torch.load(path, map_location="cpu")
     network = MaskNetwork(NetworkSettings.of(saved["network"]))
     network.load_state_dict(saved["average"])
-    return network.eval(), saved["minutes"], saved["sampler"]["step"]
+    return network.eval(), saved["description"]
 
 
 def export(network: MaskNetwork, description: str) -> onnx.ModelProto:

@@ -31,6 +31,11 @@ def load_start(path: Path, inputs: Iterable[torch.Tensor]) -> MaskNetwork:
     return network
 
 
+def description_of(path: Path) -> str:
+    """What an exported model says of its training."""
+    return str(onnx.load(str(path)).doc_string)
+
+
 def load_model(path: Path) -> MaskNetwork:
     """The MaskNetwork that an exported model holds, ready to run. Raises ValueError if it holds none."""
     model = onnx.load(str(path))

@@ -167,13 +167,18 @@ class Trainer:
         self.taken = saved["sampler"]
         self.minutes = saved["minutes"]
 
+    def description(self) -> str:
+        """A sentence on the run so far, for the exported model."""
+        start = f" from {self.settings.start.name} on" if self.settings.start else ""
+        return f"Six-stem mask network, trained{start} for {self.minutes:.0f} minutes, {self.step} steps."
+
     def save(self) -> None:
         """Writes the checkpoint; a crash or a full disk leaves the former one."""
         partial = self.folder / f"checkpoint.{os.getpid()}.part"
         state = {"network": asdict(self.network.settings), "weights": self.network.state_dict(),
                  "average": self.average.module.state_dict(),
                  "optimizers": [optimizer.state_dict() for optimizer in self.optimizers],
-                 "sampler": self.taken, "minutes": self.minutes}
+                 "sampler": self.taken, "minutes": self.minutes, "description": self.description()}
         packed = io.BytesIO()  # PyTorch itself would end the program on a full disk
         torch.save(state, packed)
         try:
