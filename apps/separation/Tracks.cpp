@@ -84,6 +84,7 @@ void makeMono(std::vector<float>& samples)
 std::vector<std::string> namesOf(const std::vector<Track>& tracks)
 {
     std::vector<std::string> names;
+    names.reserve(tracks.size());
     for (const Track& track : tracks)
         names.push_back(track.name);
     return names;
