@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "inference/ExecutionProviders.h"
+#include "inference/ModelInterface.h"
 #include "inference/ModelSession.h"
 #include "separation/DefaultModel.h"
 #include "separation/DivertedLogMonitor.h"
@@ -22,7 +23,6 @@
 #include "system/Text.h"
 #include "tools/Findings.h"
 #include "tools/LogLines.h"
-#include "tools/ModelInterface.h"
 #include "tools/SelfCheck.h"
 
 namespace tonwerk::app

@@ -11,13 +11,13 @@
 
 #include "api/ModelScrambling.h"
 #include "inference/ExecutionProviders.h"
+#include "inference/ModelInterface.h"
 #include "inference/ModelSession.h"
 #include "separation/Model.h"
 #include "separation/ModelPassport.h"
 #include "separation/Runtime.h"
 #include "system/Text.h"
 #include "tools/Findings.h"
-#include "tools/ModelInterface.h"
 #include "tools/RunChecks.h"
 
 namespace tonwerk::app

@@ -3,7 +3,7 @@
 
 #include <chrono>
 
-#include "tools/ModelInterface.h"
+#include "inference/ModelInterface.h"
 
 namespace tonwerk::app
 {

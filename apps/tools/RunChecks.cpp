@@ -10,9 +10,9 @@
 
 #include <tonwerk/StreamGeometry.h>
 
+#include "inference/ModelInterface.h"
 #include "separation/Runtime.h"
 #include "system/Text.h"
-#include "tools/ModelInterface.h"
 
 namespace tonwerk::app
 {

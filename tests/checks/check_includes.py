@@ -16,7 +16,7 @@ from pathlib import Path
 ALLOWED = {
     "include": ["tonwerk/"],
     "src/common": ["common/", "tonwerk/"],
-    "src/inference": ["common/", "inference/"],
+    "src/inference": ["common/", "inference/", "tonwerk/StreamGeometry.h"],
     "src/spectral": ["common/", "spectral/", "inference/IInference.h"],
     "src/pipeline": [
         "common/", "pipeline/", "spectral/", "inference/IInference.h", "tonwerk/StreamGeometry.h",

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "tools/ModelInterface.h"
+#include "inference/ModelInterface.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -8,9 +8,6 @@
 #include <span>
 
 #include "inference/ModelContract.h"
-
-namespace tonwerk::app
-{
 
 namespace
 {
@@ -209,5 +206,3 @@ InterfaceFaults checkInterface(const Ort::Session& session)
 {
     return InterfaceCheck().check(inputsOf(session), outputsOf(session));
 }
-
-} // namespace tonwerk::app

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-#ifndef TONWERK_APPS_TOOLS_MODELINTERFACE_H
-#define TONWERK_APPS_TOOLS_MODELINTERFACE_H
+#ifndef TONWERK_INFERENCE_MODELINTERFACE_H
+#define TONWERK_INFERENCE_MODELINTERFACE_H
 
 #include <array>
 #include <cstdint>
@@ -11,13 +11,10 @@
 
 #include "inference/OrtApi.h"
 
-namespace tonwerk::app
-{
-
 /// Shape of a network's input spectrogram and of each of its six outputs: a real and an imaginary plane per
 /// channel, frames, bins.
-inline constexpr std::array<std::int64_t, 4> spectrogramShape{1, 2 * geometry::channels,
-                                                              geometry::segmentFrames, geometry::bins};
+inline constexpr std::array<std::int64_t, 4> spectrogramShape{
+    1, 2 * tonwerk::geometry::channels, tonwerk::geometry::segmentFrames, tonwerk::geometry::bins};
 
 /// How a network's inputs and outputs differ from what the library expects, a sentence each.
 struct InterfaceFaults
@@ -29,6 +26,4 @@ struct InterfaceFaults
 /// Compares the names, types and shapes that a network declares with the contract.
 InterfaceFaults checkInterface(const Ort::Session& session);
 
-} // namespace tonwerk::app
-
-#endif // TONWERK_APPS_TOOLS_MODELINTERFACE_H
+#endif // TONWERK_INFERENCE_MODELINTERFACE_H
