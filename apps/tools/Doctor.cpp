@@ -91,7 +91,7 @@ void checkDefaultModel(Findings& findings, const Ort::Env& env, const std::files
                                " tells more, and takes the key of a scrambled one.";
     try
     {
-        const ModelSession made = makeModelSession(env, bytes.data(), bytes.size(), "");
+        const ModelSession made = makeModelSession(env, bytes.data(), bytes.size(), {});
         if (!checkInterface(*made.session).violations.empty())
             findings.addError("The default model breaks the contract" + advice);
     }

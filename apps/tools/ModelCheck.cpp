@@ -75,7 +75,7 @@ std::unique_ptr<Ort::Session> loadNetwork(Findings& findings, const Ort::Env& en
 {
     try
     {
-        ModelSession made = makeModelSession(env, model.data(), model.size(), "");
+        ModelSession made = makeModelSession(env, model.data(), model.size(), {});
         findings.addPass("The runtime loads it.");
         addMetadata(findings, *made.session);
         addPassport(findings, model);

@@ -23,17 +23,16 @@ void appendHostSamples(const float* left, const float* right, std::size_t frames
     }
 }
 
-void sumAndSubtract(std::span<const std::vector<float>, modelStemCount> stems, std::vector<float>& mixture,
-                    std::vector<float>& sum)
+void sumAndSubtract(std::span<const float* const, modelStemCount> stems, std::size_t length, float* mixture,
+                    float* sum)
 {
-    const float* first = stems[0].data();
-    const float* second = stems[1].data();
-    const float* third = stems[2].data();
-    const float* fourth = stems[3].data();
-    const float* fifth = stems[4].data();
-    const float* sixth = stems[5].data();
-    sum.resize(mixture.size());
-    for (std::size_t i = 0; i < sum.size(); ++i)
+    const float* first = stems[0];
+    const float* second = stems[1];
+    const float* third = stems[2];
+    const float* fourth = stems[3];
+    const float* fifth = stems[4];
+    const float* sixth = stems[5];
+    for (std::size_t i = 0; i < length; ++i)
     {
         const float total = ((((first[i] + second[i]) + third[i]) + fourth[i]) + fifth[i]) + sixth[i];
         sum[i] = total;

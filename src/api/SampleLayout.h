@@ -17,10 +17,9 @@ namespace tonwerk
 void appendHostSamples(const float* left, const float* right, std::size_t frames, bool interleaved,
                        std::vector<float>& samples);
 
-/// Makes `sum` the sum of the six stems, added up in their order, and takes it from the mixture. All have one
-/// size, which `sum` gets.
-void sumAndSubtract(std::span<const std::vector<float>, modelStemCount> stems, std::vector<float>& mixture,
-                    std::vector<float>& sum);
+/// Makes `sum` the sum of the six stems, added up in their order, and takes it from the mixture. All have
+/// `length` samples.
+void sumAndSubtract(std::span<const float* const, modelStemCount> stems, std::size_t length, float* mixture, float* sum);
 
 } // namespace tonwerk
 

@@ -2,10 +2,10 @@
 #include "api/TonwerkProcImpl.h"
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <exception>
 #include <functional>
-#include <span>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -131,7 +131,11 @@ void TonwerkProcImpl::assemble(const SampleRows& result, std::vector<std::vector
         appendHostSamples(result.row(audioChannels * stem), result.row(audioChannels * stem + 1),
                           result.length, interleaved, stems[stem]);
     TONWERK_LOG_AS(processName, debug) << "Processed stems: " << modelStemCount;
-    sumAndSubtract(std::span(stems).first<modelStemCount>(), stems[residualStem], stems[mixStem]);
+    std::array<const float*, modelStemCount> six{};
+    for (std::size_t stem = 0; stem < modelStemCount; ++stem)
+        six[stem] = stems[stem].data();
+    stems[mixStem].resize(stems[residualStem].size());
+    sumAndSubtract(six, stems[mixStem].size(), stems[residualStem].data(), stems[mixStem].data());
     TONWERK_LOG_AS(processName, debug) << "Processed residual stem";
     TONWERK_LOG_AS(processName, debug) << "Processed mix stem";
 }

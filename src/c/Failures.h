@@ -10,6 +10,9 @@
 namespace tonwerk::c
 {
 
+/// The sentence of a status; for a number that is none, one that says so.
+const char* statusText(tonwerk_status status) noexcept;
+
 /// Keeps the status's sentence and the reason (may be empty) as this thread's last error. Allocates nothing:
 /// a text too long is cut.
 /// \return the status

@@ -2,21 +2,39 @@
 /// \file Log.h
 /// The one door to the logger: every source that logs includes this header and nothing of plog itself.
 ///
-/// Records go to logger instance 0. While no logger exists (see LogSetup.h) a log statement costs one test.
+/// Records go to logger instance 0. While no logger exists (see api/LogSetup.h and c/LogRoute.h) a log
+/// statement costs one test.
 #ifndef TONWERK_COMMON_LOG_H
 #define TONWERK_COMMON_LOG_H
 
 #include <plog/Log.h>
 
-/// Logs under the enclosing function's name: `TONWERK_LOG(debug) << "text" << value;`
-#define TONWERK_LOG(severity) PLOG(plog::severity)
+/// The most talkative records that this thread makes, besides what the logger lets pass. Everything, unless
+/// somebody has set it.
+inline plog::Severity& threadLogLevel()
+{
+    thread_local plog::Severity level = plog::verbose;
+    return level;
+}
+
+/// Does the statement that follows if a record of this severity is wanted.
+#define TONWERK_IF_LOGGED(severity)                                                                          \
+    if (plog::severity > threadLogLevel())                                                                   \
+    {                                                                                                        \
+        ;                                                                                                    \
+    }                                                                                                        \
+    else                                                                                                     \
+        IF_PLOG(plog::severity)
 
 /// Logs under the name of the operation that a helper works for, so that the log tells what the host called
 /// and not how the work is divided.
 #define TONWERK_LOG_AS(functionName, severity)                                                               \
-    IF_PLOG(plog::severity)                                                                                  \
+    TONWERK_IF_LOGGED(severity)                                                                              \
     (*plog::get()) += plog::Record(plog::severity, functionName, __LINE__, PLOG_GET_FILE(), nullptr,         \
                                    PLOG_DEFAULT_INSTANCE_ID)                                                 \
                           .ref()
+
+/// Logs under the enclosing function's name: `TONWERK_LOG(debug) << "text" << value;`
+#define TONWERK_LOG(severity) TONWERK_LOG_AS(PLOG_GET_FUNC(), severity)
 
 #endif // TONWERK_COMMON_LOG_H

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "inference/OrtApi.h"
+#include "inference/SessionChoices.h"
 
 /// A session and how it came about.
 struct ModelSession
@@ -26,14 +27,14 @@ struct ModelSession
 };
 
 /// Builds a session of the model with every available execution provider that comes before the CPU in
-/// providerPreference, and keeps the last that succeeds; with plain options if there is none. What each
-/// provider said is logged.
+/// providerPreference, and keeps the last that succeeds; without a provider if there is none. What each
+/// provider said is logged. If only one provider will do, the session is built with that one.
 ///
-/// \param env must outlive the session
-/// \param model, size   the plain serialized network; read only during the call
-/// \param providerName  execution provider to try first; empty: the fixed order
-/// \throws Ort::Exception if the runtime refuses the model on the CPU, too
+/// \param env         must outlive the session
+/// \param model, size the plain serialized network; read only during the call
+/// \throws ProviderRefused if the only provider that will do cannot be had
+/// \throws Ort::Exception if the runtime refuses the model on the CPU, or the only provider does
 ModelSession makeModelSession(const Ort::Env& env, const void* model, std::size_t size,
-                              const std::string& providerName);
+                              const SessionChoices& choices);
 
 #endif // TONWERK_INFERENCE_MODELSESSION_H

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 /// \file FakeBackend.h
-/// Stands in for the inference backend at link time: the three functions of InferenceBackend.h over
-/// FakeInference, so that the whole public interface runs without a network.
+/// Stands in for the inference backend at link time: the functions of InferenceBackend.h over FakeInference,
+/// so that the whole public interface runs without a network.
 #ifndef TONWERK_TESTS_SUPPORT_FAKEBACKEND_H
 #define TONWERK_TESTS_SUPPORT_FAKEBACKEND_H
 
@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "inference/SessionChoices.h"
 #include "support/FakeInference.h"
 
 /// What the fake backend shall do and what was asked of it. As the real one it silences the stems that are
@@ -33,6 +34,7 @@ struct FakeBackend
     std::vector<std::string> inputNames;
     std::vector<std::string> outputNames;
     std::string providerName;
+    SessionChoices choices; ///< of the last shared model
 };
 
 /// The one record of the test program; assign FakeBackend{} to begin afresh.
