@@ -39,7 +39,7 @@ endif()
 if(WIN32)
     set(runtimeNames tonwerk_proc_multistem.dll tonwerk_c.dll)
 else()
-    set(runtimeNames libtonwerk_proc_multistem.so libtonwerk_c.so)
+    set(runtimeNames libtonwerk_proc_multistem.so libtonwerk_c.so.1)
 endif()
 foreach(file IN LISTS shippedFiles)
     cmake_path(GET file FILENAME name)
@@ -53,6 +53,10 @@ write_basic_package_version_file("${PROJECT_BINARY_DIR}/tonwerk-config-version.c
 install(FILES "${PROJECT_BINARY_DIR}/tonwerk-config.cmake" "${PROJECT_BINARY_DIR}/tonwerk-config-version.cmake"
     DESTINATION ${configFolder})
 install(EXPORT tonwerk-targets NAMESPACE tonwerk:: DESTINATION ${configFolder})
+
+# pkg-config
+configure_file(cmake/tonwerk_c.pc.in "${PROJECT_BINARY_DIR}/tonwerk_c.pc" @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/tonwerk_c.pc" DESTINATION lib/pkgconfig)
 
 # What is read, and what is not ours.
 install(FILES packaging/README.md LICENSE CHANGELOG.md THIRD-PARTY.md DESTINATION .)
