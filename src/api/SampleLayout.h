@@ -19,7 +19,8 @@ void appendHostSamples(const float* left, const float* right, std::size_t frames
 
 /// Makes `sum` the sum of the six stems, added up in their order, and takes it from the mixture. All have
 /// `length` samples.
-void sumAndSubtract(std::span<const float* const, modelStemCount> stems, std::size_t length, float* mixture, float* sum);
+void sumAndSubtract(std::span<const float* const, modelStemCount> stems, std::size_t length, float* mixture,
+                    float* sum);
 
 } // namespace tonwerk
 

@@ -26,7 +26,8 @@ HOLDS(offsetof(tonwerk_stream_options, blend) == 16);
 
 HOLDS(sizeof(tonwerk_context_options) == 56);
 HOLDS(offsetof(tonwerk_context_options, flags) == 4 && offsetof(tonwerk_context_options, threads) == 8);
-HOLDS(offsetof(tonwerk_context_options, provider) == 12 && offsetof(tonwerk_context_options, log_level) == 16);
+HOLDS(offsetof(tonwerk_context_options, provider) == 12 &&
+      offsetof(tonwerk_context_options, log_level) == 16);
 HOLDS(offsetof(tonwerk_context_options, log) == 24 && offsetof(tonwerk_context_options, log_user) == 32);
 HOLDS(offsetof(tonwerk_context_options, key) == 40 && offsetof(tonwerk_context_options, key_size) == 48);
 
@@ -37,7 +38,8 @@ HOLDS(offsetof(tonwerk_context_info, rows) == 20 && offsetof(tonwerk_context_inf
 
 HOLDS(sizeof(tonwerk_stream_info) == 80);
 HOLDS(offsetof(tonwerk_stream_info, step) == 8 && offsetof(tonwerk_stream_info, latency) == 24);
-HOLDS(offsetof(tonwerk_stream_info, frames_until_result) == 32 && offsetof(tonwerk_stream_info, available) == 40);
+HOLDS(offsetof(tonwerk_stream_info, frames_until_result) == 32 &&
+      offsetof(tonwerk_stream_info, available) == 40);
 HOLDS(offsetof(tonwerk_stream_info, runs) == 48 && offsetof(tonwerk_stream_info, failed_runs) == 56);
 HOLDS(offsetof(tonwerk_stream_info, last_run_seconds) == 64);
 HOLDS(offsetof(tonwerk_stream_info, worst_run_seconds) == 72);
