@@ -2,6 +2,7 @@
 // The parts of a steady-state chunk one by one, on buffers of their real size. "MB" is what a part reads and
 // writes beyond the processor's first cache, each value once.
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <memory>
 #include <span>
@@ -170,11 +171,13 @@ void freshVectors(benchmark::State& state)
 void stageResidualMix(benchmark::State& state)
 {
     const std::vector<std::vector<float>> six(stems, noise(channels * blockFrames));
+    std::array<const float*, stems> first{};
+    std::transform(six.begin(), six.end(), first.begin(), [](const auto& stem) { return stem.data(); });
     std::vector<float> mixture = six[0];
     for (auto _ : state)
     {
-        std::vector<float> sum;
-        tonwerk::sumAndSubtract(std::span(six).first<stems>(), mixture, sum);
+        std::vector<float> sum(mixture.size());
+        tonwerk::sumAndSubtract(first, mixture.size(), mixture.data(), sum.data());
         benchmark::DoNotOptimize(sum.data());
     }
     moved(state, (stems + 3) * mixture.size());
