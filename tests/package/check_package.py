@@ -69,7 +69,7 @@ def unpacked(folder: Path) -> Path:
     return next(home.iterdir())
 
 
-OURS = re.compile(r"(lib)?tonwerk[-_]\w+\.(so|dll)|tonwerk-separate(\.exe)?")
+OURS = re.compile(r"(lib)?tonwerk[-_]\w+\.(so(\.1)?|dll)|tonwerk-separate(\.exe)?")
 
 
 def is_for_this_package(package: Path, row: str) -> bool:
