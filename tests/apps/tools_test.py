@@ -93,7 +93,7 @@ class ToolTest(unittest.TestCase):
         target.mkdir(parents=True)
         products = Path(command[-1]).parent
         for file in products.iterdir():
-            if file.name not in RUNTIMES and (file.suffix == ".dll" or file.name.startswith("libtonwerk_proc")
+            if file.name not in RUNTIMES and (file.suffix == ".dll" or ".so" in file.suffixes
                                               or file == Path(command[-1])):
                 shutil.copy(file, target)
         return target / Path(command[-1]).name

@@ -64,8 +64,17 @@ def stream(host: list[str], model: Path, signal: np.ndarray) -> dict[str, np.nda
         if run.returncode != 0:
             sys.exit(f"{host[-1]} ended with {run.returncode} on {model}:\n{run.stdout}{run.stderr}")
         names = (*STEMS, "residual", "mix")
-        return {name: np.fromfile(Path(folder) / f"song/{name}.wav", "<f4", offset=len(header)).reshape(-1, 2).T
-                for name in names}
+        return {name: samples_of(Path(folder) / f"song/{name}.wav") for name in names}
+
+
+def samples_of(path: Path) -> np.ndarray:
+    """The samples {channel, frame} of a WAV file of 32-bit floats, whatever chunks stand before them."""
+    content = path.read_bytes()
+    place = 12
+    while content[place:place + 4] != b"data":
+        place += 8 + struct.unpack_from("<I", content, place + 4)[0]
+    size = struct.unpack_from("<I", content, place + 4)[0]
+    return np.frombuffer(content, "<f4", size // 4, place + 8).reshape(-1, 2).T
 
 
 def differences(case: str, results: dict[str, np.ndarray], expected: dict[str, np.ndarray],
