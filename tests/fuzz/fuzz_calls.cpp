@@ -292,7 +292,7 @@ private:
         for (std::size_t stem = 0; stem < residual; ++stem)
         {
             promise(std::isfinite(stems[stem][at]), "stems are finite");
-            promise(stems[stem][at] == 0.0F || ((*stream.everSelected >> stem) & 1U) != 0,
+            promise(stems[stem][at] == 0.0F || (*stream.everSelected & (1U << stem)) != 0,
                     "a stem that nobody has selected is silent");
         }
         promise(std::isfinite(stems[mix][at]), "the mix is finite");
