@@ -15,9 +15,9 @@ if(EXISTS "${depsFolder}/include/onnxruntime" AND EXISTS "${depsFolder}/src/pfff
     else()
         set(runtimeFolder "${depsFolder}/runtime/linux")
     endif()
-    add_library(pffft STATIC "${depsFolder}/src/pffft/pffft.c")
-    target_include_directories(pffft SYSTEM PUBLIC "${depsFolder}/src/pffft")
-    target_compile_options(pffft PRIVATE $<IF:$<BOOL:${MSVC}>,/w,-w>)
+    add_library(tonwerk_pffft STATIC "${depsFolder}/src/pffft/pffft.c")
+    target_include_directories(tonwerk_pffft SYSTEM PUBLIC "${depsFolder}/src/pffft")
+    target_compile_options(tonwerk_pffft PRIVATE $<IF:$<BOOL:${MSVC}>,/w,-w>)
     set(resamplerFolder "${depsFolder}/src/r8brain")
 elseif(DEFINED VCPKG_TARGET_TRIPLET)
     include(VcpkgDependencies)
@@ -32,9 +32,9 @@ if(WIN32)
 endif()
 
 # A resampler of headers alone.
-add_library(r8brain INTERFACE)
-target_include_directories(r8brain SYSTEM INTERFACE "${resamplerFolder}")
-target_compile_definitions(r8brain INTERFACE $<$<BOOL:${WIN32}>:_USE_MATH_DEFINES>)
+add_library(tonwerk_r8brain INTERFACE)
+target_include_directories(tonwerk_r8brain SYSTEM INTERFACE "${resamplerFolder}")
+target_compile_definitions(tonwerk_r8brain INTERFACE $<$<BOOL:${WIN32}>:_USE_MATH_DEFINES>)
 
 # The inference runtime is never linked in. On Linux the loader opens it; on Windows it is a delayed import, whose
 # import library is made here from the one name that is imported.

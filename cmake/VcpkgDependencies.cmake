@@ -30,9 +30,9 @@ target_include_directories(tonwerk_deps SYSTEM INTERFACE
     "${stbFolder}" "${PROJECT_BINARY_DIR}/vcpkg")
 
 find_path(pffftFolder pffft.h PATH_SUFFIXES pffft REQUIRED)
-add_library(pffft INTERFACE)
-target_link_libraries(pffft INTERFACE pffft::pffft)
-target_include_directories(pffft SYSTEM INTERFACE "${pffftFolder}")
+add_library(tonwerk_pffft INTERFACE)
+target_link_libraries(tonwerk_pffft INTERFACE pffft::pffft)
+target_include_directories(tonwerk_pffft SYSTEM INTERFACE "${pffftFolder}")
 
 # The audio libraries, as shared ones that vcpkg copies beside the program.
 find_package(SndFile CONFIG REQUIRED)
