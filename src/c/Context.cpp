@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "c/Context.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstring>
 #include <sstream>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -43,6 +45,13 @@ std::shared_ptr<ISharedModel> load(const void* model, std::size_t size, const st
         return makeSharedModel(model, size, outputNames(), choices);
     const ScrambledCopy plain(model, size, key);
     return makeSharedModel(plain.data(), plain.size(), outputNames(), choices);
+}
+
+/// An entry of a list such as "vocals; bass".
+std::string_view withoutBlanks(std::string_view entry)
+{
+    const std::size_t first = std::min(entry.find_first_not_of(' '), entry.size());
+    return entry.substr(first, entry.find_last_not_of(' ') + 1 - first);
 }
 
 } // namespace
@@ -92,9 +101,9 @@ std::uint32_t Context::stems() const
         return TONWERK_ALL_STEMS;
     std::uint32_t bits = 0;
     std::istringstream names(text);
-    for (std::string name; std::getline(names, name, ';');)
+    for (std::string entry; std::getline(names, entry, ';');)
         for (std::size_t stem = 0; stem < modelStemCount; ++stem)
-            if (name == stemNames.at(stem))
+            if (withoutBlanks(entry) == stemNames.at(stem))
                 bits |= std::uint32_t{1} << stem;
     return bits;
 }

@@ -176,6 +176,39 @@ TEST(StreamOptions, ImpossibleOnesAreRefusedWithASentence)
     EXPECT_NE(refusal(UINT32_MAX, UINT32_MAX, 1), head);
 }
 
+/// A record of a protocol buffer, of less than 128 bytes: number of the field, length, content.
+std::string record(unsigned field, const std::string& content)
+{
+    constexpr unsigned withLength = 2;
+    return std::string{static_cast<char>(field << 3U | withLength), static_cast<char>(content.size())} +
+           content;
+}
+
+/// A model with one more entry in its metadata: what is appended to a serialized message is merged into it.
+std::vector<char> withMetadata(const std::string& model, const std::string& key, const std::string& value)
+{
+    constexpr unsigned metadataField = 14; // of onnx.proto
+    const std::string entry = record(metadataField, record(1, key) + record(2, value));
+    std::vector<char> bytes = readModel(model);
+    bytes.insert(bytes.end(), entry.begin(), entry.end());
+    return bytes;
+}
+
+TEST(ContextOptions, StemsAreThoseOfThePassportHoweverItIsSpaced)
+{
+    for (const char* list : {"vocals; bass", "vocals;bass", " vocals ;  bass ", "bass; vocals; strings"})
+    {
+        const std::vector<char> bytes = withMetadata("gains.onnx", "tonwerk.stems", list);
+        tonwerk_context* made = nullptr;
+        ASSERT_EQ(tonwerk_context_open(bytes.data(), bytes.size(), nullptr, &made), TONWERK_OK);
+        const Context context{made, tonwerk_context_destroy};
+        tonwerk_context_info info{};
+        info.size = sizeof info;
+        ASSERT_EQ(tonwerk_context_get_info(context.get(), &info), TONWERK_OK);
+        EXPECT_EQ(info.stems, 1U << TONWERK_VOCALS | 1U << TONWERK_BASS) << list;
+    }
+}
+
 TEST(ContextOptions, TellWhatIsInUse)
 {
     tonwerk_context_options options = TONWERK_CONTEXT_OPTIONS_INIT;
