@@ -10,9 +10,7 @@
 #include "cli/CommandLine.h"
 #include "cli/JsonProgressReporter.h"
 #include "cli/TextProgressReporter.h"
-#include "separation/DivertedLogMonitor.h"
 #include "system/Console.h"
-#include "system/DivertedOutput.h"
 #include "system/Failure.h"
 #include "system/Interrupts.h"
 #include "system/Text.h"
@@ -33,11 +31,11 @@ enum ExitCode
     WasInterrupted = 130
 };
 
-std::unique_ptr<ProgressReporter> makeReporter(const CommandLine& commandLine, std::FILE* output)
+std::unique_ptr<ProgressReporter> makeReporter(const CommandLine& commandLine)
 {
     if (commandLine.jsonProgress)
         return std::make_unique<JsonProgressReporter>();
-    return std::make_unique<TextProgressReporter>(commandLine.job.raw ? stderr : output);
+    return std::make_unique<TextProgressReporter>(commandLine.job.raw ? stderr : stdout);
 }
 
 int separateSongs(const std::vector<std::string>& arguments)
@@ -50,9 +48,8 @@ int separateSongs(const std::vector<std::string>& arguments)
         listModels(commandLine->job.model, stdout);
         return Done;
     }
-    DivertedLogMonitor monitor(divertStandardOutput());
-    const auto reporter = makeReporter(*commandLine, monitor.output());
-    return Batch(commandLine->job, *reporter, monitor, monitor.output()).run().failed > 0 ? Failed : Done;
+    const auto reporter = makeReporter(*commandLine);
+    return Batch(commandLine->job, *reporter, stdout).run().failed > 0 ? Failed : Done;
 }
 
 int printError(const std::string& sentence, ExitCode code)

@@ -18,8 +18,8 @@
 namespace tonwerk::app
 {
 
-Batch::Batch(const Job& job, ProgressReporter& reporter, LibraryMonitor& monitor, std::FILE* output)
-    : job(job), reporter(reporter), monitor(monitor), output(output)
+Batch::Batch(const Job& job, ProgressReporter& reporter, std::FILE* output)
+    : job(job), reporter(reporter), output(output)
 {
 }
 
@@ -32,14 +32,14 @@ BatchCounts Batch::run()
     reporter.begin(songs.size());
     if (models.size() <= 1)
     {
-        for (const auto& context : models)
-            work(context, songs);
+        for (const auto& loaded : models)
+            work(loaded, songs);
     }
     else
     {
         std::vector<std::jthread> workers; // joins them at the end of the block
-        for (const auto& context : models)
-            workers.emplace_back([this, context, &songs] { work(context, songs); });
+        for (const auto& loaded : models)
+            workers.emplace_back([this, loaded, &songs] { work(loaded, songs); });
     }
     reporter.end(counts);
     if (interruptRequested())
@@ -110,17 +110,21 @@ void Batch::checkModel()
         reporter.noted("The model has no " + missing + ": what plays them stays in the residual.");
 }
 
-/// Loads one after another, before any of them is used, as the library requires.
 void Batch::loadModels(std::size_t songs)
 {
     const std::size_t count = workerCount(songs);
+    const unsigned processors = std::thread::hardware_concurrency();
+    const unsigned share = count > 1 ? std::max(1U, processors / static_cast<unsigned>(count)) : 0;
     while (models.size() < count)
-        models.push_back(loadModel(job.model, job.key));
+    {
+        models.push_back(loadModel(job.model, job.key, share));
+        for (LibraryLog::Line& line : models.back()->log().take())
+            model.log.push_back(std::move(line.text));
+    }
     if (models.empty())
         return; // nothing to do, and no runtime loaded
     model.providers = offeredProviders();
-    for (LibraryMessage& message : monitor.take())
-        model.log.push_back(std::move(message.text));
+    model.provider = models.front()->provider();
 }
 
 std::size_t Batch::workerCount(std::size_t songs) const
@@ -138,9 +142,9 @@ std::size_t Batch::workerCount(std::size_t songs) const
     return workers;
 }
 
-void Batch::work(std::shared_ptr<InferenceContext> context, const std::vector<SongEntry>& songs)
+void Batch::work(std::shared_ptr<Model> loaded, const std::vector<SongEntry>& songs)
 {
-    SongSeparator separator(job, std::move(context), model, monitor, output);
+    SongSeparator separator(job, std::move(loaded), model, output);
     while (!interruptRequested())
     {
         const std::size_t song = nextSong++;

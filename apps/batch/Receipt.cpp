@@ -123,6 +123,7 @@ void writeReceipt(const ReceiptFacts& facts, const OutputSettings& settings)
                          {"non_finite_samples", result.nonFiniteSamples}}},
                        {"model", describe(facts.model)},
                        {"options", describe(settings)},
+                       {"provider", facts.model.provider},
                        {"runtime_providers", facts.model.providers},
                        {"library_log", {{"loading", facts.model.log}, {"separating", result.log}}},
                        {"processing_seconds", result.processingSeconds},

@@ -27,6 +27,8 @@ struct ModelFacts
     ModelPassport passport;
     /// The execution providers that the runtime offers.
     std::vector<std::string> providers;
+    /// What runs it.
+    std::string provider;
     /// The library's messages while loading it.
     std::vector<std::string> log;
 };

@@ -28,9 +28,9 @@ SongSummary summaryOf(const SeparationResult& result, double gain)
 
 } // namespace
 
-SongSeparator::SongSeparator(const Job& job, std::shared_ptr<InferenceContext> context,
-                             const ModelFacts& model, LibraryMonitor& monitor, std::FILE* output)
-    : job(job), context(std::move(context)), model(model), monitor(monitor), output(output)
+SongSeparator::SongSeparator(const Job& job, std::shared_ptr<Model> loaded, const ModelFacts& model,
+                             std::FILE* output)
+    : job(job), loaded(std::move(loaded)), model(model), output(output)
 {
 }
 
@@ -50,7 +50,7 @@ std::unique_ptr<SongSource> SongSeparator::open(const SongEntry& entry) const
 SongSummary SongSeparator::separateToOutput(SongSource& song, const Separation::Progress& progress)
 {
     RawOutput stems(output, song.channels());
-    Separation separation(context, song, job.output.tracks, stems, monitor, {});
+    Separation separation(loaded, song, job.output.tracks, stems, {});
     return summaryOf(separation.run(progress), 1.0);
 }
 
@@ -65,7 +65,7 @@ SongSummary SongSeparator::separateToFolder(const SongEntry& entry, SongSource& 
     std::optional<SongReport> page;
     if (settings.report)
         observers.push_back(&page.emplace(settings.stems, song.sampleRate()));
-    Separation separation(context, song, settings.tracks, folder, monitor, observers);
+    Separation separation(loaded, song, settings.tracks, folder, observers);
     const SeparationResult result = separation.run(progress);
     // One factor for all tracks keeps their balance.
     const double gain = gainToFit(meters.peak(), settings.format);

@@ -6,12 +6,10 @@
 #include <cstdio>
 #include <memory>
 
-#include <tonwerk/TonwerkProc.h>
-
 #include "batch/Job.h"
 #include "batch/Receipt.h"
 #include "batch/SongList.h"
-#include "separation/LibraryMonitor.h"
+#include "separation/Model.h"
 #include "separation/Separation.h"
 
 namespace tonwerk::app
@@ -35,8 +33,7 @@ class SongSeparator
 public:
     /// All references must outlive this object.
     /// \param output receives raw stems; not owned
-    SongSeparator(const Job& job, std::shared_ptr<InferenceContext> context, const ModelFacts& model,
-                  LibraryMonitor& monitor, std::FILE* output);
+    SongSeparator(const Job& job, std::shared_ptr<Model> loaded, const ModelFacts& model, std::FILE* output);
 
     /// Separates a song. Leaves no files if it throws.
     /// \throws Failure if the song cannot be separated
@@ -50,9 +47,8 @@ private:
                                  const Separation::Progress& progress);
 
     const Job& job;
-    std::shared_ptr<InferenceContext> context;
+    std::shared_ptr<Model> loaded;
     const ModelFacts& model;
-    LibraryMonitor& monitor;
     std::FILE* output;
 };
 

@@ -3,11 +3,9 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <exception>
-#include <new>
 #include <system_error>
-#include <vector>
 
+#include "separation/LibraryCall.h"
 #include "system/BinaryFile.h"
 #include "system/Failure.h"
 #include "system/Text.h"
@@ -35,21 +33,39 @@ std::vector<char> readModel(const std::filesystem::path& path)
     return bytes;
 }
 
-std::shared_ptr<InferenceContext> loadModel(const std::filesystem::path& path, const std::string& key)
+Model::Model(std::span<const char> bytes, const std::string& name, const std::string& key, unsigned threads)
 {
-    const std::vector<char> bytes = readModel(path);
-    try
+    tonwerk_context_options options = TONWERK_CONTEXT_OPTIONS_INIT;
+    options.threads = threads;
+    options.log = LibraryLog::add;
+    options.log_user = &messages;
+    options.key = key.data();
+    options.key_size = key.size();
+    tonwerk_context* made = nullptr;
+    requireDone(tonwerk_context_open(bytes.data(), bytes.size(), &options, &made), name + " cannot be used");
+    handle.reset(made);
+    info.size = sizeof info;
+    requireDone(tonwerk_context_get_info(made, &info), name + " cannot be used");
+}
+
+std::string Model::provider() const
+{
+    switch (info.provider)
     {
-        return std::make_shared<InferenceContext>(ModelData{bytes.data(), bytes.size(), key});
+    case TONWERK_PROVIDER_DIRECTML:
+        return "DirectML";
+    case TONWERK_PROVIDER_CUDA:
+        return "CUDA";
+    case TONWERK_PROVIDER_ROCM:
+        return "ROCm";
+    default:
+        return "CPU";
     }
-    catch (const std::bad_alloc&)
-    {
-        throw;
-    }
-    catch (const std::exception& refusal)
-    {
-        throw Failure("The model " + quoted(path) + " cannot be used: " + asReason(refusal.what()) + ".");
-    }
+}
+
+std::shared_ptr<Model> loadModel(const std::filesystem::path& path, const std::string& key, unsigned threads)
+{
+    return std::make_shared<Model>(readModel(path), "The model " + quoted(path), key, threads);
 }
 
 } // namespace tonwerk::app

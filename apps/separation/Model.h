@@ -2,12 +2,16 @@
 #ifndef TONWERK_APPS_SEPARATION_MODEL_H
 #define TONWERK_APPS_SEPARATION_MODEL_H
 
+#include <cstddef>
 #include <filesystem>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
-#include <tonwerk/TonwerkProc.h>
+#include <tonwerk/tonwerk_c.h>
+
+#include "separation/LibraryLog.h"
 
 namespace tonwerk::app
 {
@@ -16,10 +20,42 @@ namespace tonwerk::app
 /// \throws Failure if the file is empty or cannot be read
 std::vector<char> readModel(const std::filesystem::path& path);
 
-/// Loads a separation model from a file.
-/// \param key scrambling key of the file, empty for a plain one
+/// A model in the library, with the library's log of it. Nothing of it is printed.
+class Model
+{
+public:
+    /// \param bytes   of the model's file; read during the call only
+    /// \param name    for the sentence that says why it cannot be used
+    /// \param key     scrambling key, empty for a plain model
+    /// \param threads that compute a run, the calling one among them; 0: one for each processor
+    /// \throws Failure if the library refuses it
+    Model(std::span<const char> bytes, const std::string& name, const std::string& key, unsigned threads);
+
+    /// For its streams, which must not outlive this object.
+    tonwerk_context* context() const { return handle.get(); }
+
+    /// What runs it, such as "CPU" or "DirectML".
+    std::string provider() const;
+
+    /// In Hz: what its streams must be fed with.
+    unsigned sampleRate() const { return info.sample_rate; }
+
+    LibraryLog& log() { return messages; }
+
+private:
+    struct Destroy
+    {
+        void operator()(tonwerk_context* context) const { tonwerk_context_destroy(context); }
+    };
+
+    LibraryLog messages; // the library writes to it while the context is being destroyed, too
+    std::unique_ptr<tonwerk_context, Destroy> handle;
+    tonwerk_context_info info{};
+};
+
+/// Loads a model's file; parameters as for Model.
 /// \throws Failure if the file cannot be read or the library refuses it
-std::shared_ptr<InferenceContext> loadModel(const std::filesystem::path& path, const std::string& key);
+std::shared_ptr<Model> loadModel(const std::filesystem::path& path, const std::string& key, unsigned threads);
 
 } // namespace tonwerk::app
 

@@ -17,7 +17,7 @@ public:
     /// Takes the next samples of the input, in the order in which the library gets them.
     void feed(std::span<const float> input);
 
-    /// Compares the next result of TonwerkProc::process with the input that it belongs to.
+    /// Compares the next stems with the input that it belongs to.
     void compare(const std::vector<std::vector<float>>& stems);
 
     /// Largest absolute difference so far, 1 being full scale; infinite if a stem is not finite where the

@@ -20,7 +20,7 @@ namespace tonwerk::app
 class RateConversion
 {
 public:
-    /// As TonwerkProc::process returns them, interleaved.
+    /// In the order of stemNames, interleaved.
     using Stems = std::vector<std::vector<float>>;
 
     /// \param asked the stems that the model returns; the others are silent

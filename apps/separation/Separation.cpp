@@ -3,8 +3,6 @@
 
 #include <chrono>
 #include <cstddef>
-#include <exception>
-#include <new>
 #include <utility>
 
 #include "system/Failure.h"
@@ -14,34 +12,10 @@
 namespace tonwerk::app
 {
 
-namespace
-{
-
-/// The result of `separate`. Turns the library's exceptions into sentences for the user.
-template <typename Separate>
-StemStream::Stems separated(Separate separate)
-{
-    try
-    {
-        return separate();
-    }
-    catch (const std::bad_alloc&)
-    {
-        throw;
-    }
-    catch (const std::exception& failure)
-    {
-        throw Failure("The song cannot be separated: " + asReason(failure.what()) + ".");
-    }
-}
-
-} // namespace
-
-Separation::Separation(std::shared_ptr<InferenceContext> model, SongSource& song,
-                       const std::vector<Track>& tracks, StemSink& sink, LibraryMonitor& monitor,
-                       std::vector<SeparationObserver*> observers)
-    : stream(std::move(model), stemsToAsk(tracks), song.sampleRate()), source(song), sink(sink),
-      monitor(monitor), observers(std::move(observers)), mixer(tracks, song.channels())
+Separation::Separation(std::shared_ptr<Model> model, SongSource& song, const std::vector<Track>& tracks,
+                       StemSink& sink, std::vector<SeparationObserver*> observers)
+    : model(std::move(model)), stream(this->model, stemsToAsk(tracks), song.sampleRate()), source(song),
+      sink(sink), observers(std::move(observers)), mixer(tracks, song.channels())
 {
 }
 
@@ -75,9 +49,9 @@ bool Separation::processBlock()
     const bool atEnd = block.size() < 2 * frames;
     for (SeparationObserver* observer : observers)
         observer->observeSong(block);
-    take(separated([this] { return stream.feed(block); }));
+    take(stream.feed(block));
     if (atEnd)
-        take(separated([this] { return stream.finish(); }));
+        take(stream.finish());
     return atEnd;
 }
 
@@ -98,13 +72,16 @@ void Separation::take(const StemStream::Stems& stems)
 
 void Separation::checkLibrary()
 {
-    for (LibraryMessage& message : monitor.take())
+    std::string lastError;
+    for (LibraryLog::Line& line : model->log().take())
     {
-        if (message.isFailure)
-            throw Failure("The model failed at " + asClock(seconds(framesReturned)) +
-                          " or soon after: " + message.text + ".");
-        logged.push_back(std::move(message.text));
+        if (line.isError)
+            lastError = line.text;
+        logged.push_back(std::move(line.text));
     }
+    if (stream.failedRuns() > 0)
+        throw Failure("The model failed at " + asClock(seconds(framesReturned)) +
+                      " or soon after: " + lastError + ".");
 }
 
 void Separation::checkLength() const

@@ -8,11 +8,9 @@
 #include <string>
 #include <vector>
 
-#include <tonwerk/TonwerkProc.h>
-
 #include "audio/SongSource.h"
 #include "audio/StemSink.h"
-#include "separation/LibraryMonitor.h"
+#include "separation/Model.h"
 #include "separation/SeparationObserver.h"
 #include "separation/StemStream.h"
 #include "separation/Tracks.h"
@@ -41,10 +39,11 @@ struct SeparationResult
 class Separation
 {
 public:
-    /// All references must outlive this object.
+    /// All references must outlive this object. The model must be used for one song at a time: its log is.
     /// \param observers see the song, its stems and its tracks; not null
-    Separation(std::shared_ptr<InferenceContext> model, SongSource& song, const std::vector<Track>& tracks,
-               StemSink& sink, LibraryMonitor& monitor, std::vector<SeparationObserver*> observers);
+    /// \throws Failure if the library refuses
+    Separation(std::shared_ptr<Model> model, SongSource& song, const std::vector<Track>& tracks,
+               StemSink& sink, std::vector<SeparationObserver*> observers);
 
     /// Called after every block with the fraction done and the seconds of audio processed.
     using Progress = std::function<void(double fraction, double audioSeconds)>;
@@ -62,10 +61,10 @@ private:
     void checkLength() const;
     double seconds(std::uint64_t frames) const;
 
+    std::shared_ptr<Model> model;
     StemStream stream;
     SongSource& source;
     StemSink& sink;
-    LibraryMonitor& monitor;
     std::vector<SeparationObserver*> observers;
     TrackMixer mixer;
     std::vector<std::string> logged;

@@ -22,7 +22,7 @@ public:
     /// \param stereo the next samples of the song, interleaved
     virtual void observeSong(std::span<const float> /*stereo*/) {}
 
-    /// \param stems the next result of TonwerkProc::process: eight of equal length, interleaved stereo
+    /// \param stems the next ones, in the order of stemNames: eight of equal length, interleaved stereo
     virtual void observeStems(const std::vector<std::vector<float>>& /*stems*/) {}
 
     /// \param tracks the next samples of each track, interleaved, of equal length

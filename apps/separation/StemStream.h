@@ -8,9 +8,7 @@
 #include <optional>
 #include <vector>
 
-#include <tonwerk/StreamFeeder.h>
-#include <tonwerk/TonwerkProc.h>
-
+#include "separation/Model.h"
 #include "separation/NullMeter.h"
 #include "separation/RateConversion.h"
 #include "separation/Stems.h"
@@ -18,31 +16,32 @@
 namespace tonwerk::app
 {
 
-/// Feeds one song to the library at the song's own sample rate.
+/// Feeds one song to the library at the song's own sample rate. One thread at a time.
 class StemStream
 {
 public:
-    using Stems = StreamFeeder::Stems;
-
-    /// The sample rate of the models.
-    static constexpr unsigned modelRate = 44100;
+    /// Eight, in the order of stemNames, of equal length: interleaved stereo.
+    using Stems = std::vector<std::vector<float>>;
 
     /// \param asked the stems to ask of the model; the others are silent, and their sound is in the residual
-    /// \throws std::exception as the library does
-    StemStream(std::shared_ptr<InferenceContext> model, const StemSet& asked, unsigned sampleRate);
+    /// \throws Failure if the library refuses
+    StemStream(std::shared_ptr<Model> model, const StemSet& asked, unsigned sampleRate);
 
     /// About how many frames of the song to feed until the model runs next.
     std::size_t framesUntilResult() const;
 
     /// Takes the next interleaved stereo samples.
-    /// \return no stems, or eight of equal length
-    /// \throws std::exception as the library does
+    /// \return what they complete, perhaps nothing
+    /// \throws Failure if the library fails. A run of the model that fails is no such failure: failedRuns()
     Stems feed(const std::vector<float>& song);
 
     /// Ends the song.
     /// \return the rest of the stems, which now are as long as the song
-    /// \throws std::exception as the library does
+    /// \throws Failure as feed()
     Stems finish();
+
+    /// Runs of the model that have failed: the stems have silence there.
+    std::uint64_t failedRuns() const;
 
     /// Largest absolute value of six stems + residual - input, measured at the library.
     double nullPeak() const { return nullMeter.peak(); }
@@ -51,9 +50,17 @@ public:
     std::uint64_t nonFiniteSamples() const;
 
 private:
-    Stems checked(Stems stems);
+    struct Destroy
+    {
+        void operator()(tonwerk_stream* stream) const { tonwerk_stream_destroy(stream); }
+    };
 
-    StreamFeeder feeder;
+    Stems feedModel(const std::vector<float>& input);
+    Stems finishModel();
+    Stems readModel();
+
+    std::shared_ptr<Model> model;
+    std::unique_ptr<tonwerk_stream, Destroy> stream;
     unsigned rate;
     std::optional<RateConversion> conversion; ///< none at the model's rate
     NullMeter nullMeter;

@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <string_view>
 
-#include "common/StemSwitches.h"
 #include "system/Failure.h"
 
 namespace tonwerk::app
@@ -32,14 +31,6 @@ std::string listOfStems()
     for (const std::string_view name : stemNames)
         list.append(list.empty() ? "" : ", ").append(name);
     return list;
-}
-
-TonwerkProcConfig processorConfig(const StemSet& asked)
-{
-    StemSelection selection{};
-    for (std::size_t stem = 0; stem < selection.size(); ++stem)
-        selection[stem] = asked.test(stem);
-    return configOf(selection);
 }
 
 } // namespace tonwerk::app

@@ -6,15 +6,13 @@
 #include <string>
 #include <vector>
 
-#include <tonwerk/TonwerkProc.h>
-
 #include "common/Stems.h"
 
 namespace tonwerk::app
 {
 
-// Of the library: names of the stems and of their files, in the order of TonwerkProc::process's result. The
-// first six come from the model; the library computes the last two from them.
+// Of the library: names of the stems and of their files, in the order of its results. The first six come from
+// the model; the library computes the last two from them.
 using tonwerk::modelStemCount;
 using tonwerk::stemNames;
 
@@ -27,9 +25,6 @@ StemSet stemsNamed(const std::vector<std::string>& names);
 
 /// The stem names as text: "vocals, drum, ...".
 std::string listOfStems();
-
-/// The library's configuration for these stems (only the model's six matter) and interleaved stereo.
-TonwerkProcConfig processorConfig(const StemSet& asked);
 
 } // namespace tonwerk::app
 

@@ -51,7 +51,7 @@ public:
     /// \param channels of the tracks; 1 gives the mean of left and right
     TrackMixer(std::vector<Track> wanted, unsigned channels);
 
-    /// \param stems as TonwerkProc::process returns them, interleaved stereo
+    /// \param stems in the order of stemNames, interleaved stereo
     /// \return the samples of each track, interleaved, valid until the next call
     const std::vector<std::vector<float>>& mix(const std::vector<std::vector<float>>& stems);
 

@@ -18,7 +18,7 @@ std::filesystem::path programFile()
 std::filesystem::path libraryFile()
 {
     link_map* entry = nullptr;
-    void* library = dlopen("libtonwerk_proc_multistem.so", RTLD_LAZY | RTLD_NOLOAD);
+    void* library = dlopen("libtonwerk_c.so.1", RTLD_LAZY | RTLD_NOLOAD);
     if (library == nullptr || dlinfo(library, RTLD_DI_LINKMAP, &entry) != 0)
         return {};
     // The name may contain "..", but the library itself uses its real folder.

@@ -32,7 +32,7 @@ std::filesystem::path programFile()
 
 std::filesystem::path libraryFile()
 {
-    const HMODULE library = GetModuleHandleW(L"tonwerk_proc_multistem.dll");
+    const HMODULE library = GetModuleHandleW(L"tonwerk_c.dll");
     return library != nullptr ? moduleFile(library) : std::filesystem::path();
 }
 

@@ -13,10 +13,8 @@
 #include "inference/ModelInterface.h"
 #include "inference/ModelSession.h"
 #include "separation/DefaultModel.h"
-#include "separation/DivertedLogMonitor.h"
 #include "separation/Model.h"
 #include "separation/Runtime.h"
-#include "system/DivertedOutput.h"
 #include "system/Failure.h"
 #include "system/Machine.h"
 #include "system/Sha256.h"
@@ -134,11 +132,12 @@ std::string summary(const SelfCheckResult& result)
 }
 
 /// The library's messages matter only if something is wrong.
-void addSelfCheck(Findings& findings, LibraryMonitor& monitor)
+void addSelfCheck(Findings& findings)
 {
+    std::vector<std::string> log;
     try
     {
-        const SelfCheckResult result = runSelfCheck();
+        const SelfCheckResult result = runSelfCheck(log);
         findings.add("self-test", summary(result));
         if (result.stemError < tolerance && result.nullPeak < tolerance)
             return;
@@ -149,16 +148,15 @@ void addSelfCheck(Findings& findings, LibraryMonitor& monitor)
     {
         findings.addError("The self-test cannot be run: " + runtimeReason(failure) + '.');
     }
-    for (const LibraryMessage& message : monitor.take())
-        findings.add("log", message.text);
+    for (const std::string& line : log)
+        findings.add("log", line);
 }
 
 } // namespace
 
 bool runDoctor()
 {
-    DivertedLogMonitor monitor(divertStandardOutput());
-    Findings findings("problem", monitor.output());
+    Findings findings("problem", stdout);
     addProgram(findings);
     if (checkRuntime(findings))
     {
@@ -168,7 +166,7 @@ bool runDoctor()
             addProviders(findings);
             checkModelFile(findings, &env);
         }
-        addSelfCheck(findings, monitor);
+        addSelfCheck(findings);
     }
     else
     {

@@ -12,10 +12,8 @@
 #include <string_view>
 #include <vector>
 
-#include <tonwerk/StreamFeeder.h>
-
-#include "separation/NullMeter.h"
-#include "separation/Stems.h"
+#include "separation/Model.h"
+#include "separation/StemStream.h"
 #include "tools/SelfCheckModel.h"
 
 namespace tonwerk::app
@@ -49,7 +47,7 @@ std::vector<float> tones()
 }
 
 /// Largest error of stems that begin at the input's sample `start`.
-double stemErrorOf(const StreamFeeder::Stems& stems, const std::vector<float>& input, std::size_t start)
+double stemErrorOf(const StemStream::Stems& stems, const std::vector<float>& input, std::size_t start)
 {
     double largest = 0.0;
     for (std::size_t stem = 0; stem < gains.size() && !stems.empty(); ++stem)
@@ -64,24 +62,20 @@ double stemErrorOf(const StreamFeeder::Stems& stems, const std::vector<float>& i
 
 } // namespace
 
-SelfCheckResult runSelfCheck()
+SelfCheckResult runSelfCheck(std::vector<std::string>& log)
 {
-    const std::string_view model = selfCheckModel();
     const std::vector<float> input = tones();
-    StreamFeeder feeder(std::make_shared<InferenceContext>(ModelData{model.data(), model.size(), ""}),
-                        processorConfig(StemSet().set()));
+    const auto model = std::make_shared<Model>(selfCheckModel(), "The self-test's model", "", 0);
+    StemStream stream(model, StemSet().set(), sampleRate);
     const auto start = std::chrono::steady_clock::now();
-    const StreamFeeder::Stems stems = feeder.feed(input);
-    const StreamFeeder::Stems rest = feeder.finish();
+    const StemStream::Stems stems = stream.feed(input);
+    const StemStream::Stems rest = stream.finish();
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
-
-    NullMeter nullMeter;
-    nullMeter.feed(input);
-    nullMeter.compare(stems);
-    nullMeter.compare(rest);
+    for (LibraryLog::Line& line : model->log().take())
+        log.push_back(std::move(line.text));
     const std::size_t boundary = stems.front().size();
     return {static_cast<double>(frames) / sampleRate, taken.count(),
-            std::max(stemErrorOf(stems, input, 0), stemErrorOf(rest, input, boundary)), nullMeter.peak()};
+            std::max(stemErrorOf(stems, input, 0), stemErrorOf(rest, input, boundary)), stream.nullPeak()};
 }
 
 } // namespace tonwerk::app

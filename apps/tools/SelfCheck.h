@@ -2,6 +2,9 @@
 #ifndef TONWERK_APPS_TOOLS_SELFCHECK_H
 #define TONWERK_APPS_TOOLS_SELFCHECK_H
 
+#include <string>
+#include <vector>
+
 namespace tonwerk::app
 {
 
@@ -18,8 +21,9 @@ struct SelfCheckResult
 
 /// Separates some seconds of tones with a network inside the program whose stems are fixed fractions of its
 /// input.
-/// \throws std::exception as the library does
-SelfCheckResult runSelfCheck();
+/// \param log receives what the library has to say, also if it fails
+/// \throws Failure if the library fails
+SelfCheckResult runSelfCheck(std::vector<std::string>& log);
 
 } // namespace tonwerk::app
 

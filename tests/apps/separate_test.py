@@ -160,6 +160,7 @@ class SeparateTest(ProgramTest):
         self.assertEqual(receipt["model"], {"file": model.name, "sha256": hashes[1], "passport": None})
         self.assertEqual(receipt["options"]["stems"], ["vocals", "bass", "mix"])
         self.assertIn("CPUExecutionProvider", receipt["runtime_providers"])
+        self.assertEqual(receipt["provider"], "CPU")
         self.assertLess(receipt["null_test_dbfs"], -120)
         self.assertGreater(receipt["real_time_factor"], 0)
         mix, vocals = receipt["tracks"]["mix"], receipt["tracks"]["vocals"]
