@@ -5,6 +5,7 @@
 #                   the models that hold a public network's weights)
 #   make windows    the same for Windows, in build/windows
 #   make package    the SDK for both, in build/package (DIRECTML=0 leaves DirectML.dll out)
+#   make wheel      the Python package: wheels for both, and a source distribution, in build/wheel
 #   make demo       split a piece of music into stems, in build/demo
 #   make test       all tests: native, native with sanitizers, and the Windows build under Wine
 #   make lint       formatting and static analysis, of the C++ and of the Python
@@ -39,7 +40,7 @@ configured = { [ build/cmake/$(1)/build.ninja -nt CMakePresets.json ] && \
 compile = cmake --build --preset $(1) -j $(JOBS)
 check = ctest --preset $(1) -j $(JOBS)
 
-.PHONY: help build windows package demo test lint format bench fuzz soak check-deep bench-peers clean
+.PHONY: help build windows package wheel demo test lint format bench fuzz soak check-deep bench-peers clean
 
 help:
 	@sed -n '3,/^$$/s/^#   //p' Makefile
@@ -67,6 +68,16 @@ package:
 	$(call compile,linux-release) --target sdk
 	$(call compile,mingw-release) --target sdk
 
+wheel:
+	tools/setup.sh native fetch $(models) windows python
+	tools/fetch-deps.sh
+	tools/python-env.sh package
+	@$(call configured,linux-release)
+	cmake --preset mingw-release -DTONWERK_DIRECTML=$(if $(filter 0,$(DIRECTML)),OFF,ON)
+	$(call compile,linux-release) --target products
+	$(call compile,mingw-release) --target products
+	.deps/python/package/bin/python tools/make_wheels.py build/wheel build/cmake/linux-release build/cmake/mingw-release
+
 demo: build
 	tools/setup.sh demo
 	@mkdir -p build/demo
@@ -76,8 +87,9 @@ demo: build
 	@printf 'Nobody has the stems that the band recorded, so this cannot be scored: models/README.md has scores.\n'
 
 test:
-	tools/setup.sh native fetch $(models) windows test browser training
+	tools/setup.sh native fetch $(models) windows test browser training python
 	tools/fetch-deps.sh
+	tools/python-env.sh package
 	@$(foreach preset,linux-release linux-asan mingw-release,$(call configured,$(preset)) &&) true
 	$(call compile,linux-release)
 	$(call check,linux-release)
@@ -87,9 +99,10 @@ test:
 	$(call check,mingw-release)
 
 lint:
-	tools/setup.sh native fetch $(models) lint
+	tools/setup.sh native fetch $(models) lint python
 	tools/fetch-deps.sh
 	tools/python-env.sh lint
+	tools/python-env.sh package
 	@$(call configured,linux-release)
 	clang-format --dry-run -Werror $(SOURCES)
 	tools/tidy.sh build/cmake/linux-release $(JOBS)

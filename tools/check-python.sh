@@ -13,14 +13,20 @@ tools=.deps/python/lint/bin
 while read -r group; do
     # In a test whatever is missing (a match, a pipe) ends it, as it should.
     [[ $group != *tests* ]] || group+=" --disable-error-code union-attr --disable-error-code index"
+    # The package is typed for its users, and stands on packages that Debian does not have.
+    python=$1
+    [[ $group != *python/tonwerk* ]] || group+=" --strict"
+    [[ $group != *python/tonwerk* && $group != *tests/wheel* ]] || python=.deps/python/package/bin/python
     # shellcheck disable=SC2086  # a group is several words
-    "$tools/mypy" --no-error-summary --python-executable "$1" $group
+    "$tools/mypy" --no-error-summary --python-executable "$python" $group
 done <<GROUPS
 converters/tonwerk_converters
 training/tonwerk_training training/train training/export training/evaluate training/make-data training/adapt
 tools tests/c tests/checks tests/docs tests/embedding tests/examples tests/models tests/package tests/python
 tests/apps tests/models
 tests/training
+python/release.py python/hatch_build.py python/tonwerk
+tests/wheel
 bench/peers tests/python
 examples/model examples/python
 converters/tonwerk_converters

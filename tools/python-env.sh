@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
 # Makes a virtual environment of Debian's Python in .deps/python/NAME, with the packages that
-# tools/requirements-NAME.txt pins by version and hash. A second run finds it there and is offline.
+# tools/requirements-NAME.txt pins by version and hash. Their wheels stay in its folder wheels, for tests that make
+# environments of their own. A second run finds it there and is offline.
 #
 #   tools/python-env.sh NAME
 set -euo pipefail
@@ -12,7 +13,7 @@ fail() {
     exit 1
 }
 
-[ $# -eq 1 ] || { sed -n '3,6s/^# \{0,1\}//p' "$0" >&2; exit 2; }
+[ $# -eq 1 ] || { sed -n '3,7s/^# \{0,1\}//p' "$0" >&2; exit 2; }
 requirements=tools/requirements-$1.txt
 home=.deps/python/$1
 [ -r "$requirements" ] || fail "there is no $requirements."
@@ -25,7 +26,9 @@ log=$(mktemp)
 trap 'rm -f "$log"' EXIT
 {
     /usr/bin/python3 -m venv "$home" &&
-        "$home/bin/pip" install --disable-pip-version-check --no-deps --only-binary :all: --require-hashes \
-            -r "$requirements"
+        "$home/bin/pip" download --disable-pip-version-check --no-deps --only-binary :all: --require-hashes \
+            -r "$requirements" -d "$home/wheels" &&
+        "$home/bin/pip" install --disable-pip-version-check --no-deps --no-index --find-links "$home/wheels" \
+            --require-hashes -r "$requirements"
 } >"$log" 2>&1 </dev/null || { cat "$log" >&2; fail "$home cannot be made (the reason stands above)."; }
 cp "$requirements" "$home/.requirements"

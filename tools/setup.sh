@@ -3,8 +3,8 @@
 # Installs the Debian 12 packages that the named groups need. Installs only what is missing: when everything is
 # there, nothing is run as root and the network is not touched.
 #
-#   tools/setup.sh GROUP...      groups: native fetch models windows test browser lint fuzz deep training demo peers, or
-#                                    all
+#   tools/setup.sh GROUP...      groups: native fetch models windows test browser lint fuzz deep training demo peers
+#                                    python, or all
 set -euo pipefail
 
 declare -A packages=(
@@ -30,6 +30,7 @@ declare -A packages=(
         ffmpeg fluid-soundfont-gm musescore-general-soundfont csound-soundfont timgm6mb-soundfont sonic-pi-samples
         hydrogen-drumkits asterisk-core-sounds-ru-g722 asterisk-core-sounds-it-g722 asterisk-core-sounds-en-g722
         asterisk-prompt-fr-armelle festvox-ru pocketsphinx-testdata espeak-ng flite"
+    [python]="python3 python3-venv"
     [demo]="python3 sox libsox-fmt-base"
 )
 
