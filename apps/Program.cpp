@@ -28,7 +28,7 @@ enum ExitCode
     Done = 0,
     Failed = 1,
     WrongUsage = 2,
-    WasInterrupted = 130
+    WasInterrupted = interruptedExitCode
 };
 
 std::unique_ptr<ProgressReporter> makeReporter(const CommandLine& commandLine)
@@ -36,6 +36,13 @@ std::unique_ptr<ProgressReporter> makeReporter(const CommandLine& commandLine)
     if (commandLine.jsonProgress)
         return std::make_unique<JsonProgressReporter>();
     return std::make_unique<TextProgressReporter>(commandLine.job.raw ? stderr : stdout);
+}
+
+/// \throws Failure if what was printed is lost
+void requirePrinted()
+{
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0)
+        throw Failure("Standard output cannot be written.");
 }
 
 int separateSongs(const std::vector<std::string>& arguments)
@@ -54,7 +61,7 @@ int separateSongs(const std::vector<std::string>& arguments)
 
 int printError(const std::string& sentence, ExitCode code)
 {
-    std::fprintf(stderr, "tonwerk-separate: %s\n", sentence.c_str());
+    std::fprintf(stderr, "tonwerk-separate: %s\n", printable(sentence).c_str());
     return code;
 }
 
@@ -64,11 +71,14 @@ int runProgram(const std::vector<std::string>& arguments)
 {
     try
     {
+        openStandardStreams();
         setUpConsole();
-        if (const auto code = runTool(arguments))
-            return *code;
-        watchInterrupts();
-        return separateSongs(arguments);
+        const auto toolsCode = runTool(arguments);
+        if (!toolsCode)
+            watchInterrupts();
+        const int code = toolsCode ? *toolsCode : separateSongs(arguments);
+        requirePrinted();
+        return code;
     }
     catch (const UsageError& error)
     {

@@ -3,21 +3,19 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <system_error>
+#include <vector>
 
 #include "system/Failure.h"
 #include "system/Interrupts.h"
+#include "system/Sha256.h"
 #include "system/Text.h"
 
 namespace tonwerk::app
 {
 
-FileSource::FileSource(const std::filesystem::path& path) : file(path, FileMode::Read)
+FileSource::FileSource(const std::filesystem::path& path)
+    : location(path), file(path, FileMode::Read), version(file.version()), length(version.size)
 {
-    std::error_code failure;
-    length = static_cast<std::int64_t>(std::filesystem::file_size(path, failure));
-    if (failure)
-        throw Failure("The song " + quoted(path) + " cannot be read: " + asReason(failure.message()) + ".");
 }
 
 std::size_t FileSource::read(void* bytes, std::size_t count)
@@ -46,6 +44,19 @@ void FileSource::requireGood() const
     if (interruptRequested())
         throw Interrupted();
     file.requireGood();
+}
+
+std::string FileSource::sha256()
+{
+    Sha256 hash;
+    std::vector<char> bytes(1 << 20);
+    seek(0, SEEK_SET);
+    while (const std::size_t count = read(bytes.data(), bytes.size()))
+        hash.feed(bytes.data(), count);
+    requireGood();
+    if (file.version() != version)
+        throw Failure("The song " + quoted(location) + " has changed while it was being read.");
+    return hash.hexadecimal();
 }
 
 } // namespace tonwerk::app

@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <string>
 
 #include "system/BinaryFile.h"
 
@@ -33,8 +34,14 @@ public:
     /// \throws Failure after a failure to read, Interrupted once the user asked to stop
     void requireGood() const;
 
+    /// SHA-256 of the file's bytes, which are those that have been read.
+    /// \throws Failure if they cannot be read again or have been changed, Interrupted
+    std::string sha256();
+
 private:
+    std::filesystem::path location;
     BinaryFile file;
+    FileVersion version; ///< at the beginning
     std::int64_t length = 0;
     std::int64_t place = 0;
 };

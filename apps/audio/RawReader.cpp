@@ -3,6 +3,7 @@
 
 #include "system/Failure.h"
 #include "system/Files.h"
+#include "system/Interrupts.h"
 
 namespace tonwerk::app
 {
@@ -19,6 +20,8 @@ void RawReader::read(std::size_t frames, std::vector<float>& stereo)
     constexpr std::size_t frameSize = 2 * sizeof(float);
     stereo.resize(2 * frames);
     const std::size_t bytes = std::fread(stereo.data(), 1, frames * frameSize, input);
+    if (interruptRequested())
+        throw Interrupted();
     if (std::ferror(input) != 0)
         throw Failure("Standard input cannot be read.");
     if (bytes % frameSize != 0)

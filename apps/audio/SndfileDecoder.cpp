@@ -90,6 +90,29 @@ std::size_t SndfileDecoder::read(float* interleaved, std::size_t frames)
     return count < 0 ? 0 : static_cast<std::size_t>(count);
 }
 
+std::optional<SampleFormat> SndfileDecoder::wavFormat() const
+{
+    if (!isWav())
+        return std::nullopt;
+    switch (info.format & SF_FORMAT_SUBMASK)
+    {
+    case SF_FORMAT_FLOAT:
+        return SampleFormat::Float32;
+    case SF_FORMAT_PCM_24:
+        return SampleFormat::Pcm24;
+    case SF_FORMAT_PCM_16:
+        return SampleFormat::Pcm16;
+    default:
+        return std::nullopt;
+    }
+}
+
+bool SndfileDecoder::isWav() const
+{
+    const int container = info.format & SF_FORMAT_TYPEMASK;
+    return container == SF_FORMAT_WAV || container == SF_FORMAT_WAVEX || container == SF_FORMAT_RF64;
+}
+
 /// libsndfile shortens the length of a WAV file to what is there; its header tells that it has been cut off.
 std::uint64_t SndfileDecoder::framesInHeader() const
 {
@@ -99,10 +122,9 @@ std::uint64_t SndfileDecoder::framesInHeader() const
 
 std::uint64_t SndfileDecoder::dataBytesInHeader() const
 {
-    const int container = info.format & SF_FORMAT_TYPEMASK;
-    const bool isRf64 = container == SF_FORMAT_RF64;
-    if (container != SF_FORMAT_WAV && container != SF_FORMAT_WAVEX && !isRf64)
+    if (!isWav())
         return 0;
+    const bool isRf64 = (info.format & SF_FORMAT_TYPEMASK) == SF_FORMAT_RF64;
     SF_CHUNK_INFO chunk = chunkNamed(isRf64 ? "ds64" : "data");
     const SF_CHUNK_ITERATOR* const place = sf_get_chunk_iterator(file.get(), &chunk);
     if (place == nullptr || sf_get_chunk_size(place, &chunk) != SF_ERR_NO_ERROR)

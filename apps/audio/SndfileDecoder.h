@@ -3,11 +3,13 @@
 #define TONWERK_APPS_AUDIO_SNDFILEDECODER_H
 
 #include <memory>
+#include <optional>
 
 #include <sndfile.h>
 
 #include "audio/Decoder.h"
 #include "audio/FileSource.h"
+#include "audio/PcmEncoder.h"
 
 namespace tonwerk::app
 {
@@ -25,6 +27,9 @@ public:
     unsigned sampleRate() const override { return static_cast<unsigned>(info.samplerate); }
     std::uint64_t statedFrames() const override { return stated; }
 
+    /// How the samples of a WAV file are stored; nothing if it is no WAV file or of no format of ours.
+    std::optional<SampleFormat> wavFormat() const;
+
 private:
     struct Closer
     {
@@ -33,6 +38,7 @@ private:
 
     explicit SndfileDecoder(FileSource& source);
 
+    bool isWav() const;
     std::uint64_t framesInHeader() const;
     std::uint64_t dataBytesInHeader() const;
 

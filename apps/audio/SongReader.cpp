@@ -8,7 +8,6 @@
 #include "audio/OggStructure.h"
 #include "audio/SndfileDecoder.h"
 #include "system/Failure.h"
-#include "system/Sha256.h"
 #include "system/Text.h"
 
 namespace tonwerk::app
@@ -25,6 +24,9 @@ const std::filesystem::path& checked(const std::filesystem::path& path)
         throw Failure("The song " + quoted(path) + " does not exist.");
     if (std::filesystem::is_directory(status))
         throw Failure("The song " + quoted(path) + " is a folder.");
+    if (!std::filesystem::is_regular_file(status))
+        throw Failure("The song " + quoted(path) +
+                      " is no file; sound from a pipe comes through standard input (--help tells more).");
     return path;
 }
 
@@ -111,7 +113,7 @@ double SongReader::fractionRead() const
 
 std::string SongReader::sha256()
 {
-    return sha256OfFile(location);
+    return source.sha256();
 }
 
 } // namespace tonwerk::app

@@ -29,8 +29,11 @@ public:
     /// How much of the song has been read, from 0 to 1; 0 throughout if the length is unknown.
     virtual double fractionRead() const = 0;
 
-    /// SHA-256 of the song's bytes, to be asked for once and at its end.
-    /// \throws Failure if they cannot be read
+    /// What the user should know of the song, as sentences, once it has been read; empty if it is in order.
+    virtual std::vector<std::string> warnings() const { return {}; }
+
+    /// SHA-256 of the bytes that the song was read from, to be asked for once and at its end.
+    /// \throws Failure if they cannot be read again or have been changed meanwhile
     virtual std::string sha256() = 0;
 
     /// 1 or 2.

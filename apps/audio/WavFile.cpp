@@ -48,7 +48,7 @@ bool mayExceedWav(std::uint64_t frames, unsigned frameBytes)
 
 WavFile::WavFile(std::filesystem::path path, SampleFormat format, unsigned channels, unsigned sampleRate,
                  std::uint64_t expectedFrames)
-    : location(std::move(path)), file(location, FileMode::Write),
+    : location(std::move(path)), file(location, FileMode::Create),
       mayBeLarge(mayExceedWav(expectedFrames, channels * bytesOf(format)))
 {
     SF_INFO info{};
@@ -118,12 +118,6 @@ void WavFile::close()
 {
     encoder.reset();
     file.close();
-}
-
-void WavFile::discard()
-{
-    encoder.reset();
-    file.discard();
 }
 
 } // namespace tonwerk::app

@@ -41,9 +41,6 @@ public:
     /// \throws Failure if it cannot be written
     void close();
 
-    /// Closes the file without asking how it went.
-    void discard();
-
 private:
     struct Closer
     {

@@ -54,6 +54,8 @@ struct Job
     bool raw = false;
     /// Whether to skip songs that are done.
     bool resume = false;
+    /// Whether to wait for each song until its files are on the disk.
+    bool lasting = true;
 };
 
 } // namespace tonwerk::app

@@ -1,15 +1,19 @@
 // SPDX-License-Identifier: MIT
 #include "batch/Receipt.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <fstream>
+#include <cstdint>
+#include <exception>
+#include <string_view>
 #include <system_error>
 
 #include <nlohmann/json.hpp>
 
-#include "system/AtomicFile.h"
+#include "audio/StemCheck.h"
 #include "system/BinaryFile.h"
+#include "system/NewFile.h"
 #include "system/Text.h"
 
 namespace tonwerk::app
@@ -73,11 +77,64 @@ Json describe(const ModelFacts& model)
     return {{"file", model.name}, {"sha256", model.sha256}, {"passport", passport}};
 }
 
+/// \return what is no object if there is no readable receipt
 Json readReceipt(const std::filesystem::path& path)
 {
-    std::ifstream file(path, std::ios::binary);
-    constexpr bool throwOnError = false;
-    return Json::parse(file, nullptr, throwOnError);
+    constexpr std::uintmax_t largest = 100'000'000;
+    std::error_code failure;
+    if (!std::filesystem::is_regular_file(path, failure) ||
+        std::filesystem::file_size(path, failure) > largest)
+        return nullptr;
+    try
+    {
+        BinaryFile file(path, FileMode::Read);
+        std::string text(static_cast<std::size_t>(std::filesystem::file_size(path)), ' ');
+        text.resize(file.read(text.data(), text.size()));
+        constexpr bool throwOnError = false;
+        return Json::parse(text, nullptr, throwOnError);
+    }
+    catch (const std::exception&)
+    {
+        return nullptr;
+    }
+}
+
+/// All names that files of songs can have.
+std::vector<std::string> possibleFiles()
+{
+    std::vector<std::string> names{karaokeTrack().name + ".wav", practiceTrack("").name + ".wav", reportName};
+    for (const std::string_view stem : stemNames)
+        names.push_back(std::string(stem) + ".wav");
+    return names;
+}
+
+/// Whether the file is as long as the receipt says.
+bool hasStatedSize(const Json& receipt, const std::filesystem::path& folder, const std::string& name)
+{
+    const Json files = receipt.value("files", Json::object());
+    std::error_code absent;
+    return files.is_object() && files.contains(name) && files[name].is_number_unsigned() &&
+           std::filesystem::is_regular_file(folder / toPath(name), absent) &&
+           std::filesystem::file_size(folder / toPath(name), absent) == files[name].get<std::uintmax_t>();
+}
+
+/// The number at a JSON pointer, or 0.
+std::uint64_t numberAt(const Json& receipt, const char* place)
+{
+    const Json::json_pointer pointer(place);
+    return receipt.contains(pointer) && receipt[pointer].is_number_unsigned()
+               ? receipt[pointer].get<std::uint64_t>()
+               : 0;
+}
+
+/// The sizes of the song's finished files, in bytes.
+Json sizesOf(const OutputFolder& folder, const OutputSettings& settings)
+{
+    Json sizes = Json::object();
+    for (const std::string& name : filesOf(settings))
+        if (name != receiptName)
+            sizes[name] = std::filesystem::file_size(folder.unfinished(name));
+    return sizes;
 }
 
 /// The text at a JSON pointer such as "/input/sha256", or an empty one.
@@ -97,11 +154,41 @@ bool isDone(const std::filesystem::path& folder, const ReceiptKey& key, const Ou
         textAt(receipt, "/model/sha256") != key.modelSha256 ||
         receipt.value("options", Json()) != describe(settings))
         return false;
-    std::error_code failure;
+    const SoundShape shape{static_cast<unsigned>(numberAt(receipt, "/input/channels")),
+                           static_cast<unsigned>(numberAt(receipt, "/input/sample_rate")),
+                           numberAt(receipt, "/input/frames")};
+    const auto isWhole = [&](const Track& track)
+    {
+        const std::string name = track.name + ".wav";
+        return hasStatedSize(receipt, folder, name) && isStem(folder / toPath(name), settings.format, shape);
+    };
+    return std::all_of(settings.tracks.begin(), settings.tracks.end(), isWhole) &&
+           (!settings.report || hasStatedSize(receipt, folder, reportName));
+}
+
+std::vector<std::string> filesOf(const OutputSettings& settings)
+{
+    std::vector<std::string> names;
     for (const Track& track : settings.tracks)
-        if (!std::filesystem::exists(folder / toPath(track.name + ".wav"), failure))
-            return false;
-    return !settings.report || std::filesystem::exists(folder / "report.html", failure);
+        names.push_back(track.name + ".wav");
+    if (settings.report)
+        names.emplace_back(reportName);
+    names.emplace_back(receiptName);
+    return names;
+}
+
+std::vector<std::string> staleFiles(const std::filesystem::path& folder, const OutputSettings& settings)
+{
+    const Json receipt = readReceipt(folder / receiptName);
+    if (!receipt.is_object() || !receipt.contains("files") || !receipt["files"].is_object())
+        return {};
+    const std::vector<std::string> current = filesOf(settings);
+    std::vector<std::string> stale;
+    for (const std::string& name : possibleFiles())
+        if (receipt["files"].contains(name) &&
+            std::find(current.begin(), current.end(), name) == current.end())
+            stale.push_back(name);
+    return stale;
 }
 
 void writeReceipt(const ReceiptFacts& facts, const OutputSettings& settings)
@@ -130,10 +217,13 @@ void writeReceipt(const ReceiptFacts& facts, const OutputSettings& settings)
                        {"real_time_factor", result.processingSeconds / result.audioSeconds},
                        {"null_test_dbfs", asDecibels(result.nullPeak)},
                        {"gain_db", asDecibels(facts.gain)},
-                       {"tracks", tracks}};
+                       {"warnings", facts.song.warnings()},
+                       {"tracks", tracks},
+                       {"files", sizesOf(facts.folder, settings)}};
     constexpr int indentation = 2;
-    const std::string text = receipt.dump(indentation, ' ', false, Json::error_handler_t::replace) + "\n";
-    writeFileAtomically(facts.entry.folder / receiptName, text.data(), text.size());
+    const std::string text =
+        printableJson(receipt.dump(indentation, ' ', false, Json::error_handler_t::replace)) + "\n";
+    writeNewFile(facts.folder.unfinished(receiptName), text.data(), text.size());
 }
 
 } // namespace tonwerk::app

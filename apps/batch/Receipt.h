@@ -14,6 +14,7 @@
 #include "batch/TrackMeters.h"
 #include "separation/ModelPassport.h"
 #include "separation/Separation.h"
+#include "system/OutputFolder.h"
 
 namespace tonwerk::app
 {
@@ -40,7 +41,15 @@ struct ReceiptKey
     std::string modelSha256;
 };
 
-/// Whether the folder has a receipt for this song, model and settings, and all files that it names.
+/// The files of a song: its tracks, the page if there is one, and the receipt last.
+std::vector<std::string> filesOf(const OutputSettings& settings);
+
+/// Files that an earlier song left in the folder and that these settings do not replace, as the receipt there
+/// tells.
+std::vector<std::string> staleFiles(const std::filesystem::path& folder, const OutputSettings& settings);
+
+/// Whether the folder has a receipt for this song, model and settings, and all files that it names with the
+/// sizes and formats that they should have.
 bool isDone(const std::filesystem::path& folder, const ReceiptKey& key, const OutputSettings& settings);
 
 /// The content of a receipt.
@@ -52,11 +61,12 @@ struct ReceiptFacts
     const ModelFacts& model;
     const SeparationResult& result;
     const TrackMeters& meters;
+    const OutputFolder& folder;
     /// Factor of the samples in fixed-point files.
     double gain;
 };
 
-/// Writes the receipt into the song's folder.
+/// Writes the receipt to the song's unfinished files, of which it is the last.
 /// \throws Failure if it cannot be written
 void writeReceipt(const ReceiptFacts& facts, const OutputSettings& settings);
 

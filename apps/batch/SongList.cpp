@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "system/LowerCase.h"
+#include "system/OutputFolder.h"
 #include "system/Text.h"
 
 namespace tonwerk::app
@@ -29,7 +30,7 @@ bool isSongName(const std::filesystem::path& path)
 class Finder
 {
 public:
-    explicit Finder(SongList& list) : found(list) {}
+    Finder(SongList& list, const std::filesystem::path& outputFolder) : found(list), output(outputFolder) {}
 
     void take(const std::string& input)
     {
@@ -55,11 +56,25 @@ private:
                 {toText(path), "The folder " + quoted(path) + " holds no WAV, FLAC, MP3 or OGG files."});
     }
 
-    void takeFolder(const std::filesystem::path& folder)
+    /// Whether it is a folder of stems, be they finished or not.
+    static bool holdsStems(const std::filesystem::path& folder)
     {
         std::error_code failure;
-        if (std::filesystem::exists(folder / receiptName, failure))
+        return std::filesystem::exists(folder / receiptName, failure) ||
+               std::filesystem::exists(folder / unfinishedName, failure);
+    }
+
+    bool isOutput(const std::filesystem::path& folder) const
+    {
+        std::error_code absent;
+        return std::filesystem::equivalent(folder, output, absent);
+    }
+
+    void takeFolder(const std::filesystem::path& folder)
+    {
+        if (holdsStems(folder))
             return;
+        std::error_code failure;
         std::filesystem::directory_iterator entry(folder, failure);
         for (; !failure && entry != std::filesystem::directory_iterator(); entry.increment(failure))
         {
@@ -67,7 +82,10 @@ private:
             if (toText(entry->path().filename()).front() == '.')
                 continue;
             if (entry->is_directory(unknown) && !entry->is_symlink(unknown)) // links may lead back here
-                takeFolder(entry->path());
+            {
+                if (!isOutput(entry->path()))
+                    takeFolder(entry->path());
+            }
             else if (isSongName(entry->path()) && entry->is_regular_file(unknown))
                 found.songs.push_back({entry->path(), {}, false});
         }
@@ -77,6 +95,7 @@ private:
     }
 
     SongList& found;
+    const std::filesystem::path& output;
 };
 
 std::string sortingKey(const SongEntry& song)
@@ -125,7 +144,7 @@ void chooseFolders(std::vector<SongEntry>& songs, const std::filesystem::path& o
 SongList findSongs(const std::vector<std::string>& inputs, const std::filesystem::path& outputFolder)
 {
     SongList list;
-    Finder finder(list);
+    Finder finder(list, outputFolder);
     for (const std::string& input : inputs)
         finder.take(input);
     sortOnce(list.songs);

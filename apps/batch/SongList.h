@@ -42,11 +42,14 @@ inline constexpr const char* standardInputSong = "stdin";
 /// The file beside finished stems. It marks a folder as one of stems.
 inline constexpr const char* receiptName = "receipt.json";
 
+/// The page that shows a song's stems.
+inline constexpr const char* reportName = "report.html";
+
 /// Finds the songs that the inputs name: files, folders with everything below them, standard input. Each song
 /// appears once; the list is sorted by path, so that it is the same everywhere.
 ///
-/// In folders, the extension decides whether a file is a song. Names that begin with a full stop and folders
-/// of stems are left out.
+/// In folders, the extension decides whether a file is a song. Names that begin with a full stop, folders of
+/// stems and the output folder are left out.
 ///
 /// A song's folder has its name without extension. If several songs would have the same folder, the first in
 /// the list has it, and the others get " (2)", " (3)" and so on; case makes no difference.

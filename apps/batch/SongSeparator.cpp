@@ -2,17 +2,16 @@
 #include "batch/SongSeparator.h"
 
 #include <optional>
-#include <system_error>
 #include <utility>
 #include <vector>
 
 #include "audio/RawOutput.h"
 #include "audio/RawReader.h"
 #include "audio/SongReader.h"
-#include "audio/StemFolder.h"
+#include "audio/StemFiles.h"
 #include "batch/TrackMeters.h"
 #include "report/SongReport.h"
-#include "system/Failure.h"
+#include "system/OutputFolder.h"
 #include "system/Text.h"
 
 namespace tonwerk::app
@@ -21,9 +20,10 @@ namespace tonwerk::app
 namespace
 {
 
-SongSummary summaryOf(const SeparationResult& result, double gain)
+SongSummary summaryOf(const SongSource& song, const SeparationResult& result, double gain)
 {
-    return {result.audioSeconds, result.processingSeconds, result.nullPeak, result.nonFiniteSamples, gain};
+    return {result.audioSeconds, result.processingSeconds, result.nullPeak, result.nonFiniteSamples, gain,
+            song.warnings()};
 }
 
 } // namespace
@@ -51,36 +51,36 @@ SongSummary SongSeparator::separateToOutput(SongSource& song, const Separation::
 {
     RawOutput stems(output, song.channels());
     Separation separation(loaded, song, job.output.tracks, stems, {});
-    return summaryOf(separation.run(progress), 1.0);
+    const SeparationResult result = separation.run(progress);
+    return summaryOf(song, result, 1.0);
 }
 
 SongSummary SongSeparator::separateToFolder(const SongEntry& entry, SongSource& song,
                                             const Separation::Progress& progress)
 {
     const OutputSettings& settings = job.output;
-    StemFolder folder(entry.folder, namesOf(settings.tracks), song.channels(), song.sampleRate(),
-                      song.expectedFrames());
+    OutputFolder folder(entry.folder, filesOf(settings));
+    StemFiles files(folder, namesOf(settings.tracks), song.channels(), song.sampleRate(),
+                    song.expectedFrames());
     TrackMeters meters(settings.tracks.size(), song.channels(), song.sampleRate());
     std::vector<SeparationObserver*> observers{&meters};
     std::optional<SongReport> page;
     if (settings.report)
         observers.push_back(&page.emplace(settings.stems, song.sampleRate()));
-    Separation separation(loaded, song, settings.tracks, folder, observers);
+    Separation separation(loaded, song, settings.tracks, files, observers);
     const SeparationResult result = separation.run(progress);
     // One factor for all tracks keeps their balance.
     const double gain = gainToFit(meters.peak(), settings.format);
 
-    // A receipt must always describe the files beside it, so the old one goes first.
-    std::error_code absent;
-    std::filesystem::remove(entry.folder / receiptName, absent);
-    folder.commit(settings.format, gain);
+    files.finish(settings.format, gain);
     if (page)
-        page->write(entry.folder / "report.html",
+        page->write(folder.unfinished(reportName),
                     {toText(entry.path.filename()), model.name, model.passport.text("license"),
                      song.channels(), result.audioSeconds, result.processingSeconds, result.nullPeak,
                      result.nonFiniteSamples});
-    writeReceipt({entry, song, {song.sha256(), model.sha256}, model, result, meters, gain}, settings);
-    return summaryOf(result, gain);
+    writeReceipt({entry, song, {song.sha256(), model.sha256}, model, result, meters, folder, gain}, settings);
+    folder.commit(staleFiles(entry.folder, settings), job.lasting);
+    return summaryOf(song, result, gain);
 }
 
 } // namespace tonwerk::app

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "batch/Job.h"
 #include "batch/Receipt.h"
@@ -24,6 +26,8 @@ struct SongSummary
     std::uint64_t nonFiniteSamples;
     /// Factor of the samples in fixed-point files.
     double gain;
+    /// What the user should know of the song, as sentences.
+    std::vector<std::string> warnings;
 };
 
 /// Separates songs one after another with one copy of the model, from the song's file to the receipt. Not
@@ -35,7 +39,7 @@ public:
     /// \param output receives raw stems; not owned
     SongSeparator(const Job& job, std::shared_ptr<Model> loaded, const ModelFacts& model, std::FILE* output);
 
-    /// Separates a song. Leaves no files if it throws.
+    /// Separates a song. Leaves everything as it was if it throws.
     /// \throws Failure if the song cannot be separated
     /// \throws Interrupted if the user asks to stop
     SongSummary separate(const SongEntry& entry, const Separation::Progress& progress);

@@ -30,9 +30,9 @@ constexpr const char* details =
     "\n"
     "The stems are WAV files of the song's sample rate, channels and exact length: DIR/SONG/vocals.wav\n"
     "and so on, where SONG is the song's file name without its extension, with (2) and so on if songs\n"
-    "have the same name. Older files of these names are replaced. While they are being written their\n"
-    "names end in .part, and they can be played. DIR/SONG/receipt.json comes last; it tells what was\n"
-    "measured.\n"
+    "have the same name. Older files of these names are replaced. While they are being written they lie\n"
+    "in DIR/SONG/tonwerk-unfinished, and they can be played. DIR/SONG/receipt.json comes last; it tells\n"
+    "what was measured.\n"
     "\n"
     "The default model is the one that the environment variable TONWERK_MODEL names, else\n"
     "tonwerk-standard.onnx beside the program or in the folder models beside the program's, else\n"
@@ -65,11 +65,18 @@ struct RawOptions
     bool report = false;
     bool raw = false;
     bool resume = false;
+    bool fast = false;
 };
 
 void declareMain(CLI::App& app, RawOptions& raw)
 {
-    app.add_option("SONG", raw.songs, "The songs to separate")->take_all()->type_name("");
+    app.add_option("SONG", raw.songs, "The songs to separate")
+        // As many as there are. Where an option takes "extra" arguments, names in brackets are taken for
+        // lists.
+        ->expected(CLI::detail::expected_max_vector_size, CLI::detail::expected_max_vector_size)
+        ->allow_extra_args(false)
+        ->take_all()
+        ->type_name("");
     app.add_option("-o,--output", raw.outputFolder, "Folder in which the songs' folders are made")
         ->type_name("DIR");
     app.add_option("--model", raw.model,
@@ -113,6 +120,11 @@ void declareBatch(CLI::App& app, RawOptions& raw)
 {
     app.add_flag("--resume", raw.resume,
                  "Skip songs whose receipt says that they were separated by this model with these options");
+    app.add_flag(
+           "--fast", raw.fast,
+           "Do not wait until a song's files are on the disk: a crash of the machine may then leave empty\n"
+           "or missing ones of songs that were done")
+        ->take_last();
     app.add_option("--jobs", raw.jobs, "Songs to separate at once, each with a copy of the model in memory")
         ->check(CLI::Range(1U, 64U).description(""))
         ->type_name("N");
@@ -221,6 +233,7 @@ CommandLine checked(const RawOptions& raw)
     readShard(raw.shard, job);
     job.raw = raw.raw;
     job.resume = raw.resume;
+    job.lasting = !raw.fast;
     return {std::move(job), false, raw.progress == "json"};
 }
 

@@ -41,7 +41,8 @@ void JsonProgressReporter::done(const SongEntry& song, const SongSummary& summar
            {"null_test_dbfs",
             summary.nullPeak > 0.0 ? Json(20.0 * std::log10(summary.nullPeak)) : Json(nullptr)},
            {"gain_db", 20.0 * std::log10(summary.gain)},
-           {"non_finite_samples", summary.nonFiniteSamples}});
+           {"non_finite_samples", summary.nonFiniteSamples},
+           {"warnings", summary.warnings}});
 }
 
 void JsonProgressReporter::skipped(const SongEntry& song)
@@ -62,7 +63,7 @@ void JsonProgressReporter::end(const BatchCounts& counts)
 void JsonProgressReporter::print(const Json& event)
 {
     const std::lock_guard lock(guard);
-    const std::string line = event.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
+    const std::string line = printableJson(event.dump(-1, ' ', false, Json::error_handler_t::replace)) + "\n";
     std::fputs(line.c_str(), stderr);
     std::fflush(stderr);
 }

@@ -22,7 +22,7 @@ void TextProgressReporter::noted(const std::string& sentence)
     const std::lock_guard lock(guard);
     if (display)
         display->endLine();
-    std::fprintf(stderr, "Note: %s\n", sentence.c_str());
+    std::fprintf(stderr, "Note: %s\n", printable(sentence).c_str());
 }
 
 void TextProgressReporter::progress(const SongEntry& song, double fraction, double audioSeconds)
@@ -42,6 +42,8 @@ void TextProgressReporter::done(const SongEntry& song, const SongSummary& summar
 {
     const std::lock_guard lock(guard);
     finish(toText(song.path));
+    for (const std::string& warning : summary.warnings)
+        warn(warning);
     if (summary.nonFiniteSamples > 0)
         warn(std::to_string(summary.nonFiniteSamples) + " samples of the song are not finite numbers.");
     if (summary.gain < 1.0)
@@ -52,7 +54,7 @@ void TextProgressReporter::done(const SongEntry& song, const SongSummary& summar
              " dB, so that none clips.");
     }
     std::fprintf(lines, "%s (%s): real-time factor %.3f, null test %.1f dBFS (%.3g)\n",
-                 toText(song.path.filename()).c_str(), asClock(summary.audioSeconds).c_str(),
+                 printable(toText(song.path.filename())).c_str(), asClock(summary.audioSeconds).c_str(),
                  summary.processingSeconds / summary.audioSeconds, 20.0 * std::log10(summary.nullPeak),
                  summary.nullPeak);
     std::fflush(lines);
@@ -61,14 +63,14 @@ void TextProgressReporter::done(const SongEntry& song, const SongSummary& summar
 void TextProgressReporter::skipped(const SongEntry& song)
 {
     const std::lock_guard lock(guard);
-    std::fprintf(lines, "%s: already done\n", toText(song.path.filename()).c_str());
+    std::fprintf(lines, "%s: already done\n", printable(toText(song.path.filename())).c_str());
 }
 
 void TextProgressReporter::failed(const std::string& input, const std::string& sentence)
 {
     const std::lock_guard lock(guard);
     finish(input);
-    std::fprintf(stderr, "tonwerk-separate: %s\n", sentence.c_str());
+    std::fprintf(stderr, "tonwerk-separate: %s\n", printable(sentence).c_str());
 }
 
 void TextProgressReporter::end(const BatchCounts& counts)
@@ -97,7 +99,7 @@ void TextProgressReporter::finish(const std::string& path)
 
 void TextProgressReporter::warn(const std::string& sentence) const
 {
-    std::fprintf(stderr, "Warning: %s\n", sentence.c_str());
+    std::fprintf(stderr, "Warning: %s\n", printable(sentence).c_str());
 }
 
 } // namespace tonwerk::app

@@ -8,7 +8,7 @@
 #include <nlohmann/json.hpp>
 
 #include "report/ReportPage.h"
-#include "system/AtomicFile.h"
+#include "system/NewFile.h"
 
 namespace tonwerk::app
 {
@@ -111,7 +111,7 @@ void SongReport::write(const std::filesystem::path& path, const SongFacts& facts
         page["stems"].push_back(std::move(description));
     }
     const std::string text = reportPage(page);
-    writeFileAtomically(path, text.data(), text.size());
+    writeNewFile(path, text.data(), text.size());
 }
 
 } // namespace tonwerk::app

@@ -46,8 +46,8 @@ public:
     void observeSong(std::span<const float> stereo) override { song.feed(stereo); }
     void observeStems(const std::vector<std::vector<float>>& results) override;
 
-    /// Writes the page at the end of the song, once. It replaces an older file.
-    /// \param path the page's file, in the folder of the stems
+    /// Writes the page at the end of the song, once.
+    /// \param path the page's file, which must not exist, in the folder of the stems
     /// \throws Failure if the file cannot be written
     void write(const std::filesystem::path& path, const SongFacts& facts);
 

@@ -31,6 +31,7 @@ BinaryFile::BinaryFile(std::filesystem::path path, FileMode mode)
 
 std::size_t BinaryFile::read(void* bytes, std::size_t size)
 {
+    errno = 0;
     const std::size_t count = std::fread(bytes, 1, size, stream.get());
     note(std::ferror(stream.get()) == 0);
     return count;
@@ -47,7 +48,7 @@ bool BinaryFile::seek(std::int64_t offset, int origin)
 {
     const bool good = seekFile(stream.get(), offset, origin);
     // Decoders seek to positions that the file states, so a wrong one is the file's fault, not the system's.
-    if (fileMode == FileMode::Write)
+    if (fileMode == FileMode::Create)
         note(good);
     return good;
 }

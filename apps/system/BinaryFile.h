@@ -38,11 +38,11 @@ public:
     /// \throws Failure after any earlier failure
     void requireGood() const;
 
+    /// The file's state now: another one when somebody writes to it.
+    FileVersion version() const { return versionOf(stream.get()); }
+
     /// \throws Failure after this or any earlier failure
     void close();
-
-    /// Closes the file and ignores failures.
-    void discard() { stream.reset(); }
 
 private:
     struct Closer

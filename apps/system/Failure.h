@@ -18,7 +18,7 @@ public:
 class Interrupted : public std::runtime_error
 {
 public:
-    Interrupted() : std::runtime_error("Interrupted: songs that are not done have left no stems.") {}
+    Interrupted() : std::runtime_error("Interrupted: what was not done has left no files.") {}
 };
 
 /// An error in the command line; the text is one whole sentence.

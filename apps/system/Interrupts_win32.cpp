@@ -13,14 +13,14 @@ namespace
 
 std::atomic<bool> stopRequested{false};
 
-// Runs on a thread of the system. After a closed console or the end of a session the process ends as soon as
-// this returns, so then the thread waits for the main one, for the few seconds that the system grants.
-BOOL WINAPI requestStop(DWORD event)
+// Runs on a thread of the system, of its own for every event. After a closed console or the end of a session
+// the process ends as soon as this returns.
+BOOL WINAPI requestStop(DWORD)
 {
-    const bool again = stopRequested.exchange(true);
-    if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT)
-        Sleep(INFINITE);
-    return again ? FALSE : TRUE;
+    if (stopRequested.exchange(true))
+        return FALSE;
+    Sleep(static_cast<DWORD>(graceAfterInterrupt.count()));
+    endInterrupted();
 }
 
 } // namespace

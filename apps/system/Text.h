@@ -17,6 +17,13 @@ std::string toText(const std::filesystem::path& path);
 /// A path as UTF-8 text in quotation marks, for use in a sentence.
 std::string quoted(const std::filesystem::path& path);
 
+/// A text as one can print it on one line: characters that steer a terminal, end the line or turn the
+/// direction of writing, and bytes that are no UTF-8, appear as their numbers (\u001B, \x9B).
+std::string printable(const std::string& utf8);
+
+/// Text of one or more lines, in JSON notation, with the same characters escaped as JSON does it.
+std::string printableJson(const std::string& utf8);
+
 /// A foreign message for use in a sentence: on one line, without the full stop at its end.
 std::string asReason(const std::string& message);
 

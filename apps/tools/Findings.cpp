@@ -3,6 +3,8 @@
 
 #include <utility>
 
+#include "system/Text.h"
+
 namespace tonwerk::app
 {
 
@@ -13,7 +15,7 @@ Findings::Findings(std::string errorName, std::FILE* output) : errorName(std::mo
 // Flushed, because a library may crash the process.
 void Findings::add(const std::string& label, const std::string& text) const
 {
-    std::fprintf(stream, "%-10s %s\n", label.c_str(), text.c_str());
+    std::fprintf(stream, "%-10s %s\n", label.c_str(), printable(text).c_str());
     std::fflush(stream);
 }
 

@@ -7,8 +7,8 @@
 
 #include "api/ModelScrambling.h"
 #include "separation/Model.h"
-#include "system/AtomicFile.h"
 #include "system/Failure.h"
+#include "system/NewFile.h"
 #include "system/Text.h"
 
 namespace tonwerk::app
@@ -23,9 +23,9 @@ void scrambleModel(const std::filesystem::path& model, const std::filesystem::pa
         throw Failure("The scrambled model would replace the model " + quoted(model) +
                       ": give it another name.");
     const ScrambledCopy scrambled(bytes.data(), bytes.size(), key);
-    writeFileAtomically(output, scrambled.data(), scrambled.size());
+    replaceFile(output, scrambled.data(), scrambled.size());
     std::printf("%s: %zu bytes. Separate with it by --model and --key; the same command turns it back.\n",
-                quoted(output).c_str(), bytes.size());
+                printable(quoted(output)).c_str(), bytes.size());
 }
 
 } // namespace tonwerk::app

@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 
 #include "system/Failure.h"
+#include "system/Interrupts.h"
 #include "system/Text.h"
 #include "tools/Doctor.h"
 #include "tools/ModelCheck.h"
@@ -103,6 +104,7 @@ int scrambleTool(const std::vector<std::string>& arguments)
         return good;
     if (key.empty())
         throw UsageError("The key is empty: that would scramble nothing.");
+    watchInterrupts(); // so that nothing unfinished is left behind
     scrambleModel(toPath(model), toPath(output), key);
     return good;
 }

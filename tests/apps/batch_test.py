@@ -14,10 +14,21 @@ import signal
 import subprocess
 from pathlib import Path
 
-from program import GAINS, PROGRESS, RATE, ProgramTest, file_set, main, noise, wav_bytes, wav_header, wav_parts
+from program import (
+    GAINS,
+    INTERRUPTED,
+    PROGRESS,
+    RATE,
+    ProgramTest,
+    file_set,
+    main,
+    noise,
+    wav_bytes,
+    wav_header,
+    wav_parts,
+)
 
 MANUAL = Path(__file__).resolve().parents[2] / "docs" / "separate.md"
-INTERRUPTED = "tonwerk-separate: Interrupted: songs that are not done have left no stems."
 
 
 class BatchTest(ProgramTest):
@@ -115,8 +126,8 @@ class BatchTest(ProgramTest):
                               preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL)) as program:
             percents = (int(line.split()[0]) for line in program.stderr if PROGRESS.fullmatch(line.strip()))
             next(percent for percent in percents if percent > 50)
-            self.assertIn("long/vocals.wav.part", self.files())
-            part = (self.folder / "out/long/drum.wav.part").read_bytes()
+            self.assertIn("long/tonwerk-unfinished/vocals.wav", self.files())
+            part = (self.folder / "out/long/tonwerk-unfinished/drum.wav").read_bytes()
             self.assertGreaterEqual(len(wav_parts(part)[1]), 252928 * 8)
             program.send_signal(signal.SIGINT)
             last = program.stderr.read().splitlines()[-1]

@@ -24,6 +24,7 @@ SUMMARY = re.compile(r"(.+) \(\d+:\d\d\): real-time factor \d+\.\d+, "
                      r"null test (-?[\d.]+|-inf) dBFS \(([\d.e+-]+)\)")
 # The runtime speaks before any of our code can silence it where the system hides its processor's caches.
 RUNTIMES_OWN = re.compile(r"\[E:onnxruntime:.*InitializeCpuInfo\]")
+INTERRUPTED = "tonwerk-separate: Interrupted: what was not done has left no files."
 PROGRESS = re.compile(r"\d+ %, \d+:\d\d left, [\d.]+ x real time")
 # Mostly what the edges of a song have in the Nyquist bin; elsewhere rounding, about 1e-7.
 TOLERANCE = 1e-4

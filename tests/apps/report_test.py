@@ -260,13 +260,13 @@ class ReportTest(unittest.TestCase):
         self.browser.wait("[0, 2].every((stem) => document.querySelectorAll('audio')[stem].currentTime > 0.2)")
         self.assertTrue(all("bass.wav" in error for error in self.browser.errors()))
 
-    def test_a_page_that_cannot_be_written_is_told_and_the_stems_stay(self) -> None:
+    def test_a_page_that_has_no_place_is_told_at_once(self) -> None:
         folder = self.folder / "out" / "blocked"
         (folder / "report.html").mkdir(parents=True)
         done = separate(self.folder, "blocked.wav", 1, "--report")
         self.assertEqual(done.returncode, 1)
-        self.assertRegex(done.stderr.splitlines()[-1], r'^tonwerk-separate: Cannot rename ".*report.html.part".*\.$')
-        self.assertEqual({path.name for path in folder.iterdir()}, {"report.html", *(f"{name}.wav" for name in STEMS)})
+        self.assertRegex(done.stderr.splitlines()[-1], r'^tonwerk-separate: Cannot write ".*report.html": .*\.$')
+        self.assertEqual({path.name for path in folder.iterdir()}, {"report.html"})
 
     def test_no_page_is_written_unasked(self) -> None:
         self.assertEqual(separate(self.folder, "plain.wav", 1).returncode, 0)

@@ -55,7 +55,7 @@ TEST(WavFile, HoldsTheVeryBitsOfFixedPointSamples)
     const ScratchFolder folder;
     for (const auto& [format, bytes] : {std::pair{SampleFormat::Pcm16, 2}, {SampleFormat::Pcm24, 3}})
     {
-        const auto path = folder.path() / "stem.wav";
+        const auto path = folder.path() / (std::to_string(bytes) + ".wav");
         WavFile file(path, format, 1, 44100, 6);
         const int unused = 32 - 8 * bytes;
         std::vector<std::int32_t> samples;
