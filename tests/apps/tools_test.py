@@ -263,7 +263,7 @@ class Scramble(ToolTest):
     def test_nothing_is_left_of_what_cannot_be_written(self) -> None:
         (self.folder / "taken.onnx" / "full").mkdir(parents=True)
         gains = models / "gains.onnx"
-        self.assert_failed(self.scramble(gains, "taken.onnx"), "Cannot rename")
+        self.assert_failed(self.scramble(gains, "taken.onnx"), "is no file")
         self.assert_failed(self.scramble(gains, "nowhere/model.onnx"), "Cannot open")
         self.assert_failed(self.scramble("missing.onnx", "model.onnx"), "does not exist")
         self.assertEqual([path.name for path in self.folder.iterdir()], ["taken.onnx"])
