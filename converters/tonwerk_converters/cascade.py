@@ -20,6 +20,10 @@ def _add_arguments(parser: ArgumentParser) -> None:
                         help="the model that works on the rest, and gives the stems that the first lacks")
     parser.add_argument("--first-stems", metavar="STEM,STEM",
                         help="the stems to take from the first; default: those that its passport names")
+    parser.add_argument("--second-opinion", type=float, default=0.0, metavar="SHARE",
+                        help="let the second model hear the whole sound too, and its estimate of the first's stems count with "
+                             "this share, 0 to 0.5: that takes away much of what the first finds where there is nothing; "
+                             "default: 0, which saves the run")
     parser.add_argument("--name", help="the name in the new model's passport")
 
 
@@ -38,7 +42,12 @@ def _convert(options: Namespace) -> Converted:
     others = [stem for stem in second_passport.stems if stem not in chosen]
     if not others:
         raise ConversionError(f"{options.second} has no stem that {options.first} lacks.")
-    model = cascade(first, second, chosen, others)
+    if not 0 <= options.second_opinion <= 0.5:
+        raise ConversionError("--second-opinion is a share between 0 and 0.5.")
+    unheard = [stem for stem in chosen if stem not in second_passport.stems]
+    if options.second_opinion and unheard:
+        raise ConversionError(f"{options.second} has no opinion on {', '.join(unheard)}.")
+    model = cascade(first, second, chosen, others, options.second_opinion)
     return Converted(model, _joined(first_passport, second_passport, chosen, others, options))
 
 
@@ -48,13 +57,20 @@ def _passport(model: ModelProto, path: Path) -> Passport:
     return Passport.read(model) or Passport(path.name, "unknown", "unknown", "unknown", list(contract.STEMS))
 
 
-def cascade(first: ModelProto, second: ModelProto, chosen: list[str], others: list[str]) -> ModelProto:
-    """The model that gives the chosen stems of the first, and others of the second."""
+def cascade(first: ModelProto, second: ModelProto, chosen: list[str], others: list[str],
+            opinion: float = 0.0) -> ModelProto:
+    """The model that gives the chosen stems of the first, and others of the second. With an opinion above 0, that share
+    of the first's stems is the second's, as a geometric mean of both."""
     graph, spectrum = contract.open_graph()
     flags = {f"{stem}_flag": f"{stem}_flag" for stem in contract.FLAGS}
     sane = spectra.without_nonsense(graph, spectrum)
     own = take_in(graph, first.graph, "first/", {contract.INPUT: sane, **flags})
     stems = {stem: own(f"{stem}_output") for stem in chosen}
+    if opinion:
+        shared = {tensor.name: f"second/{tensor.name}" for tensor in second.graph.initializer}
+        own = take_in(graph, second.graph, "opinion/", {**shared, contract.INPUT: sane, **flags})
+        stems = {stem: spectra.geometric_mean(graph, value, own(f"{stem}_output"), opinion)
+                 for stem, value in stems.items()}
     taken = graph.add("Sum", *stems.values()) if len(stems) > 1 else next(iter(stems.values()))
     rest = graph.add("Sub", sane, taken)
     own = take_in(graph, second.graph, "second/", {contract.INPUT: rest, **flags})

@@ -69,3 +69,19 @@ def apply_mask(graph: Graph, spectrum: str, mask: str, rows: int, bins: int) -> 
     parts = graph.reshape(spectrum, CHANNELS, 2, rows, bins)
     product = graph.add("Mul", parts, graph.reshape(mask, CHANNELS, 1, rows, bins))
     return graph.reshape(product, 1, PLANES, rows, bins)
+
+
+def geometric_mean(graph: Graph, spectrum: str, other: str, share: float) -> str:
+    """The spectrum [1, 4, 256, 2048] with the magnitudes |spectrum|^(1 - share) |other|^share, and its own phases.
+
+    |re| + |im| stands for the magnitude: of two real masks on one sound it has the same ratio, and it cannot overflow.
+    """
+    sizes = (graph.add("Add", _absolute_sum(graph, value), SMALLEST_LEVEL) for value in (other, spectrum))
+    ratio = graph.add("Div", *sizes)
+    factor = graph.add("Exp", graph.add("Mul", graph.add("Log", ratio), share))
+    return apply_mask(graph, spectrum, factor, FRAMES, BINS)
+
+
+def _absolute_sum(graph: Graph, spectrum: str) -> str:
+    """|re| + |im| of both channels: [1, 4, 256, 2048] -> [2, 1, 256, 2048]."""
+    return graph.sum(graph.add("Abs", graph.reshape(spectrum, CHANNELS, 2, FRAMES, BINS)), 1, keep=True)

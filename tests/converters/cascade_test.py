@@ -57,6 +57,24 @@ class Cascade(ConverterTest):
         self.assertNotIn(7.0, [value for tensor in model.graph.initializer if tensor.data_type == TensorProto.FLOAT
                                for value in numpy_helper.to_array(tensor).flat], "the first's bass is still there")
 
+    def test_a_second_opinion_tempers_the_first(self) -> None:
+        second = self.save("second.onnx", gains(SECOND))
+        model = self.converted("cascade", self.first(), second, "--second-opinion", "0.2")
+        vocals, drum = 0.5 ** 0.8 * 0.9 ** 0.2, 0.25 ** 0.8 * 0.8 ** 0.2
+        for level in (1, 1e-15, 1e15):
+            results, = stems_of(model, level * noise())
+            for stem, factor in {"vocals": vocals, "drum": drum, "bass": -(1 - vocals - drum)}.items():
+                self.assertLess(error(results[stem], factor * level * noise()), 1e-6, stem)
+        self.assertFalse(stems_of(model, 0 * noise())[0]["vocals"].any())
+        silent = self.save("silent.onnx", gains({**SECOND, "vocals": 0.0}))
+        results, = stems_of(self.converted("cascade", self.first(), silent, "--second-opinion", "0.5"), noise())
+        self.assertLess(abs(results["vocals"]).max(), 1e-12)
+        table = gains(SECOND)
+        table.graph.initializer.append(numpy_helper.from_array(np.ones((1, 4, 256, 2048), np.float32), "table"))
+        table.graph.node[0].input[1] = "table"
+        joined = self.converted("cascade", self.first(), self.save("table.onnx", table), "--second-opinion", "0.2")
+        self.assertLess(joined.ByteSize(), 1.5 * table.ByteSize(), "the second's weights are there twice")
+
     def test_what_is_no_number_reaches_neither(self) -> None:
         second = self.save("second.onnx", gains(SECOND))
         broken = noise()
@@ -85,6 +103,10 @@ class Cascade(ConverterTest):
         nameless = self.save("nameless.onnx", gains(SECOND))
         self.assert_refused("has no passport", "cascade", nameless, nameless)
         self.assert_refused("must be some of", "cascade", nameless, nameless, "--first-stems", "vocals,flute")
+        for share in ("-0.1", "0.6", "nan"):
+            self.assert_refused("a share between", "cascade", self.first(), nameless, "--second-opinion", share)
+        self.assert_refused("no opinion on vocals", "cascade", self.first(), "--second-opinion", "0.2",
+                            self.save("a.onnx", gains(SECOND, passport("B", ["drum", "bass"]))))
         self.assert_refused("no stem that", "cascade", self.first(),
                             self.save("b.onnx", gains(SECOND, passport("B", ["drum"]))))
         self.assert_refused("different sample rates", "cascade", self.first(),
