@@ -20,12 +20,14 @@ find_package(xtensor CONFIG REQUIRED)
 find_path(stbFolder stb_image_write.h REQUIRED)
 find_path(resamplerFolder CDSPResampler.h PATH_SUFFIXES r8brain r8brain-free-src REQUIRED)
 find_package(boost_hash2 CONFIG REQUIRED)
+find_package(boost_lockfree CONFIG REQUIRED)
 
 # Our sources name stb's header as Debian does.
 file(WRITE "${PROJECT_BINARY_DIR}/vcpkg/stb/stb_image_write.h" "#include <stb_image_write.h>\n")
 
 target_link_libraries(tonwerk_deps INTERFACE
-    CLI11::CLI11 nlohmann_json::nlohmann_json plog::plog xtensor Boost::hash2)
+    CLI11::CLI11 nlohmann_json::nlohmann_json plog::plog xtensor Boost::hash2
+    Boost::lockfree)
 target_include_directories(tonwerk_deps SYSTEM INTERFACE
     "${stbFolder}" "${PROJECT_BINARY_DIR}/vcpkg")
 

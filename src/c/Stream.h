@@ -36,6 +36,10 @@ public:
     /// As tonwerk_stream_cancel.
     void cancel() { inference->cancel(); }
 
+    /// cancel() for a thread that must not wait, while this thread or another one is in a call: wait-free.
+    /// Must not overlap with cancel() or reset().
+    void interrupt() noexcept { inference->interrupt(); }
+
     /// What can be read.
     StemQueue& results() { return queue; }
     const StemQueue& results() const { return queue; }

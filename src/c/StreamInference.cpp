@@ -92,6 +92,12 @@ void StreamInference::cancel()
     context->turns().reconsider();
 }
 
+void StreamInference::interrupt() noexcept
+{
+    cancelled = true;
+    runSwitch->stop();
+}
+
 void StreamInference::allow()
 {
     const std::lock_guard lock(switching);

@@ -46,6 +46,10 @@ public:
     /// From any thread: a run that waits or is under way ends, and no other one begins until allow().
     void cancel();
 
+    /// cancel() for a thread that must not wait: wait-free, but a run that waits for its turn waits on, and
+    /// only then ends. Must not overlap with cancel() or allow().
+    void interrupt() noexcept;
+
     /// Runs may begin again.
     void allow();
 

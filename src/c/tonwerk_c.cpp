@@ -6,38 +6,21 @@
 #include <string>
 #include <utility>
 
-#include "c/Context.h"
 #include "c/Failures.h"
+#include "c/Handles.h"
 #include "c/Presets.h"
 #include "c/Providers.h"
 #include "c/Records.h"
-#include "c/Stream.h"
-#include "tonwerk/StreamGeometry.h"
+#include "c/StreamChoices.h"
 
 using tonwerk::c::guarded;
 using tonwerk::c::report;
 
-struct tonwerk_context
-{
-    std::shared_ptr<tonwerk::c::Context> shared;
-};
-
-struct tonwerk_stream : tonwerk::c::Stream
-{
-    using Stream::Stream;
-};
-
 namespace
 {
 
-using tonwerk::geometry::segmentFrames;
-
 constexpr std::uint32_t knownFlags = TONWERK_PIN_THREADS | TONWERK_SPIN_THREADS;
 constexpr std::uint32_t mostThreads = 1024;
-
-/// What a run may know beyond the frames that it gives out or holds: those of the lead-out, or of the
-/// lead-in.
-constexpr std::size_t edgeRows = 5;
 
 tonwerk_status invalid(const char* reason) noexcept
 {
@@ -108,27 +91,13 @@ tonwerk_status load(const void* model, size_t modelSize, const tonwerk_context_o
     }
 }
 
-/// Works out the geometry that the options ask for.
-/// \return empty, or what is wrong with the options
-std::string readGeometry(const tonwerk_stream_options& options, std::size_t rows, RunGeometry& geometry)
-{
-    geometry = {options.step, options.lookahead, options.blend};
-    if (geometry.step == 0 && geometry.held() == 0)
-        geometry = tonwerk::c::ordinaryPreset().geometry;
-    std::string fault = geometry.fault(segmentFrames);
-    if (fault.empty() && rows < segmentFrames && geometry.step + geometry.held() + edgeRows > rows)
-        fault = "The model computes the newest " + std::to_string(rows) + " frames of a run, and step, " +
-                "lookahead and blend need " + std::to_string(geometry.step + geometry.held() + edgeRows) +
-                '.';
-    return fault;
-}
-
 tonwerk_status openStream(tonwerk::c::Context& context, std::shared_ptr<tonwerk::c::Context> shared,
                           const tonwerk_stream_options& options, tonwerk_stream** stream)
 {
     const tonwerk::c::LogScope log(context.log());
     RunGeometry geometry{};
-    const std::string fault = readGeometry(options, context.rows(), geometry);
+    const std::string fault =
+        tonwerk::c::chooseGeometry(options, context.rows(), tonwerk::c::ordinaryPreset(), geometry);
     if (!fault.empty())
         return invalid(fault.c_str());
     *stream = new tonwerk_stream(std::move(shared), options.stems, geometry);
@@ -143,13 +112,9 @@ tonwerk_status takeAndOpen(tonwerk_context* context, const void* record, tonwerk
     *stream = nullptr;
     if (context == nullptr)
         return invalid("The context is null.");
-    tonwerk_stream_options options = TONWERK_STREAM_OPTIONS_INIT;
-    if (record != nullptr)
-        if (const char* fault =
-                tonwerk::c::takeRecord(record, &options, sizeof options, {sizeof(tonwerk_config)}))
-            return invalid(fault);
-    if ((options.stems & ~TONWERK_ALL_STEMS) != 0)
-        return invalid("The options ask for a stem that does not exist.");
+    tonwerk_stream_options options{};
+    if (const char* fault = tonwerk::c::takeStreamOptions(record, options))
+        return invalid(fault);
     return guarded(TONWERK_STREAM_FAILED,
                    [&] { return openStream(*context->shared, context->shared, options, stream); });
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 /* The binary interface of version 1 as a C compiler sees it: what is written down here must never change, and
    the header compiles as C. Records grow at their ends, and then a line for the new field is added here. */
-#include <tonwerk/tonwerk_c.h>
+#include <tonwerk/tonwerk_live.h>
 
 #define HOLDS(condition) _Static_assert(condition, #condition)
 
@@ -43,3 +43,16 @@ HOLDS(offsetof(tonwerk_stream_info, frames_until_result) == 32 &&
 HOLDS(offsetof(tonwerk_stream_info, runs) == 48 && offsetof(tonwerk_stream_info, failed_runs) == 56);
 HOLDS(offsetof(tonwerk_stream_info, last_run_seconds) == 64);
 HOLDS(offsetof(tonwerk_stream_info, worst_run_seconds) == 72);
+
+HOLDS(TONWERK_LIVE_DRY == 1);
+HOLDS(sizeof(tonwerk_live_options) == 24);
+HOLDS(offsetof(tonwerk_live_options, flags) == 4 && offsetof(tonwerk_live_options, block) == 8);
+HOLDS(offsetof(tonwerk_live_options, run_frames) == 12 && offsetof(tonwerk_live_options, stream) == 16);
+
+HOLDS(sizeof(tonwerk_live_info) == 88);
+HOLDS(offsetof(tonwerk_live_info, block) == 4 && offsetof(tonwerk_live_info, latency) == 8);
+HOLDS(offsetof(tonwerk_live_info, underruns) == 16 && offsetof(tonwerk_live_info, late_frames) == 24);
+HOLDS(offsetof(tonwerk_live_info, restarts) == 32 && offsetof(tonwerk_live_info, runs) == 40);
+HOLDS(offsetof(tonwerk_live_info, failed_runs) == 48 && offsetof(tonwerk_live_info, cancelled_runs) == 56);
+HOLDS(offsetof(tonwerk_live_info, last_run_seconds) == 64);
+HOLDS(offsetof(tonwerk_live_info, worst_run_seconds) == 72 && offsetof(tonwerk_live_info, load) == 80);

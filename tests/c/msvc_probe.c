@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 /* A program as Microsoft's compiler and linker make it, without any run-time library: calls the C library
    through its import library and returns 0, or the number of the step that went wrong. */
-#include <tonwerk/tonwerk_c.h>
+#include <tonwerk/tonwerk_live.h>
 
 int probe(void)
 {
@@ -16,5 +16,7 @@ int probe(void)
         return 3;
     if (tonwerk_context_create("no model", 8, "key", 3, &context) != TONWERK_MODEL_REFUSED)
         return 4;
+    if (tonwerk_live_latency(NULL) != 0)
+        return 5;
     return 0;
 }
