@@ -165,8 +165,8 @@ void Live::leaveOut(const LiveOutput& output, std::size_t at, std::size_t count,
     silence(output, at, count);
     if (!choices.dry)
         return;
-    float* left = output.channels[2 * TONWERK_RESIDUAL];
-    float* right = output.channels[2 * TONWERK_RESIDUAL + 1];
+    float* left = output.channels[geometry::channels * residualStem];
+    float* right = output.channels[geometry::channels * residualStem + 1];
     for (std::size_t i = 0; i < count; ++i)
     {
         const InputFrame& frame = history[(number + i) % history.size()];

@@ -39,7 +39,7 @@ struct LiveInput
 /// Where a block of stems goes: left and right of every stem, or null.
 struct LiveOutput
 {
-    std::array<float*, TONWERK_CHANNEL_COUNT> channels;
+    std::array<float*, stemRows> channels;
     std::size_t stride;
 };
 

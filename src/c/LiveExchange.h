@@ -9,10 +9,14 @@
 
 #include <boost/lockfree/spsc_queue.hpp>
 
-#include "tonwerk/tonwerk_c.h"
+#include "common/Stems.h"
+#include "tonwerk/StreamGeometry.h"
 
 namespace tonwerk::c
 {
+
+/// Channels of all stems: left and right of every stem.
+inline constexpr std::size_t stemRows = geometry::channels * stemNames.size();
 
 /// A frame of the input. Frames are numbered from 0 on, through all streams of a live object.
 struct InputFrame
@@ -36,7 +40,7 @@ struct StemBlock
 
     std::uint64_t first = 0;
     std::size_t count = 0;
-    std::array<float, TONWERK_CHANNEL_COUNT * capacity> samples{};
+    std::array<float, stemRows * capacity> samples{};
 };
 
 /// What passes between an audio thread and its worker. No operation waits or allocates. Each is for one of

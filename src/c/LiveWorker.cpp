@@ -143,7 +143,7 @@ void LiveWorker::deliver()
             results.clear();
             break;
         }
-        std::array<float*, TONWERK_CHANNEL_COUNT> rows{};
+        std::array<float*, stemRows> rows{};
         for (std::size_t row = 0; row < rows.size(); ++row)
             rows.at(row) = target->row(row);
         target->first = nextResult;

@@ -17,6 +17,8 @@ using tonwerk::c::LiveChoices;
 using tonwerk::c::LiveOutput;
 using tonwerk::c::report;
 
+static_assert(tonwerk::c::stemRows / 2 == TONWERK_STEM_COUNT);
+
 struct tonwerk_live : tonwerk::c::Live
 {
     using Live::Live;
@@ -112,7 +114,7 @@ size_t tonwerk_live_process_planar(tonwerk_live* live, const float* left, const 
     if (live == nullptr || channels == nullptr)
         return 0;
     LiveOutput output{{}, 1};
-    for (std::size_t channel = 0; channel < TONWERK_CHANNEL_COUNT; ++channel)
+    for (std::size_t channel = 0; channel < tonwerk::c::stemRows; ++channel)
         output.channels[channel] = channels[channel];
     return live->process({left, right, 1}, output, frames);
 }
