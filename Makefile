@@ -14,6 +14,7 @@
 #   make fuzz       fuzz each target for MINUTES=1
 #   make soak       stream HOURS=10 of audio, and an hour under Wine, and watch that nothing grows
 #   make check-deep the tests under Valgrind and the thread sanitizer
+#   make bench-live  an audio callback at real speed for SECONDS=600, in blocks of 64, 128 and 441, and with competing load
 #   make bench-peers  the same job in NumPy/SciPy and PyTorch, against ours
 #   make clean      remove what was built (what was fetched stays)
 
@@ -25,7 +26,7 @@ JOBS ?= $(shell nproc)
 MINUTES ?= 1
 HOURS ?= 10
 PYTHON := /usr/bin/python3
-SOURCES = $(shell find include src apps tests bench examples -name '*.h' -o -name '*.cpp' -o -name '*.c' 2>/dev/null)
+SOURCES = $(shell find include src apps plugins tests bench examples -name '*.h' -o -name '*.cpp' -o -name '*.c' 2>/dev/null)
 
 # PUBLIC_WEIGHTS=0 leaves the models with a public network's weights out of build and packages.
 PUBLIC_WEIGHTS ?= 1
@@ -40,7 +41,7 @@ configured = { [ build/cmake/$(1)/build.ninja -nt CMakePresets.json ] && \
 compile = cmake --build --preset $(1) -j $(JOBS)
 check = ctest --preset $(1) -j $(JOBS)
 
-.PHONY: help build windows package wheel demo test lint format bench fuzz soak check-deep bench-peers clean
+.PHONY: help build windows package wheel demo test lint format bench fuzz soak check-deep bench-live bench-peers clean
 
 help:
 	@sed -n '3,/^$$/s/^#   //p' Makefile
@@ -148,11 +149,23 @@ check-deep:
 	tools/setup.sh native fetch $(models) test deep
 	tools/fetch-deps.sh
 	@$(foreach preset,linux-release linux-tsan,$(call configured,$(preset)) &&) true
-	$(call compile,linux-tsan) --target unit_tests fake_backend_tests
+	$(call compile,linux-tsan) --target unit_tests fake_backend_tests shared_stream_tests
 	build/linux-tsan/unit_tests --gtest_brief=1
 	build/linux-tsan/fake_backend_tests --gtest_brief=1
+	build/linux-tsan/shared_stream_tests --gtest_brief=1
 	$(call compile,linux-release)
 	tools/memcheck.sh
+
+SECONDS ?= 600
+LIVE_MODEL ?= build/models/tonwerk-live.onnx
+
+bench-live:
+	tools/setup.sh native fetch $(models) test
+	tools/fetch-deps.sh
+	@$(call configured,linux-release)
+	$(call compile,linux-release) --target live_callback default_model
+	for frames in 64 128 441; do build/linux/live_callback $(LIVE_MODEL) $$frames $(SECONDS); done
+	build/linux/live_callback $(LIVE_MODEL) 128 $(SECONDS) 4
 
 bench-peers:
 	tools/setup.sh native fetch $(models) test peers

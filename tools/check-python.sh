@@ -22,7 +22,7 @@ while read -r group; do
 done <<GROUPS
 converters/tonwerk_converters
 training/tonwerk_training training/train training/export training/evaluate training/make-data training/adapt
-tools tests/c tests/checks tests/docs tests/embedding tests/examples tests/models tests/package tests/python
+tools tests/c tests/checks tests/docs tests/embedding tests/examples tests/lv2 tests/models tests/package tests/python
 tests/apps tests/models
 tests/training
 python/release.py python/hatch_build.py python/tonwerk

@@ -8,15 +8,16 @@
 set -euo pipefail
 
 declare -A packages=(
-    [native]="g++ cmake ninja-build googletest python3-minimal"
+    # lv2-dev has the headers of the plug-in.
+    [native]="g++ cmake ninja-build googletest lv2-dev python3-minimal"
     # patchelf gives the fetched runtime a name of its own.
     [fetch]="ca-certificates debian-archive-keyring patch patchelf xz-utils"
     # Fetches and converts the public network in the default model.
     [models]="python3 python3-numpy python3-onnx python3-pip"
     # clang, lld and llvm link the DLL (delayed loading needs lld); wine runs the Windows tests.
     [windows]="g++-mingw-w64-x86-64-posix clang lld llvm wine wine64"
-    # parallel is the batch example of docs/separate.md.
-    [test]="binutils parallel python3 python3-numpy python3-onnx python3-pefile unzip"
+    # parallel is the batch example of docs/separate.md; lilv-utils and sordi validate the LV2 plug-in and run it.
+    [test]="binutils lilv-utils parallel python3 python3-numpy python3-onnx python3-pefile sordi unzip"
     # The report page is tested in it.
     [browser]="chromium chromium-driver python3-selenium"
     [lint]="clang-format clang-tidy python3 python3-venv python3-numpy"

@@ -8,7 +8,7 @@ import re
 import sys
 from pathlib import Path
 
-FOLDERS = ("include", "src", "apps", "tests", "bench", "examples")
+FOLDERS = ("include", "src", "apps", "plugins", "tests", "bench", "examples")
 RUN_ON = re.compile(r"^\s*(?:///|\*).*\S.*\s\\(?:param|return|retval|throws|file|code|endcode)\b")
 
 

@@ -78,6 +78,8 @@ def is_for_this_package(package: Path, row: str) -> bool:
     networks = re.findall(r"`([\w.+-]+\.onnx)`", row)
     if networks and not any((package / "models" / name).exists() for name in networks):
         return False
+    if "Linux only" in row and WINDOWS:
+        return False
     return "Windows only" not in row or (WINDOWS and (not files or (package / "bin" / files[0]).exists()))
 
 
