@@ -13,7 +13,7 @@
 #   make bench      measure the pipeline against the cost of its transforms, and the memory of a stream (BENCH_OUT=DIR)
 #   make fuzz       fuzz each target for MINUTES=1
 #   make soak       stream HOURS=10 of audio, and an hour under Wine, and watch that nothing grows
-#   make check-deep the tests under Valgrind and the thread sanitizer
+#   make check-deep the tests under Valgrind and the thread sanitizer, and a catalogue on a cluster whose nodes are killed
 #   make bench-live  an audio callback at real speed for SECONDS=600, in blocks of 64, 128 and 441, and with competing load
 #   make bench-peers  the same job in NumPy/SciPy and PyTorch, against ours
 #   make clean      remove what was built (what was fetched stays)
@@ -91,6 +91,7 @@ test:
 	tools/setup.sh native fetch $(models) windows test browser training python
 	tools/fetch-deps.sh
 	tools/python-env.sh package
+	tools/python-env.sh catalogue
 	@$(foreach preset,linux-release linux-asan mingw-release,$(call configured,$(preset)) &&) true
 	$(call compile,linux-release)
 	$(call check,linux-release)
@@ -146,8 +147,10 @@ soak:
 	tools/wine-run.sh build/windows/soak.exe build/models/gains.onnx 60
 
 check-deep:
-	tools/setup.sh native fetch $(models) test deep
+	tools/setup.sh native fetch $(models) test deep python
 	tools/fetch-deps.sh
+	tools/python-env.sh package
+	tools/python-env.sh catalogue
 	@$(foreach preset,linux-release linux-tsan,$(call configured,$(preset)) &&) true
 	$(call compile,linux-tsan) --target unit_tests fake_backend_tests shared_stream_tests
 	build/linux-tsan/unit_tests --gtest_brief=1
@@ -155,6 +158,8 @@ check-deep:
 	build/linux-tsan/shared_stream_tests --gtest_brief=1
 	$(call compile,linux-release)
 	tools/memcheck.sh
+	tests/catalogue/run.sh "$(CURDIR)" "$(CURDIR)/build/models" "$(CURDIR)/build/linux/libtonwerk_c.so.1" \
+	    "$(CURDIR)/build/linux/tonwerk-separate" prove.py
 
 SECONDS ?= 600
 LIVE_MODEL ?= build/models/tonwerk-live.onnx
