@@ -26,7 +26,7 @@ tools tests/c tests/checks tests/docs tests/embedding tests/examples tests/lv2 t
 tests/apps tests/models
 tests/training
 python/release.py python/hatch_build.py python/tonwerk
-tests/wheel
+tests/wheel tests/docs
 tests/catalogue
 bench/peers tests/python
 examples/model examples/python

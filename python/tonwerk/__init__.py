@@ -23,6 +23,7 @@ from tonwerk.errors import (
     TonwerkError,
 )
 from tonwerk.files import FORMATS, separate_file
+from tonwerk.live import Live, LiveInfo, default_live_model
 from tonwerk.models import Model, default_model
 from tonwerk.separation import separate
 from tonwerk.streams import Stream, StreamInfo, presets
@@ -36,6 +37,7 @@ def library_version() -> str:
 
 
 __all__ = [
-    "FORMATS", "MODEL_STEMS", "STEMS", "AudioError", "CancelledError", "LibraryMissingError", "Model", "ModelError",
-    "ProviderError", "Stream", "StreamEndedError", "StreamFailedError", "StreamInfo", "TonwerkError", "__version__",
-    "default_model", "library_version", "presets", "separate", "separate_file"]
+    "FORMATS", "MODEL_STEMS", "STEMS", "AudioError", "CancelledError", "LibraryMissingError", "Live", "LiveInfo",
+    "Model", "ModelError", "ProviderError", "Stream", "StreamEndedError", "StreamFailedError", "StreamInfo",
+    "TonwerkError", "__version__", "default_live_model", "default_model", "library_version", "presets", "separate",
+    "separate_file"]

@@ -1,12 +1,13 @@
 # SPDX-License-Identifier: MIT
-"""The functions and records of tonwerk_c.h, by ctypes, which releases the interpreter's lock during every call."""
+"""The functions and records of tonwerk_c.h and tonwerk_live.h, by ctypes, which releases the interpreter's lock
+during every call."""
 
 import ctypes
 import functools
 import logging
 import os
 import sys
-from ctypes import POINTER, c_char_p, c_double, c_float, c_int32, c_size_t, c_uint32, c_uint64, c_void_p
+from ctypes import POINTER, c_char_p, c_double, c_float, c_int, c_int32, c_int64, c_size_t, c_uint32, c_uint64, c_void_p
 from pathlib import Path
 from typing import Any
 
@@ -67,6 +68,22 @@ class StreamRecord(Record):
                 ("last_run_seconds", c_double), ("worst_run_seconds", c_double)]
 
 
+class LiveOptions(Record):
+    """tonwerk_live_options"""
+
+    _fields_ = [*((name, c_uint32) for name in ("size", "flags", "block", "run_frames")),
+                ("stream", POINTER(StreamOptions))]
+
+
+class LiveRecord(Record):
+    """tonwerk_live_info"""
+
+    _fields_ = [("size", c_uint32), ("block", c_uint32),
+                *((name, c_uint64) for name in ("latency", "underruns", "late_frames", "restarts", "runs",
+                                                "failed_runs", "cancelled_runs")),
+                *((name, c_double) for name in ("last_run_seconds", "worst_run_seconds", "load"))]
+
+
 StemBuffers = FloatPointer * len(STEMS)
 
 # name: (what it returns, what it takes)
@@ -92,6 +109,14 @@ _FUNCTIONS: dict[str, tuple[Any, list[Any]]] = {
     "stream_frames_until_result": (c_uint64, [c_void_p]),
     "stream_latency": (c_uint64, [c_void_p]),
     "stream_get_info": (c_int32, [c_void_p, POINTER(StreamRecord)]),
+    "live_open": (c_int32, [c_void_p, POINTER(LiveOptions), POINTER(c_void_p)]),
+    "live_destroy": (None, [c_void_p]),
+    "live_process": (c_size_t, [c_void_p, c_void_p, POINTER(StemBuffers), c_size_t]),
+    "live_reset": (None, [c_void_p, c_int64]),
+    "live_position": (c_int64, [c_void_p]),
+    "live_set_offline": (None, [c_void_p, c_int]),
+    "live_latency": (c_uint64, [c_void_p]),
+    "live_get_info": (c_int32, [c_void_p, POINTER(LiveRecord)]),
 }
 
 # By tonwerk_status.

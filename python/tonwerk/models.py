@@ -149,11 +149,18 @@ class Model:
 
     def open_stream(self, options: _library.StreamOptions) -> ctypes.c_void_p:
         """A handle of the C interface, which keeps the model; for Stream alone."""
+        return self._opened("stream_open", options)
+
+    def open_live(self, options: _library.LiveOptions) -> ctypes.c_void_p:
+        """As open_stream; for Live alone."""
+        return self._opened("live_open", options)
+
+    def _opened(self, function: str, options: _library.Record) -> ctypes.c_void_p:
         if os.getpid() != self._process:
             raise RuntimeError("A model does not survive fork(), which leaves its threads behind: load it in the new "
                                "process, or start processes by multiprocessing's method \"spawn\".")
         handle = ctypes.c_void_p()
-        self._library.call("stream_open", self._handle, ctypes.byref(options), ctypes.byref(handle))
+        self._library.call(function, self._handle, ctypes.byref(options), ctypes.byref(handle))
         return handle
 
     def __reduce__(self) -> tuple[Any, ...]:
@@ -170,7 +177,7 @@ def _unpickled(path: str, key: bytes, choice: dict[str, Any]) -> Model:
     return Model(path, key=key, **choice)
 
 
-@functools.lru_cache(maxsize=1)
+@functools.lru_cache(maxsize=2)
 def _shared(path: Path) -> Model:
     return Model(path)
 
@@ -179,7 +186,7 @@ _sharing = threading.Lock()
 
 
 def as_model(model: "Model | str | os.PathLike[str] | bytes | None") -> Model:
-    """The model itself, or loads it. The last one that was named by its path is kept for the next call."""
+    """The model itself, or loads it. The last two that were named by their paths are kept for the next calls."""
     if isinstance(model, Model):
         return model
     if isinstance(model, bytes):

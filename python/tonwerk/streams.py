@@ -54,7 +54,8 @@ def presets() -> tuple[str, ...]:
     return tuple(names)
 
 
-def _options(quality: str, step: int | None, lookahead: int, blend: int) -> _library.StreamOptions:
+def stream_options(quality: str, step: int | None, lookahead: int, blend: int) -> _library.StreamOptions:
+    """The three numbers, or those of a preset. Raises ValueError for a preset that there is not."""
     options = _library.StreamOptions()
     if step is not None:
         options.step, options.lookahead, options.blend = step, lookahead, blend
@@ -78,6 +79,22 @@ def as_stereo(block: ArrayLike) -> Samples:
     if samples.ndim != 2 or samples.shape[1] != 2:
         raise ValueError(f"A block must have the shape (frames, 2), and not {samples.shape}.")
     return samples.astype(np.float32, copy=False)
+
+
+def buffers_of(targets: Mapping[str, Samples], stems: Iterable[str]) -> tuple[Any, int]:
+    """(the places for the stems as the C interface has them, their frames). Raises ValueError for other arrays than
+    contiguous float32 of shape (frames, 2), all of one length, and for a stem that is not among `stems`."""
+    lengths = {len(target) for target in targets.values()}
+    if len(lengths) != 1:
+        raise ValueError("The targets must be arrays of one length, and at least one.")
+    buffers = _library.StemBuffers()
+    for stem, target in targets.items():
+        if target.dtype != np.float32 or target.shape[1:] != (2,) or not target.flags.carray:
+            raise ValueError(f"The target for {stem} must be a contiguous float32 array of shape (frames, 2).")
+        if stem not in stems:
+            raise ValueError(f"The stream was not asked for {stem}.")
+        buffers[_stems.STEMS.index(stem)] = ctypes.cast(target.ctypes.data, _library.FloatPointer)
+    return buffers, lengths.pop()
 
 
 class Stream:
@@ -110,7 +127,7 @@ class Stream:
         """
         self.model = as_model(model)
         self.stems = _stems.checked((*self.model.stems, _stems.RESIDUAL) if stems is None else stems)
-        options = _options(quality, step, lookahead, blend)
+        options = stream_options(quality, step, lookahead, blend)
         options.stems = _stems.bits(_stems.asked_of_model(self.stems))
         self._library = _library.library()
         self._turn = threading.RLock()
@@ -166,20 +183,10 @@ class Stream:
         targets: for each stem a contiguous float32 array of shape (frames, 2), all of one length. All stems move on
             by these frames, those that are not among the targets too.
         """
-        lengths = {len(target) for target in targets.values()}
-        if len(lengths) != 1:
-            raise ValueError("The targets must be arrays of one length, and at least one.")
-        buffers = _library.StemBuffers()
-        for stem, target in targets.items():
-            if target.dtype != np.float32 or target.shape[1:] != (2,) or not target.flags.carray:
-                raise ValueError(f"The target for {stem} must be a contiguous float32 array of shape (frames, 2).")
-            if stem not in self.stems:
-                raise ValueError(f"The stream was not asked for {stem}.")
-            buffers[_stems.STEMS.index(stem)] = ctypes.cast(target.ctypes.data, _library.FloatPointer)
+        buffers, frames = buffers_of(targets, self.stems)
         count = ctypes.c_size_t()
         with self._turn:
-            self._library.call("stream_read", self._open_handle(), ctypes.byref(buffers), lengths.pop(),
-                               ctypes.byref(count))
+            self._library.call("stream_read", self._open_handle(), ctypes.byref(buffers), frames, ctypes.byref(count))
         return count.value
 
     def process(self, blocks: Iterable[ArrayLike], size: int | None = None) -> Iterator[Stems]:

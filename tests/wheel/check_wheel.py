@@ -99,7 +99,7 @@ def main() -> None:
         install(python, str(wheel), "--ignore-installed")
         work = folder / "Fremde Töne Ω"
         work.mkdir()
-        run(python, "-P", "-m", "unittest", "-v", "test_streams", "test_songs", cwd=work, HOME=str(work),
+        run(python, "-P", "-m", "unittest", "-v", "test_streams", "test_songs", "test_live", cwd=work, HOME=str(work),
             PYTHONPATH=str(HERE), PYTHONDONTWRITEBYTECODE="1", TONWERK_TEST_MODELS=str(MODELS))
         run_document(python, work)
         check_source_distribution(archive, Path(os.environ["TONWERK_BUILT_LIBRARY"]), folder)
