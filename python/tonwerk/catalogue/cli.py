@@ -104,6 +104,8 @@ def _run(arguments: argparse.Namespace) -> int:
         model = Model(path, key=arguments.key, threads=arguments.threads, provider=arguments.provider)
         counts = run_here(songs, model, task, resources, display.report)
     else:
+        # What no worker could load is said at once, and not for every song.
+        Model(path, key=arguments.key, threads=1, provider="cpu")
         content = (path.read_bytes(), arguments.key.encode(), arguments.provider)
         counts = run_on_ray(songs, content, task, resources, arguments.address, display.report)
     print(", ".join(f"{counts[state]} {name}" for state, name in (

@@ -10,8 +10,6 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 from typing import Any
 
-import numpy as np
-
 from tonwerk.catalogue.manifest import Song
 from tonwerk.catalogue.meters import Meter
 from tonwerk.catalogue.options import Options
@@ -123,29 +121,42 @@ def _measured_faults(path: Path, stem: str, track: dict[str, Any], receipt: dict
 
 
 def plan(songs: Iterable[Song], model: Model, options: Options, tries: int) -> dict[str, Any]:
-    """Separates a few songs, evenly spread over the manifest, keeps nothing, and estimates the whole.
+    """Separates a few songs, chosen by chance, keeps nothing, and estimates the whole.
 
     Returns numbers: songs, tried, seconds_per_song, real_time_factor (of one worker), worker_hours, input_bytes,
     output_bytes.
     """
-    every = list(songs)
-    if not every:
+    count, chosen = _sample(songs, max(tries, 1))
+    if not chosen:
         raise ValueError("There are no songs.")
-    places = sorted({int(place) for place in np.linspace(0, len(every) - 1, min(tries, len(every)))})
     seconds = elapsed = 0.0
     size = written = 0
     ending = FORMATS[options.format][0]
-    for place in places:
+    for song in chosen:
         with tempfile.TemporaryDirectory(prefix="tonwerk-") as name:
             begin = time.monotonic()
             scratch = Path(name)
-            _, song_size, _ = fetch(every[place].uri, scratch / "song")
-            result = SongResult(every[place], scratch / "song", scratch, model, options)
+            _, song_size, _ = fetch(song.uri, scratch / "song")
+            result = SongResult(song, scratch / "song", scratch, model, options)
             elapsed += time.monotonic() - begin
             seconds += result.seconds
             size += song_size
             written += sum(path.stat().st_size for path in scratch.glob(f"*.{ending}"))
-    share = len(every) / len(places)
-    return {"songs": len(every), "tried": len(places), "seconds_per_song": round(seconds / len(places), 1),
+    share = count / len(chosen)
+    return {"songs": count, "tried": len(chosen), "seconds_per_song": round(seconds / len(chosen), 1),
             "real_time_factor": round(elapsed / seconds, 4), "worker_hours": round(elapsed * share / 3600, 2),
             "input_bytes": round(size * share), "output_bytes": round(written * share)}
+
+
+def _sample(songs: Iterable[Song], size: int) -> tuple[int, list[Song]]:
+    """(number of songs, so many of them, each with the same chance), in one pass (Vitter 1985, algorithm R)."""
+    lots = random.Random(1)
+    chosen: list[Song] = []
+    count = 0
+    for count, song in enumerate(songs, 1):
+        place = lots.randrange(count)
+        if len(chosen) < size:
+            chosen.append(song)
+        elif place < size:
+            chosen[place] = song
+    return count, chosen
