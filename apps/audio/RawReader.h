@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "audio/SongSource.h"
@@ -18,14 +19,18 @@ class RawReader : public SongSource
 {
 public:
     /// \param stream not owned; made binary
-    RawReader(std::FILE* stream, unsigned sampleRate);
+    /// \param sniffs whether to refuse a file with a header of its own, such as WAV or MP3
+    RawReader(std::FILE* stream, unsigned sampleRate, bool sniffs);
 
     void read(std::size_t frames, std::vector<float>& stereo) override;
     double fractionRead() const override { return 0.0; }
     std::string sha256() override { return hash.hexadecimal(); }
 
 private:
+    void requireSamples(std::string_view bytes) const;
+
     std::FILE* input;
+    bool sniffs;
     Sha256 hash;
 };
 

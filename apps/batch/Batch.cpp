@@ -54,6 +54,8 @@ std::vector<SongEntry> Batch::findAll()
         throw UsageError("--raw takes exactly one song.");
     for (const InputError& error : list.errors)
         countFailure(error.input, error.message);
+    if (!list.unreadable.empty())
+        reporter.noted(unreadableSentence(list));
     return shardOf(list.songs, job.shard, job.shardCount);
 }
 

@@ -43,6 +43,8 @@ struct Job
     OutputSettings output;
     /// Sample rate of standard input, in Hz.
     unsigned inputRate = 44100;
+    /// Whether standard input holds samples, whatever they look like.
+    bool rawInput = false;
     /// Songs to separate at the same time, at least 1.
     unsigned workers = 1;
     /// Limit on the memory of all workers together, in bytes.
@@ -54,6 +56,8 @@ struct Job
     bool raw = false;
     /// Whether to skip songs that are done.
     bool resume = false;
+    /// Whether to replace what another song left in a song's folder.
+    bool overwrite = false;
     /// Whether to wait for each song until its files are on the disk.
     bool lasting = true;
 };

@@ -147,6 +147,12 @@ std::string textAt(const Json& receipt, const char* place)
 
 } // namespace
 
+std::string songIn(const std::filesystem::path& folder)
+{
+    const Json receipt = readReceipt(folder / receiptName);
+    return receipt.is_object() ? textAt(receipt, "/input/file") : "";
+}
+
 bool isDone(const std::filesystem::path& folder, const ReceiptKey& key, const OutputSettings& settings)
 {
     const Json receipt = readReceipt(folder / receiptName);

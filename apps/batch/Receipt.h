@@ -48,6 +48,10 @@ std::vector<std::string> filesOf(const OutputSettings& settings);
 /// tells.
 std::vector<std::string> staleFiles(const std::filesystem::path& folder, const OutputSettings& settings);
 
+/// The file name of the song whose files lie in the folder, as UTF-8; empty if there is no receipt that
+/// tells.
+std::string songIn(const std::filesystem::path& folder);
+
 /// Whether the folder has a receipt for this song, model and settings, and all files that it names with the
 /// sizes and formats that they should have.
 bool isDone(const std::filesystem::path& folder, const ReceiptKey& key, const OutputSettings& settings);

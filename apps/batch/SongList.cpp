@@ -18,12 +18,19 @@ namespace tonwerk::app
 namespace
 {
 
-constexpr std::array<std::string_view, 6> songExtensions{".wav", ".wave", ".flac", ".mp3", ".ogg", ".oga"};
+constexpr std::array<std::string_view, 16> songExtensions{".wav",  ".wave", ".flac", ".mp3",  ".ogg", ".oga",
+                                                          ".opus", ".aif",  ".aiff", ".aifc", ".w64", ".rf64",
+                                                          ".caf",  ".au",   ".snd",  ".mp2"};
 
-bool isSongName(const std::filesystem::path& path)
+/// Sound that nothing here reads.
+constexpr std::array<std::string_view, 18> unreadableExtensions{
+    ".m4a", ".aac",  ".alac", ".wma", ".mp4", ".m4b", ".m4v", ".mov", ".mkv",
+    ".mka", ".webm", ".avi",  ".ape", ".wv",  ".tta", ".dsf", ".dff", ".ac3"};
+
+template <std::size_t count>
+bool isOneOf(const std::array<std::string_view, count>& extensions, const std::string& extension)
 {
-    const std::string extension = inLowerCase(toText(path.extension()));
-    return std::find(songExtensions.begin(), songExtensions.end(), extension) != songExtensions.end();
+    return std::find(extensions.begin(), extensions.end(), extension) != extensions.end();
 }
 
 /// Finds the songs that the inputs name, in any order.
@@ -50,7 +57,7 @@ private:
             return;
         }
         const std::size_t before = found.songs.size() + found.errors.size();
-        takeFolder(path);
+        takeFolder(path, {});
         if (found.songs.size() + found.errors.size() == before)
             found.errors.push_back(
                 {toText(path), "The folder " + quoted(path) + " holds no WAV, FLAC, MP3 or OGG files."});
@@ -70,7 +77,8 @@ private:
         return std::filesystem::equivalent(folder, output, absent);
     }
 
-    void takeFolder(const std::filesystem::path& folder)
+    /// \param place the folder's path below the one that was named
+    void takeFolder(const std::filesystem::path& folder, const std::filesystem::path& place)
     {
         if (holdsStems(folder))
             return;
@@ -84,14 +92,23 @@ private:
             if (entry->is_directory(unknown) && !entry->is_symlink(unknown)) // links may lead back here
             {
                 if (!isOutput(entry->path()))
-                    takeFolder(entry->path());
+                    takeFolder(entry->path(), place / entry->path().filename());
             }
-            else if (isSongName(entry->path()) && entry->is_regular_file(unknown))
-                found.songs.push_back({entry->path(), {}, false});
+            else if (entry->is_regular_file(unknown))
+                takeFile(entry->path(), place);
         }
         if (failure)
             found.errors.push_back({toText(folder), "The folder " + quoted(folder) + " cannot be read: " +
                                                         asReason(failure.message()) + "."});
+    }
+
+    void takeFile(const std::filesystem::path& file, const std::filesystem::path& place)
+    {
+        const std::string extension = inLowerCase(toText(file.extension()));
+        if (isOneOf(songExtensions, extension))
+            found.songs.push_back({file, place, false});
+        else if (isOneOf(unreadableExtensions, extension))
+            ++found.unreadable[extension];
     }
 
     SongList& found;
@@ -119,24 +136,39 @@ void sortOnce(std::vector<SongEntry>& songs)
 }
 
 /// Windows drops full stops and blanks at the end of a folder's name, so we do so everywhere.
-std::string folderName(const SongEntry& song)
+std::string folderName(std::string name)
 {
-    std::string name = toText(song.path.stem());
     name.erase(name.find_last_not_of(". ") + 1);
     return name.empty() ? "song" : name;
 }
 
-void chooseFolders(std::vector<SongEntry>& songs, const std::filesystem::path& outputFolder)
+/// Where the song's folder lies below the output folder. Its place is in entry.folder so far.
+std::filesystem::path placeOf(const SongEntry& entry)
 {
-    std::set<std::string> taken;
-    for (SongEntry& song : songs)
+    std::filesystem::path place;
+    for (const auto& part : entry.folder)
+        place /= toPath(folderName(toText(part)));
+    return place / toPath(folderName(toText(entry.path.stem())));
+}
+
+void chooseFolders(SongList& list, const std::filesystem::path& outputFolder)
+{
+    std::map<std::string, std::filesystem::path> taken;
+    std::vector<SongEntry> alone;
+    for (SongEntry& song : list.songs)
     {
-        const std::string plain = folderName(song);
-        std::string name = plain;
-        for (int number = 2; !taken.insert(inLowerCase(name)).second; ++number)
-            name = plain + " (" + std::to_string(number) + ")";
-        song.folder = outputFolder / toPath(name);
+        const std::filesystem::path place = placeOf(song);
+        const auto [other, isFirst] = taken.emplace(inLowerCase(toText(place)), song.path);
+        song.folder = outputFolder / place;
+        if (isFirst)
+            alone.push_back(song);
+        else
+            list.errors.push_back({toText(song.path), "The song " + quoted(song.path) +
+                                                          " would have the same folder as " +
+                                                          quoted(other->second) + ": " + quoted(song.folder) +
+                                                          ". Separate it into another output folder."});
     }
+    list.songs = std::move(alone);
 }
 
 } // namespace
@@ -148,8 +180,24 @@ SongList findSongs(const std::vector<std::string>& inputs, const std::filesystem
     for (const std::string& input : inputs)
         finder.take(input);
     sortOnce(list.songs);
-    chooseFolders(list.songs, outputFolder);
+    chooseFolders(list, outputFolder);
     return list;
+}
+
+std::string unreadableSentence(const SongList& list)
+{
+    std::size_t count = 0;
+    std::string extensions;
+    for (const auto& [extension, files] : list.unreadable)
+    {
+        count += files;
+        extensions.append(extensions.empty() ? "" : ", ").append(extension);
+    }
+    if (count == 0)
+        return "";
+    return std::to_string(count) + (count == 1 ? " file is" : " files are") +
+           " left out, because this program does not read " + extensions +
+           ". Converted to FLAC or WAV it does.";
 }
 
 std::vector<SongEntry> shardOf(const std::vector<SongEntry>& songs, std::size_t index, std::size_t count)

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,8 @@ struct SongList
 {
     std::vector<SongEntry> songs;
     std::vector<InputError> errors;
+    /// How many files in folders were left out because their sound cannot be read, by extension.
+    std::map<std::string, std::size_t> unreadable;
 };
 
 /// The name of standard input on the command line.
@@ -51,9 +54,13 @@ inline constexpr const char* reportName = "report.html";
 /// In folders, the extension decides whether a file is a song. Names that begin with a full stop, folders of
 /// stems and the output folder are left out.
 ///
-/// A song's folder has its name without extension. If several songs would have the same folder, the first in
-/// the list has it, and the others get " (2)", " (3)" and so on; case makes no difference.
+/// A song's folder has its name without extension; it lies in the output folder where the song lies in the
+/// folder that was named. So it never depends on other songs. Of several songs that would have the same
+/// folder only the first in the list is separated; case makes no difference.
 SongList findSongs(const std::vector<std::string>& inputs, const std::filesystem::path& outputFolder);
+
+/// A sentence on the files that were left out, empty if there are none.
+std::string unreadableSentence(const SongList& list);
 
 /// Every count-th song, beginning with the index-th.
 /// \param index from 1 to count

@@ -11,6 +11,7 @@
 #include "audio/StemFiles.h"
 #include "batch/TrackMeters.h"
 #include "report/SongReport.h"
+#include "system/Failure.h"
 #include "system/OutputFolder.h"
 #include "system/Text.h"
 
@@ -24,6 +25,15 @@ SongSummary summaryOf(const SongSource& song, const SeparationResult& result, do
 {
     return {result.audioSeconds, result.processingSeconds, result.nullPeak, result.nonFiniteSamples, gain,
             song.warnings()};
+}
+
+/// \throws Failure if another song's files are in the folder
+void requireOwnFolder(const SongEntry& entry)
+{
+    const std::string other = songIn(entry.folder);
+    if (!other.empty() && other != toText(entry.path.filename()))
+        throw Failure("The folder " + quoted(entry.folder) + " holds the stems of " + quoted(toPath(other)) +
+                      ", not of " + quoted(entry.path) + "; --overwrite replaces them.");
 }
 
 } // namespace
@@ -43,7 +53,7 @@ SongSummary SongSeparator::separate(const SongEntry& entry, const Separation::Pr
 std::unique_ptr<SongSource> SongSeparator::open(const SongEntry& entry) const
 {
     if (entry.isStandardInput)
-        return std::make_unique<RawReader>(stdin, job.inputRate);
+        return std::make_unique<RawReader>(stdin, job.inputRate, !job.rawInput);
     return std::make_unique<SongReader>(entry.path);
 }
 
@@ -59,6 +69,8 @@ SongSummary SongSeparator::separateToFolder(const SongEntry& entry, SongSource& 
                                             const Separation::Progress& progress)
 {
     const OutputSettings& settings = job.output;
+    if (!job.overwrite)
+        requireOwnFolder(entry);
     OutputFolder folder(entry.folder, filesOf(settings));
     StemFiles files(folder, namesOf(settings.tracks), song.channels(), song.sampleRate(),
                     song.expectedFrames());

@@ -55,6 +55,7 @@ struct RawOptions
     std::vector<std::string> stems;
     std::string mix;
     SampleFormat format = SampleFormat::Float32;
+    std::string inputFormat;
     unsigned inputRate = 44100;
     unsigned jobs = 1;
     double memory = 0.0;
@@ -66,6 +67,7 @@ struct RawOptions
     bool raw = false;
     bool resume = false;
     bool fast = false;
+    bool overwrite = false;
 };
 
 void declareMain(CLI::App& app, RawOptions& raw)
@@ -86,6 +88,10 @@ void declareMain(CLI::App& app, RawOptions& raw)
         "--list-models", raw.listModels,
         "Show the models of the folder that --model names, or those of the program, and separate nothing");
     app.add_option("--key", raw.key, "Scrambling key of the model")->type_name("KEY");
+    app.add_option("--input-format", raw.inputFormat,
+                   "raw: standard input holds samples, even if it looks like a file with a header")
+        ->check(CLI::IsMember({"raw"}).description(""))
+        ->type_name("raw");
     app.add_option("--input-rate", raw.inputRate, "Sample rate of standard input in Hz, if it is not 44100")
         ->check(CLI::Range(lowestSampleRate, highestSampleRate).description(""))
         ->type_name("HZ");
@@ -120,6 +126,8 @@ void declareBatch(CLI::App& app, RawOptions& raw)
 {
     app.add_flag("--resume", raw.resume,
                  "Skip songs whose receipt says that they were separated by this model with these options");
+    app.add_flag("--overwrite", raw.overwrite,
+                 "Replace the stems of another song where they lie in the song's folder");
     app.add_flag(
            "--fast", raw.fast,
            "Do not wait until a song's files are on the disk: a crash of the machine may then leave empty\n"
@@ -227,6 +235,7 @@ CommandLine checked(const RawOptions& raw)
     job.key = raw.key;
     job.output = outputSettings(raw, stems);
     job.inputRate = raw.inputRate;
+    job.rawInput = !raw.inputFormat.empty();
     job.workers = raw.jobs;
     if (raw.memory > 0.0)
         job.memory = static_cast<std::uint64_t>(raw.memory * 1e9);
@@ -234,6 +243,7 @@ CommandLine checked(const RawOptions& raw)
     job.raw = raw.raw;
     job.resume = raw.resume;
     job.lasting = !raw.fast;
+    job.overwrite = raw.overwrite;
     return {std::move(job), false, raw.progress == "json"};
 }
 

@@ -33,7 +33,7 @@ MANUAL = Path(__file__).resolve().parents[2] / "docs" / "separate.md"
 
 class BatchTest(ProgramTest):
     def put_album(self) -> None:
-        """Four songs, two of which cannot be read and two of which have one name."""
+        """Four songs in two folders, two of which cannot be read and two of which have one name."""
         (self.folder / "album/b").mkdir(parents=True)
         self.put("album/one.wav", wav_bytes(noise(20000)))
         self.put("album/b/one.wav", wav_bytes(noise(21000, 1)))
@@ -45,14 +45,35 @@ class BatchTest(ProgramTest):
         done = self.separate("album")
         self.assertEqual((done.returncode, len(done.errors)), (1, 2), done.stderr)
         self.assertEqual(done.stdout.splitlines()[-1], "2 done, 2 failed, 0 skipped")
-        self.assertEqual(self.files(), file_set("one") | file_set("one (2)"))
-        self.assertEqual([len(self.stem(name, "mix")) for name in ("one", "one (2)")], [21000, 20000])
+        self.assertEqual(self.files(), file_set("one") | file_set("b/one"))
+        self.assertEqual([len(self.stem(name, "mix")) for name in ("one", "b/one")], [20000, 21000])
+
+    def test_stems_of_another_song_are_not_replaced_unasked(self) -> None:
+        self.put("one.wav", wav_bytes(noise(20000)))
+        (self.folder / "other").mkdir()
+        self.put("other/one.flac", (Path(__file__).parent / "data/tone.flac").read_bytes())
+        self.assertEqual(self.separate("one.wav").returncode, 0)
+        refused = self.separate("other/one.flac", "--karaoke")
+        self.assertEqual(refused.returncode, 1)
+        self.assertIn("holds the stems of \"one.wav\", not of", refused.errors[0])
+        self.assertEqual(self.files(), file_set("one"))
+        self.assertEqual(len(self.stem("one", "mix")), 20000)
+        self.assertEqual(self.separate("other/one.flac", "--overwrite").returncode, 0)
+        self.assertEqual(self.separate("other").returncode, 0, "its own stems are replaced")
+
+    def test_files_that_nothing_reads_are_mentioned(self) -> None:
+        (self.folder / "album/deep").mkdir(parents=True)
+        self.put("album/one.wav", wav_bytes(noise(20000)))
+        self.put("album/deep/two.m4a", b"x")
+        done = self.separate("album")
+        self.assertEqual(done.returncode, 0)
+        self.assertIn("Note: 1 file is left out, because this program does not read .m4a", done.stderr)
 
     def test_songs_that_are_done_are_skipped(self) -> None:
         self.put_album()
         self.separate("album", "--shard", "2/4")
-        self.assertEqual(self.files(), file_set("one"))
-        before = {path: path.stat().st_mtime_ns for path in (self.folder / "out/one").iterdir()}
+        self.assertEqual(self.files(), file_set("b/one"))
+        before = {path: path.stat().st_mtime_ns for path in (self.folder / "out/b/one").iterdir()}
         done = self.separate("album", "--resume")
         self.assertEqual(done.stdout.splitlines()[-1], "1 done, 2 failed, 1 skipped")
         self.assertEqual({path: path.stat().st_mtime_ns for path in before}, before)
@@ -90,7 +111,7 @@ class BatchTest(ProgramTest):
         self.assertEqual(events[-1], {"event": "end", "done": 2, "failed": 2, "skipped": 0})
         self.assertEqual(sorted((event["song"].replace("\\", "/"), event["folder"].replace("\\", "/"))
                                 for event in events if event["event"] == "done"),
-                         [("album/b/one.wav", "out/one"), ("album/one.wav", "out/one (2)")])
+                         [("album/b/one.wav", "out/b/one"), ("album/one.wav", "out/one")])
         for song in {event["song"] for event in events if event["event"] == "done"}:
             fractions = [event["fraction"] for event in events
                          if event["event"] == "progress" and event["song"] == song]

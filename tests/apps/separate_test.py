@@ -7,6 +7,7 @@ Usage: separate_test.py MODELDIR [RUNNER] PROGRAM
 RUNNER starts a Windows program. The files in data hold 20,000 frames of two sines (see `tone`).
 """
 
+import contextlib
 import hashlib
 import json
 import os
@@ -64,7 +65,7 @@ class SeparateTest(ProgramTest):
         for file, tolerance, delay in (("tone.flac", 1e-4, 0), ("tone.ogg", 0.02, 0), ("gapless.mp3", 0.02, 0),
                                        ("tone.mp3", 0.02, 1105)):
             with self.subTest(file=file):
-                self.assert_done(self.separate(str(DATA / file)))
+                self.assert_done(self.separate(str(DATA / file), "--overwrite"))
                 mix = self.stem(file.split(".")[0], "mix")
                 self.assertEqual(len(mix), 19 * 1152 if delay else 20000)
                 middle = slice(1000, 18000)
@@ -170,6 +171,18 @@ class SeparateTest(ProgramTest):
         np.testing.assert_allclose(mix["active_seconds"], [[1, 3]], atol=0.06)
         self.assertEqual(mix["non_finite_samples"], 0)
 
+    def test_files_with_headers_are_no_samples(self) -> None:
+        sound = noise(20000).tobytes()
+        for begin, kind in ((wav_bytes(noise(3000)), "a WAV"), (b"RF64....WAVE", "a WAV"), (b"fLaC", "a FLAC"),
+                            (b"OggS", "an OGG"), (b"ID3\x03\x00", "an MP3"), (b"\xff\xfb\x90\x64", "an MP3"),
+                            (b"....ftyp", "an MP4"), (b"FORM", "an AIFF")):
+            refused = self.run_program(self.arguments("-"), input=begin + sound)
+            self.assertEqual(refused.returncode, 1, kind)
+            self.assertIn(f"holds {kind} file", refused.stderr)
+        told = self.run_program([*self.arguments("-"), "--input-format", "raw"], input=b"fLaC" + bytes(79996))
+        self.assertEqual(told.returncode, 0, told.stderr)
+        self.assert_done(self.run_program(self.arguments("-"), input=sound))
+
     def test_stems_pass_through_a_pipe(self) -> None:
         song = noise(300000)
         model = str(self.models / "gains.onnx")
@@ -272,9 +285,12 @@ class SeparateTest(ProgramTest):
         ours, theirs = pty.openpty()
         subprocess.run(self.arguments("song.wav"), cwd=self.folder, stderr=theirs, stdout=subprocess.DEVNULL)
         os.close(theirs)
-        shown = os.read(ours, 10000).decode()
+        shown = b""
+        with contextlib.suppress(OSError):  # the end of a terminal
+            while part := os.read(ours, 10000):
+                shown += part
         os.close(ours)
-        self.assertRegex(shown, r"\r\[#{25} {5}\]  85 %, \d+:\d\d left, [\d.]+ x real time *"
+        self.assertRegex(shown.decode(), r"\r\[#{25} {5}\]  85 %, \d+:\d\d left, [\d.]+ x real time *"
                                 r"\r\[#{30}\] 100 %.*\r?\n$")
 
 

@@ -44,7 +44,7 @@ protected:
         std::vector<std::string> texts;
         for (const SongEntry& song : find(names).songs)
             texts.push_back(toText(std::filesystem::relative(song.path, scratch.path()).generic_u8string()) +
-                            " > " + toText(song.folder.filename()));
+                            " > " + toText(std::filesystem::relative(song.folder, "out").generic_u8string()));
         return texts;
     }
 
@@ -56,24 +56,50 @@ TEST_F(SongListTest, FoldersAreSearchedForSongsButNotForStems)
     for (const char* name : {"b.MP3", "a.flac", "deep/er/c.ogg", "notes.txt", ".hidden.wav", ".trash/d.wav",
                              "b/vocals.wav", "b/receipt.json", "half.wav.part"})
         put(name);
-    EXPECT_THAT(found({""}), ElementsAre("a.flac > a", "b.MP3 > b", "deep/er/c.ogg > c"));
+    EXPECT_THAT(found({""}), ElementsAre("a.flac > a", "b.MP3 > b", "deep/er/c.ogg > deep/er/c"));
     EXPECT_THAT(found({"b/vocals.wav", "notes.txt"}),
                 ElementsAre("b/vocals.wav > vocals", "notes.txt > notes"))
         << "what is named is taken";
     EXPECT_THAT(find({"b"}).errors, testing::SizeIs(1)) << "an empty folder";
 }
 
-TEST_F(SongListTest, SongsOfOneNameGetFoldersOfTheirOwn)
+TEST_F(SongListTest, FoldersMirrorTheInput)
 {
-    for (const char* name : {"1/Song.wav", "2/song.mp3", "3/song.flac", "3/song (2).wav", "4/Песня.wav",
-                             "5/песня.wav", "6/dots....wav", "6/....wav"})
+    for (const char* name : {"1/Song.wav", "1/disc 1./song.mp3", "1/disc 2/Song.flac", "1/Песня.wav",
+                             "1/disc 2/dots....wav", "2/....wav", "2/song.aiff"})
         put(name);
-    EXPECT_THAT(found({"3", "1", "2"}),
-                ElementsAre("1/Song.wav > Song", "2/song.mp3 > song (2)", "3/song (2).wav > song (2) (2)",
-                            "3/song.flac > song (3)"));
-    EXPECT_THAT(found({"4", "5"}), ElementsAre("4/Песня.wav > Песня", "5/песня.wav > песня (2)"));
-    EXPECT_THAT(found({"6/dots....wav", "6/....wav"}),
-                ElementsAre("6/....wav > song", "6/dots....wav > dots"));
+    const std::vector<std::string> before = found({"1"});
+    EXPECT_THAT(before, ElementsAre("1/Song.wav > Song", "1/disc 1./song.mp3 > disc 1/song",
+                                    "1/disc 2/Song.flac > disc 2/Song", "1/disc 2/dots....wav > disc 2/dots",
+                                    "1/Песня.wav > Песня"));
+    put("1/A new song.wav");
+    EXPECT_THAT(found({"1"}), testing::IsSupersetOf(before)) << "a name never depends on other songs";
+    EXPECT_THAT(found({"2/song.aiff"}), ElementsAre("2/song.aiff > song"));
+    EXPECT_THAT(found({"2/....wav"}), ElementsAre("2/....wav > song"));
+}
+
+TEST_F(SongListTest, SongsWithOneFolderAreNotMixed)
+{
+    for (const char* name : {"1/Song.wav", "2/song.mp3", "3/песня.wav", "3/ПЕСНЯ.flac"})
+        put(name);
+    EXPECT_THAT(found({"2", "1"}), ElementsAre("1/Song.wav > Song"));
+    const SongList list = find({"1", "2"});
+    ASSERT_THAT(list.errors, testing::SizeIs(1));
+    EXPECT_THAT(list.errors[0].message,
+                testing::AllOf(testing::HasSubstr("song.mp3"), testing::HasSubstr("same folder"),
+                               testing::HasSubstr("Song.wav")));
+    EXPECT_THAT(find({"3"}).errors, testing::SizeIs(1));
+}
+
+TEST_F(SongListTest, FilesThatNothingReadsAreCounted)
+{
+    for (const char* name : {"a.wav", "b.M4A", "deep/c.m4a", "deep/d.wma", "cover.jpg", "notes.txt"})
+        put(name);
+    const SongList list = find({""});
+    EXPECT_THAT(list.songs, testing::SizeIs(1));
+    EXPECT_THAT(list.unreadable, ElementsAre(testing::Pair(".m4a", 2), testing::Pair(".wma", 1)));
+    EXPECT_THAT(unreadableSentence(list), testing::StartsWith("3 files are left out"));
+    EXPECT_EQ(unreadableSentence(find({"a.wav"})), "");
 }
 
 TEST_F(SongListTest, EachSongComesOnceUnderTheNameThatTheFileHas)
