@@ -120,6 +120,23 @@ class Files(unittest.TestCase):
         with soundfile.SoundFile(files["mix"]) as file:
             self.assertEqual((file.title, file.artist), ("Tönwerk", "Ω"))
 
+    def test_compressed_files_are_read_whole_and_refused_if_cut(self) -> None:
+        for ending in ("mp3", "ogg"):
+            path = self.folder / f"song.{ending}"
+            soundfile.write(path, noise(200_001), 44100)
+            stem = tonwerk.separate_file(path, self.folder / "out", GAINS_MODEL, stems="mix")["mix"]
+            self.assertEqual(soundfile.info(stem).frames, 200_001)
+        whole = (self.folder / "song.mp3").read_bytes()
+        (self.folder / "cut.mp3").write_bytes(whole[:len(whole) // 2])
+        with self.assertRaisesRegex(tonwerk.AudioError, "cut off"):
+            tonwerk.separate_file(self.folder / "cut.mp3", self.folder / "out", GAINS_MODEL)
+
+    def test_an_mp3_whose_length_is_estimated_is_not_taken_for_cut(self) -> None:
+        song = Path(__file__).parents[1] / "apps/data/tone.mp3"  # 19 frames of MPEG, and no word of that
+        self.assertGreater(soundfile.info(song).frames, 19 * 1152)
+        stem = tonwerk.separate_file(song, self.folder, GAINS_MODEL, stems="mix")["mix"]
+        self.assertEqual(soundfile.info(stem).frames, 19 * 1152)
+
     def test_what_cannot_be_separated_leaves_no_file(self) -> None:
         (self.folder / "text.wav").write_text("This is no music at all.")
         whole = self.song("whole.flac", noise(200_000)).read_bytes()
