@@ -12,6 +12,7 @@
 #   make format     format the sources
 #   make bench      measure the pipeline against the cost of its transforms, and the memory of a stream (BENCH_OUT=DIR)
 #   make fuzz       fuzz each target for MINUTES=1
+#   make attack     attack the program for MINUTES=10 with hostile songs, models, names, signals, writers and disks
 #   make soak       stream HOURS=10 of audio, and an hour under Wine, and watch that nothing grows
 #   make check-deep the tests under Valgrind and the thread sanitizer, and a catalogue on a cluster whose nodes are killed
 #   make bench-live  an audio callback at real speed for SECONDS=600, in blocks of 64, 128 and 441, and with competing load
@@ -41,7 +42,7 @@ configured = { [ build/cmake/$(1)/build.ninja -nt CMakePresets.json ] && \
 compile = cmake --build --preset $(1) -j $(JOBS)
 check = ctest --preset $(1) -j $(JOBS)
 
-.PHONY: help build windows package wheel demo test lint format bench fuzz soak check-deep bench-live bench-peers clean
+.PHONY: help build windows package wheel demo test lint format bench fuzz attack soak check-deep bench-live bench-peers clean
 
 help:
 	@sed -n '3,/^$$/s/^#   //p' Makefile
@@ -134,8 +135,20 @@ fuzz:
 	tools/setup.sh native fetch $(models) test fuzz
 	tools/fetch-deps.sh
 	@$(call configured,linux-fuzz)
-	$(call compile,linux-fuzz) --target fuzz_calls fuzz_parts fuzz_model
+	$(call compile,linux-fuzz) --target \
+	    $(addprefix fuzz_,calls parts model audio onnx receipt options)
 	tools/fuzz.sh $(MINUTES)
+
+# SEED repeats an attack.
+SEED ?= 1
+
+attack: MINUTES := $(if $(filter command line environment,$(origin MINUTES)),$(MINUTES),10)
+attack:
+	tools/setup.sh native fetch test
+	tools/fetch-deps.sh
+	@$(call configured,linux-asan)
+	$(call compile,linux-asan) --target tonwerk-separate analytic_models
+	$(PYTHON) tests/attack/attack.py build/models build/linux-asan/tonwerk-separate --minutes $(MINUTES) --seed $(SEED)
 
 soak:
 	tools/setup.sh native fetch $(models) windows test

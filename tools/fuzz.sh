@@ -13,7 +13,7 @@ cd "$(dirname "$0")/.."
 [ $# -ge 1 ] || { sed -n '3,9s/^# \{0,1\}//p' "$0" >&2; exit 2; }
 minutes=$1
 shift
-[ $# -gt 0 ] || set -- calls parts model
+[ $# -gt 0 ] || set -- calls parts model audio onnx receipt options
 
 status=0
 for target in "$@"; do
