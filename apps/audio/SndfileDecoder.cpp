@@ -79,6 +79,8 @@ SndfileDecoder::SndfileDecoder(FileSource& source)
     source.seek(0, SEEK_SET);
     SF_VIRTUAL_IO calls = callbacks();
     file.reset(sf_open_virtual(&calls, SFM_READ, &info, &source));
+    if (file && !hasPossibleFloats())
+        file.reset();
     if (file)
         stated = std::max(framesInHeader(),
                           info.frames == SF_COUNT_MAX ? 0 : static_cast<std::uint64_t>(info.frames));
@@ -105,6 +107,27 @@ std::optional<SampleFormat> SndfileDecoder::wavFormat() const
     default:
         return std::nullopt;
     }
+}
+
+/// libsndfile reads floating-point samples of 16 bits, of which there are none, as if they had 32.
+bool SndfileDecoder::hasPossibleFloats() const
+{
+    const int encoding = info.format & SF_FORMAT_SUBMASK;
+    if (!isWav() || (encoding != SF_FORMAT_FLOAT && encoding != SF_FORMAT_DOUBLE))
+        return true;
+    constexpr unsigned placeOfBits = 14;
+    SF_CHUNK_INFO chunk = chunkNamed("fmt ");
+    std::array<unsigned char, placeOfBits + 2> format{};
+    const SF_CHUNK_ITERATOR* const place = sf_get_chunk_iterator(file.get(), &chunk);
+    if (place == nullptr || sf_get_chunk_size(place, &chunk) != SF_ERR_NO_ERROR ||
+        chunk.datalen < format.size())
+        return false;
+    chunk.data = format.data();
+    chunk.datalen = format.size();
+    if (sf_get_chunk_data(place, &chunk) != SF_ERR_NO_ERROR)
+        return false;
+    const unsigned bits = format[placeOfBits] + 256U * format[placeOfBits + 1];
+    return bits == 8 * sampleBytes(info.format);
 }
 
 bool SndfileDecoder::isWav() const

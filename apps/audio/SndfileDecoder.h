@@ -39,6 +39,7 @@ private:
     explicit SndfileDecoder(FileSource& source);
 
     bool isWav() const;
+    bool hasPossibleFloats() const;
     std::uint64_t framesInHeader() const;
     std::uint64_t dataBytesInHeader() const;
 

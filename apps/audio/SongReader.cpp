@@ -57,11 +57,29 @@ std::unique_ptr<Decoder> SongReader::openDecoder()
     std::unique_ptr<Decoder> found = SndfileDecoder::open(source);
     // MP3 stands last because it has no signature, only frames that look alike.
     if (!found)
+    {
+        noteFaults(mp3Structure(source));
         found = Mp3Decoder::open(source);
+    }
     source.requireGood();
     if (!found)
         throw Failure("The song " + quoted(location) + " is not a readable WAV, FLAC, MP3 or OGG file.");
     return found;
+}
+
+/// Players play such files, and many of them are about: they are separated as far as they go.
+void SongReader::noteFaults(const Mp3Structure& structure)
+{
+    const std::string song = "The song " + quoted(location);
+    if (structure.statedFrames > structure.frames + 1)
+        faults.push_back(song + " is damaged or cut off: its header states " +
+                         std::to_string(structure.statedFrames) + " frames of MP3, but only " +
+                         std::to_string(structure.frames) + " are there.");
+    if (structure.isCutOff)
+        faults.push_back(song + " is cut off: its last frame of MP3 is not whole.");
+    if (structure.holes > 0)
+        faults.push_back(song + " is damaged: what follows a frame of MP3 is none at " +
+                         std::to_string(structure.holes) + (structure.holes == 1 ? " place." : " places."));
 }
 
 void SongReader::checkFormat() const

@@ -10,6 +10,7 @@
 
 #include "audio/Decoder.h"
 #include "audio/FileSource.h"
+#include "audio/Mp3Structure.h"
 #include "audio/SongSource.h"
 
 namespace tonwerk::app
@@ -29,14 +30,17 @@ public:
 
     void read(std::size_t frames, std::vector<float>& stereo) override;
     double fractionRead() const override;
+    std::vector<std::string> warnings() const override { return faults; }
     std::string sha256() override;
 
 private:
     std::unique_ptr<Decoder> openDecoder();
+    void noteFaults(const Mp3Structure& structure);
     void checkFormat() const;
     void checkEnd() const;
 
     std::filesystem::path location;
+    std::vector<std::string> faults;
     FileSource source;
     std::unique_ptr<Decoder> decoder;
 };

@@ -16,6 +16,8 @@ constexpr std::size_t fftSize = 4096;
 constexpr std::size_t hop = 1024;
 /// More than an image has pixels: at least half of the columns are in use once a song is a minute long.
 constexpr std::size_t maxColumns = 2048;
+/// The powers of louder samples are no numbers any more.
+constexpr float loudest = 1e15F;
 /// Black is this far below the brightest colour.
 constexpr double rangeInDecibels = 80.0;
 
@@ -84,7 +86,7 @@ void Spectrogram::feed(std::span<const float> stereo)
     {
         const std::size_t count = std::min(stereo.size(), 2 * fftSize - pending.size());
         for (const float sample : stereo.first(count))
-            pending.push_back(std::isfinite(sample) ? sample : 0.0F);
+            pending.push_back(std::isfinite(sample) ? std::clamp(sample, -loudest, loudest) : 0.0F);
         stereo = stereo.subspan(count);
         if (pending.size() == 2 * fftSize)
             addSpectrum();
