@@ -63,10 +63,12 @@ std::vector<SongEntry> Batch::withoutDone(const std::vector<SongEntry>& songs)
 {
     if (songs.empty())
         return {};
+    // Read once, so that all that is said of the model is true of the bytes that are loaded.
+    modelBytes = readModel(job.model);
+    Sha256 hash;
+    hash.feed(modelBytes.data(), modelBytes.size());
     model.name = toText(job.model.filename());
-    std::error_code failure;
-    if (std::filesystem::is_regular_file(job.model, failure)) // otherwise loading tells what is wrong
-        model.sha256 = sha256OfFile(job.model);
+    model.sha256 = hash.hexadecimal();
     std::vector<SongEntry> left;
     for (const SongEntry& song : songs)
     {
@@ -95,7 +97,7 @@ bool Batch::isDoneBefore(const SongEntry& song) const
 /// Looks into the model's passport before any song is begun.
 void Batch::checkModel()
 {
-    model.passport = readPassport(job.model, job.key);
+    model.passport = readPassport(modelBytes, job.key);
     if (model.passport.rows() < ModelPassport::allRows)
         throw Failure(
             "The model " + quoted(job.model) + " computes its newest " +
@@ -119,10 +121,12 @@ void Batch::loadModels(std::size_t songs)
     const unsigned share = count > 1 ? std::max(1U, processors / static_cast<unsigned>(count)) : 0;
     while (models.size() < count)
     {
-        models.push_back(loadModel(job.model, job.key, share));
+        models.push_back(
+            std::make_shared<Model>(modelBytes, "The model " + quoted(job.model), job.key, share));
         for (LibraryLog::Line& line : models.back()->log().take())
             model.log.push_back(std::move(line.text));
     }
+    modelBytes = {};
     if (models.empty())
         return; // nothing to do, and no runtime loaded
     model.providers = offeredProviders();
@@ -132,12 +136,10 @@ void Batch::loadModels(std::size_t songs)
 std::size_t Batch::workerCount(std::size_t songs) const
 {
     std::size_t workers = std::min<std::size_t>(job.workers, songs);
-    std::error_code failure;
-    const std::uintmax_t modelSize = std::filesystem::file_size(job.model, failure);
-    if (job.memory && !failure)
+    if (job.memory)
     {
         // A stream, the runtime's working memory, and the runtime's copies of the model.
-        const std::uintmax_t perWorker = 500'000'000 + 3 * modelSize;
+        const std::uintmax_t perWorker = 500'000'000 + 3 * modelBytes.size();
         workers = std::min<std::size_t>(workers, static_cast<std::size_t>(*job.memory / perWorker));
         workers = std::max<std::size_t>(workers, songs > 0 ? 1 : 0);
     }

@@ -49,6 +49,7 @@ private:
     const Job& job;
     ProgressReporter& reporter;
     std::FILE* output;
+    std::vector<char> modelBytes; ///< until it is loaded
     ModelFacts model;
     std::vector<std::shared_ptr<Model>> models;
     std::atomic<std::size_t> nextSong{0};

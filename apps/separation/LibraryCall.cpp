@@ -27,6 +27,8 @@ std::string reasonOf(tonwerk_status status)
 
 void requireDone(tonwerk_status status, const std::string& sentence)
 {
+    if (status == TONWERK_CANCELLED)
+        throw Interrupted();
     if (status == TONWERK_OUT_OF_MEMORY)
         throw std::bad_alloc();
     if (status != TONWERK_OK)

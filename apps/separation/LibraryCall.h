@@ -11,7 +11,7 @@ namespace tonwerk::app
 
 /// Looks at what a call of the library returned, on the thread that made it.
 /// \param sentence begins the sentence for the user, which the library's reason completes
-/// \throws Failure or std::bad_alloc if the call failed
+/// \throws Failure or std::bad_alloc if the call failed, Interrupted if it was cancelled
 void requireDone(tonwerk_status status, const std::string& sentence);
 
 } // namespace tonwerk::app

@@ -63,9 +63,4 @@ std::string Model::provider() const
     }
 }
 
-std::shared_ptr<Model> loadModel(const std::filesystem::path& path, const std::string& key, unsigned threads)
-{
-    return std::make_shared<Model>(readModel(path), "The model " + quoted(path), key, threads);
-}
-
 } // namespace tonwerk::app

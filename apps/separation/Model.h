@@ -53,10 +53,6 @@ private:
     tonwerk_context_info info{};
 };
 
-/// Loads a model's file; parameters as for Model.
-/// \throws Failure if the file cannot be read or the library refuses it
-std::shared_ptr<Model> loadModel(const std::filesystem::path& path, const std::string& key, unsigned threads);
-
 } // namespace tonwerk::app
 
 #endif // TONWERK_APPS_SEPARATION_MODEL_H

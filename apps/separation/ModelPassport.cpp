@@ -6,9 +6,9 @@
 #include <charconv>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 
 #include "api/ModelScrambling.h"
+#include "common/MessageReader.h"
 #include "separation/Model.h"
 
 namespace tonwerk::app
@@ -21,68 +21,10 @@ constexpr std::string_view prefix = "tonwerk.";
 constexpr std::size_t mostEntries = 100;
 constexpr std::size_t longestText = 2000;
 
-// Numbers of fields in onnx.proto, and kinds of fields in a protocol buffer.
-constexpr std::uint64_t metadataField = 14;
-constexpr std::uint64_t keyField = 1;
-constexpr std::uint64_t valueField = 2;
-constexpr std::uint64_t varintKind = 0;
-constexpr std::uint64_t eightBytesKind = 1;
-constexpr std::uint64_t bytesKind = 2;
-constexpr std::uint64_t fourBytesKind = 5;
-
-/// Walks over the fields of one serialized message (protobuf.dev, "Encoding"). A session of the runtime would
-/// give the metadata too, but loading a network takes a second, and a field of it can simply be skipped.
-class MessageReader
-{
-public:
-    explicit MessageReader(std::string_view bytes) : rest(bytes) {}
-
-    /// Goes to the next field that is a text or a message.
-    /// \return false at the end, or where the message is damaged
-    bool nextBytes()
-    {
-        while (const auto tag = readVarint())
-        {
-            number = *tag >> 3U;
-            const std::uint64_t kind = *tag & 7U;
-            const auto size = kind == eightBytesKind                    ? 8
-                              : kind == fourBytesKind                   ? 4
-                              : kind == bytesKind || kind == varintKind ? readVarint()
-                                                                        : std::nullopt;
-            if (!size || (kind != varintKind && *size > rest.size()))
-                return false;
-            if (kind == varintKind)
-                continue;
-            content = rest.substr(0, static_cast<std::size_t>(*size));
-            rest.remove_prefix(content.size());
-            if (kind == bytesKind)
-                return true;
-        }
-        return false;
-    }
-
-    std::uint64_t field() const { return number; }
-    std::string_view bytes() const { return content; }
-
-private:
-    std::optional<std::uint64_t> readVarint()
-    {
-        std::uint64_t result = 0;
-        for (unsigned shift = 0; shift < 64 && !rest.empty(); shift += 7)
-        {
-            const auto byte = static_cast<unsigned char>(rest.front());
-            rest.remove_prefix(1);
-            result |= static_cast<std::uint64_t>(byte & 0x7FU) << shift;
-            if (byte < 0x80)
-                return result;
-        }
-        return std::nullopt;
-    }
-
-    std::string_view rest;
-    std::string_view content;
-    std::uint64_t number = 0;
-};
+// Numbers of fields in onnx.proto.
+constexpr std::uint32_t metadataField = 14;
+constexpr std::uint32_t keyField = 1;
+constexpr std::uint32_t valueField = 2;
 
 /// One line, whatever the file says. A character of several bytes is not cut.
 std::string printable(std::string_view text)
@@ -114,15 +56,17 @@ std::vector<std::string> listOf(const std::string& text)
 
 } // namespace
 
+// A session of the runtime would give the metadata too, but loading a network takes a second, and a field of
+// it can simply be skipped.
 ModelPassport::ModelPassport(std::string_view model)
 {
-    for (MessageReader fields(model); fields.nextBytes() && entries.size() < mostEntries;)
+    for (MessageReader fields(model); fields.next() && entries.size() < mostEntries;)
     {
         if (fields.field() != metadataField)
             continue;
         std::string_view key;
         std::string_view value;
-        for (MessageReader entry(fields.bytes()); entry.nextBytes();)
+        for (MessageReader entry(fields.bytes()); entry.next();)
         {
             if (entry.field() == keyField)
                 key = entry.bytes();
@@ -178,12 +122,11 @@ std::vector<std::pair<std::string, std::string>> ModelPassport::lines() const
     return lines;
 }
 
-ModelPassport readPassport(const std::filesystem::path& path, const std::string& key)
+ModelPassport readPassport(std::span<const char> model, const std::string& key)
 {
-    const std::vector<char> bytes = readModel(path);
     if (key.empty())
-        return ModelPassport({bytes.data(), bytes.size()});
-    const ScrambledCopy plain(bytes.data(), bytes.size(), key);
+        return ModelPassport({model.data(), model.size()});
+    const ScrambledCopy plain(model.data(), model.size(), key);
     return ModelPassport({static_cast<const char*>(plain.data()), plain.size()});
 }
 

@@ -4,6 +4,7 @@
 
 #include <filesystem>
 #include <map>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -49,10 +50,10 @@ private:
     std::map<std::string, std::string> entries;
 };
 
-/// The passport of a model's file.
+/// The passport of a model.
+/// \param model bytes of its file
 /// \param key scrambling key of the file, empty for a plain one
-/// \throws Failure if the file is empty or cannot be read
-ModelPassport readPassport(const std::filesystem::path& path, const std::string& key);
+ModelPassport readPassport(std::span<const char> model, const std::string& key);
 
 } // namespace tonwerk::app
 

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "separation/Separation.h"
 
+#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstddef>
 #include <utility>
 
@@ -60,6 +62,7 @@ void Separation::take(const StemStream::Stems& stems)
     checkLibrary();
     if (stems.empty() || stems.front().empty())
         return;
+    checkFinite(stems);
     const auto& tracks = mixer.mix(stems);
     for (SeparationObserver* observer : observers)
     {
@@ -82,6 +85,20 @@ void Separation::checkLibrary()
     if (stream.failedRuns() > 0)
         throw Failure("The model failed at " + asClock(seconds(framesReturned)) +
                       " or soon after: " + lastError + ".");
+}
+
+// The library gives the model finite numbers whatever the song holds.
+void Separation::checkFinite(const StemStream::Stems& stems) const
+{
+    std::string names;
+    for (std::size_t stem = 0; stem < modelStemCount; ++stem)
+        if (!std::all_of(stems[stem].begin(), stems[stem].end(),
+                         [](float sample) { return std::isfinite(sample); }))
+            names.append(names.empty() ? "" : ", ").append(stemNames.at(stem));
+    if (!names.empty())
+        throw Failure("The model failed at " + asClock(seconds(framesReturned)) +
+                      " or soon after: it answered with values that are not finite numbers for " + names +
+                      ".");
 }
 
 void Separation::checkLength() const

@@ -58,6 +58,7 @@ private:
     bool processBlock();
     void take(const StemStream::Stems& stems);
     void checkLibrary();
+    void checkFinite(const StemStream::Stems& stems) const;
     void checkLength() const;
     double seconds(std::uint64_t frames) const;
 

@@ -32,7 +32,8 @@ tonwerk_stream* openStream(const Model& model, const StemSet& asked)
 } // namespace
 
 StemStream::StemStream(std::shared_ptr<Model> model, const StemSet& asked, unsigned sampleRate)
-    : model(std::move(model)), stream(openStream(*this->model, asked)), rate(sampleRate)
+    : model(std::move(model)), stream(openStream(*this->model, asked)),
+      cancelling([this] { tonwerk_stream_cancel(stream.get()); }), rate(sampleRate)
 {
     if (rate != this->model->sampleRate())
         conversion.emplace(rate, this->model->sampleRate(), asked);

@@ -12,6 +12,7 @@
 #include "separation/NullMeter.h"
 #include "separation/RateConversion.h"
 #include "separation/Stems.h"
+#include "system/Interrupts.h"
 
 namespace tonwerk::app
 {
@@ -32,6 +33,7 @@ public:
 
     /// Takes the next interleaved stereo samples.
     /// \return what they complete, perhaps nothing
+    /// \throws Interrupted once the user asked to stop
     /// \throws Failure if the library fails. A run of the model that fails is no such failure: failedRuns()
     Stems feed(const std::vector<float>& song);
 
@@ -61,6 +63,7 @@ private:
 
     std::shared_ptr<Model> model;
     std::unique_ptr<tonwerk_stream, Destroy> stream;
+    OnInterrupt cancelling; ///< a run of the model takes seconds, and one of a hostile model has no end
     unsigned rate;
     std::optional<RateConversion> conversion; ///< none at the model's rate
     NullMeter nullMeter;

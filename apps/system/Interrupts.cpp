@@ -19,6 +19,7 @@ struct Registry
 {
     std::recursive_mutex guard;
     std::list<std::function<void()>> actions;
+    std::list<std::function<void()>> onInterrupt;
 };
 
 Registry& registry()
@@ -28,6 +29,27 @@ Registry& registry()
 }
 
 } // namespace
+
+OnInterrupt::OnInterrupt(std::function<void()> action)
+{
+    const std::lock_guard lock(registry().guard);
+    place = registry().onInterrupt.insert(registry().onInterrupt.end(), std::move(action));
+    if (interruptRequested())
+        (*place)();
+}
+
+OnInterrupt::~OnInterrupt()
+{
+    const std::lock_guard lock(registry().guard);
+    registry().onInterrupt.erase(place);
+}
+
+void actOnInterrupt()
+{
+    const std::lock_guard lock(registry().guard);
+    for (const auto& action : registry().onInterrupt)
+        action();
+}
 
 TidyUp::TidyUp(std::function<void()> action)
 {

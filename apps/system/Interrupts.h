@@ -25,6 +25,22 @@ void watchInterrupts();
 /// Whether a request to stop has arrived.
 bool interruptRequested();
 
+/// What is to be done when a request to stop arrives.
+class OnInterrupt
+{
+public:
+    /// \param action done on another thread while everything goes on, at once if there has been a request; must
+    ///        not throw
+    explicit OnInterrupt(std::function<void()> action);
+    ~OnInterrupt();
+
+    OnInterrupt(const OnInterrupt&) = delete;
+    OnInterrupt& operator=(const OnInterrupt&) = delete;
+
+private:
+    std::list<std::function<void()>>::iterator place;
+};
+
 /// What has to be tidied up at the end of this object, or if the process ends without destructors.
 class TidyUp
 {
@@ -50,7 +66,12 @@ private:
     std::lock_guard<std::recursive_mutex> lock;
 };
 
-/// Does what TidyUps are left, tells of the interruption, and ends the process. For watchInterrupts().
+// For watchInterrupts(), on a thread of its own.
+
+/// Does what OnInterrupts there are.
+void actOnInterrupt();
+
+/// Does what TidyUps are left, tells of the interruption, and ends the process.
 [[noreturn]] void endInterrupted();
 
 } // namespace tonwerk::app

@@ -26,6 +26,7 @@ void watch()
     while (sem_wait(&wakeUp) != 0)
     {
     }
+    actOnInterrupt();
     std::this_thread::sleep_for(graceAfterInterrupt);
     endInterrupted();
 }

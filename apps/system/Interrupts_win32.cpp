@@ -19,6 +19,7 @@ BOOL WINAPI requestStop(DWORD)
 {
     if (stopRequested.exchange(true))
         return FALSE;
+    actOnInterrupt();
     Sleep(static_cast<DWORD>(graceAfterInterrupt.count()));
     endInterrupted();
 }

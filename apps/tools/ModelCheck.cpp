@@ -11,6 +11,7 @@
 
 #include "api/ModelScrambling.h"
 #include "inference/ExecutionProviders.h"
+#include "inference/ExternalData.h"
 #include "inference/ModelInterface.h"
 #include "inference/ModelSession.h"
 #include "separation/Model.h"
@@ -81,6 +82,11 @@ std::unique_ptr<Ort::Session> loadNetwork(Findings& findings, const Ort::Env& en
         addPassport(findings, model);
         addProviders(findings, made);
         return std::move(made.session);
+    }
+    catch (const ExternalDataRefused& refusal)
+    {
+        findings.addError(asReason(refusal.what()) + ".");
+        return nullptr;
     }
     catch (const Ort::Exception& failure)
     {

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "separation/DefaultModel.h"
+#include "separation/Model.h"
 #include "separation/ModelPassport.h"
 #include "system/Failure.h"
 #include "system/Text.h"
@@ -34,7 +35,7 @@ std::vector<std::filesystem::path> modelsOf(const std::filesystem::path& folder)
 
 void print(std::FILE* output, const std::filesystem::path& model)
 {
-    const ModelPassport passport = readPassport(model, "");
+    const ModelPassport passport = readPassport(readModel(model), "");
     std::fprintf(output, "%s\n", toText(model).c_str());
     for (const auto& [label, text] : passport.lines())
         std::fprintf(output, "  %s: %s\n", label.c_str(), text.c_str());

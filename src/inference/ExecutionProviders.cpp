@@ -3,6 +3,10 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <exception>
+#include <stdexcept>
+
+#include "inference/RuntimeLoader.h"
 
 namespace
 {
@@ -61,6 +65,11 @@ bool appendProvider(Ort::SessionOptions& options, const std::string& provider, I
 {
     if (sameProvider(provider, directMLProvider))
         appendDirectML(options, adapters); // its answer is deliberately not tested
+    else if (!librariesHaveFixedPlaces() && (sameProvider(provider, "CUDAExecutionProvider") ||
+                                             sameProvider(provider, "ROCmExecutionProvider")))
+        throw std::runtime_error(
+            "A relative entry of LD_LIBRARY_PATH would let anybody's library take the place of "
+            "the execution provider's");
     else if (sameProvider(provider, "CUDAExecutionProvider"))
         options.AppendExecutionProvider_CUDA(OrtCUDAProviderOptions{});
     else if (sameProvider(provider, "ROCmExecutionProvider"))
@@ -83,7 +92,7 @@ std::string providerRefusal(const std::string& provider)
         const bool known = sameProvider(provider, cpuProvider) || appendProvider(options, provider);
         return known ? "" : "there is no way to ask for it on this system";
     }
-    catch (const Ort::Exception& failure)
+    catch (const std::exception& failure)
     {
         return failure.what();
     }

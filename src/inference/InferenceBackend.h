@@ -21,6 +21,7 @@
 /// \param outputNames  names of its outputs, likewise; in this order IInference::run takes the buffers
 /// \param providerName execution provider to try first; empty: the fixed order
 /// \throws std::runtime_error if the runtime cannot be loaded or is too old
+/// \throws ExternalDataRefused if the model keeps values outside of its bytes
 /// \throws Ort::Exception if the runtime refuses the model
 std::shared_ptr<IInference> makeInferenceBackend(const void* model, std::size_t size,
                                                  const std::vector<std::string>& inputNames,
@@ -34,6 +35,7 @@ std::shared_ptr<IInference> makeInferenceBackend(const void* model, std::size_t 
 /// \param outputNames names of the network's outputs; in this order ISharedModel::evaluate takes the buffers
 /// \throws std::runtime_error if the runtime cannot be loaded or is too old, or the network's interface is
 ///         not the contract's: a sentence
+/// \throws ExternalDataRefused if the model keeps values outside of its bytes
 /// \throws ProviderRefused if the only provider that will do cannot be had
 /// \throws Ort::Exception if the runtime refuses the model
 std::shared_ptr<ISharedModel> makeSharedModel(const void* model, std::size_t size,

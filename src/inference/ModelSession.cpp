@@ -8,6 +8,7 @@
 
 #include "common/Log.h"
 #include "inference/ExecutionProviders.h"
+#include "inference/ExternalData.h"
 
 namespace
 {
@@ -78,6 +79,7 @@ ModelSession makeOnlySession(const Ort::Env& env, const void* model, std::size_t
 ModelSession makeModelSession(const Ort::Env& env, const void* model, std::size_t size,
                               const SessionChoices& choices)
 {
+    refuseExternalData(model, size);
     if (choices.onlyProvider)
         return makeOnlySession(env, model, size, choices);
     const std::vector<std::string> available = Ort::GetAvailableProviders();

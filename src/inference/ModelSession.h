@@ -32,6 +32,7 @@ struct ModelSession
 ///
 /// \param env         must outlive the session
 /// \param model, size the plain serialized network; read only during the call
+/// \throws ExternalDataRefused if the model keeps values outside of its bytes
 /// \throws ProviderRefused if the only provider that will do cannot be had
 /// \throws Ort::Exception if the runtime refuses the model on the CPU, or the only provider does
 ModelSession makeModelSession(const Ort::Env& env, const void* model, std::size_t size,

@@ -33,6 +33,10 @@ const RuntimeLibrary& openRuntimeLibrary();
 /// The same, but looks in `folder` first.
 const RuntimeLibrary& openRuntimeLibrary(const std::filesystem::path& folder);
 
+/// Whether the system, asked for a library by its bare name, looks in places only that are fixed, and never
+/// in the current directory. So the runtime asks for the libraries of its execution providers.
+bool librariesHaveFixedPlaces();
+
 /// Hands the function table of a loaded library to the wrapper classes.
 /// \throws std::runtime_error if the library is too old to have one
 void useRuntime(const RuntimeLibrary& library);

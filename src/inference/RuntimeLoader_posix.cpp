@@ -121,6 +121,11 @@ RuntimeLibrary load(const std::string& folder)
 
 } // namespace
 
+bool librariesHaveFixedPlaces()
+{
+    return searchPathIsAbsolute();
+}
+
 const RuntimeLibrary& openRuntimeLibrary()
 {
     return openRuntimeLibrary(ownFolder());

@@ -113,6 +113,12 @@ extern "C"
         useLoadedModule;
 }
 
+// The runtime loads them from its own folder, by their full path.
+bool librariesHaveFixedPlaces()
+{
+    return true;
+}
+
 const RuntimeLibrary& openRuntimeLibrary()
 {
     return openRuntimeLibrary(ownFolder());

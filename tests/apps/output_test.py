@@ -171,6 +171,25 @@ class OutputTest(ProgramTest):
                 self.assertEqual((waiting.returncode, errors.splitlines()[-1]), (130, INTERRUPTED))
                 self.assertFalse((self.folder / "out").exists(), "files or folders are left behind")
 
+    def test_the_first_request_ends_a_run_whose_model_never_answers(self) -> None:
+        if self.on_windows:
+            self.skipTest("Windows has no such signals")
+        self.put("song.wav", wav_bytes(noise(300000)))
+        program = subprocess.Popen(self.arguments("song.wav", "hostile/endless.onnx"), cwd=self.folder,
+                                   stderr=subprocess.PIPE, stdout=subprocess.DEVNULL,
+                                   preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL))
+        self.addCleanup(program.kill)
+        deadline = time.monotonic() + 30
+        while not (self.folder / "out/song" / UNFINISHED / "mix.wav").exists() and time.monotonic() < deadline:
+            time.sleep(0.05)
+        time.sleep(0.3)
+        start = time.monotonic()
+        program.send_signal(signal.SIGINT)
+        errors = program.communicate(timeout=30)[1].decode()
+        self.assertLess(time.monotonic() - start, 1.0)
+        self.assertEqual((program.returncode, errors.splitlines()[-1]), (130, INTERRUPTED))
+        self.assertFalse((self.folder / "out").exists(), "files or folders are left behind")
+
     def test_a_full_disk_is_told(self) -> None:
         if self.on_windows:
             self.skipTest("needs a limit on files")

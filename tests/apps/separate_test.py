@@ -12,8 +12,10 @@ import hashlib
 import json
 import os
 import pty
+import shutil
 import struct
 import subprocess
+from pathlib import Path
 
 import numpy as np
 from program import (
@@ -216,6 +218,30 @@ class SeparateTest(ProgramTest):
         self.assert_failed(self.separate("song.wav", "--key", "wrong", model=model), "cannot be used: ")
         self.assert_done(self.separate("song.wav", "--key", key.decode(), model=model))
 
+    def test_an_mp3_that_is_not_whole_is_separated_with_a_warning(self) -> None:
+        for file in ("gapless.mp3", "tone.mp3"):
+            whole = (DATA / file).read_bytes()
+            frames = [0]
+            while frames[-1] < len(whole):  # of 96 kb/s at 44.1 kHz, some with a byte more
+                frames.append(frames[-1] + 313 + (whole[frames[-1] + 2] >> 1 & 1))
+            middle, after = frames[len(frames) // 2], frames[len(frames) // 2 + 2]
+            for name, content, words in (
+                    ("whole", whole, None),
+                    ("tagged", b"ID3\4\0\0\0\0\1\x05" + bytes(133) + whole + b"TAG" + bytes(125), None),
+                    ("cut", whole[:-100], "its last frame of MP3 is not whole"),
+                    ("hole", whole[:middle] + whole[middle + 99:], "is damaged: what follows a frame of MP3 is none at 1 place"),
+                    ("garbage", whole[:middle] + b"!" * 50 + whole[middle:], "is damaged"),
+                    ("shorter", whole[:after], "is damaged or cut off" if file == "gapless.mp3" else None),
+                    ("lacking", whole[:middle] + whole[after:], "is damaged or cut off" if file == "gapless.mp3" else None)):
+                with self.subTest(file=file, name=name):
+                    done = self.separate(self.put("song.mp3", content), "--stems", "mix")
+                    self.assertEqual((done.returncode, len(done.errors)), (0, 1 if words else 0), done.stderr)
+                    warnings = self.receipt("song")["warnings"]
+                    self.assertEqual([f"Warning: {warning}" for warning in warnings], done.errors)
+                    self.assertIn(words or "", "".join(warnings))
+        done = self.separate("song.mp3", "--progress", "json")
+        self.assertEqual(json.loads(done.stderr.splitlines()[-2])["warnings"], self.receipt("song")["warnings"])
+
     def test_a_song_that_cannot_be_separated_is_refused_in_one_sentence(self) -> None:
         whole = wav_bytes(noise(300000))
         flac = (DATA / "tone.flac").read_bytes()
@@ -229,6 +255,7 @@ class SeparateTest(ProgramTest):
                 ("garbage.mp3", np.random.default_rng(1).bytes(500000), "not a readable"),
                 ("text.ogg", b"This is no music. " * 1000, "not a readable"),
                 ("head.wav", whole[:30], "not a readable"),
+                ("half.wav", whole[:34] + b"\x10" + whole[35:], "not a readable"),
                 ("cut.wav", whole[:-1000], "cut off"),
                 ("cut.flac", flac[:len(flac) // 2], "cut off"),
                 ("cut.ogg", ogg[:-100], "cut off"),
@@ -250,6 +277,36 @@ class SeparateTest(ProgramTest):
         self.assertEqual(done.returncode, 1)
         self.assertRegex(done.errors[-1], r"^tonwerk-separate: The model failed at 0:06 or soon after: .*[^ ]\.$")
         self.assertFalse((self.folder / "out").exists())
+
+    def test_a_model_that_answers_no_numbers_fails_with_the_stems_named(self) -> None:
+        self.put("song.wav", wav_bytes(noise(300000)))
+        for options in ([], ["--raw"]):
+            arguments = [*self.command, "song.wav", "--model", str(self.models / "hostile/not_a_number.onnx")]
+            done = self.run_program([*arguments, *(options or ["-o", "out"])])
+            self.assert_failed(done, "are not finite numbers for drum, bass")
+        # Whether a song that is none itself can be separated is up to the song.
+        song = noise(3000)
+        song[7] = np.nan
+        self.assertEqual(self.separate(self.put("odd.wav", wav_bytes(song))).returncode, 0)
+
+    def test_a_model_that_would_read_other_files_is_refused(self) -> None:
+        self.put("song.wav", wav_bytes(noise(3000)))
+        for part in ("initializer", "attribute", "function", "sparse", "subgraph", "memory"):
+            self.assert_failed(self.separate("song.wav", model=f"hostile/external_{part}.onnx"), "has external data")
+
+    def test_libraries_in_the_current_directory_are_not_loaded(self) -> None:
+        decoy = Path(self.command[-1]).parent / "standin-no-entry-point/libonnxruntime_pelagrin.so"
+        if self.on_windows or not decoy.exists():
+            self.skipTest("needs the loader of Linux and a library that tells of being loaded")
+        self.put("song.wav", wav_bytes(noise(3000)))
+        for name in ("libonnxruntime_providers_shared.so", "libonnxruntime_providers_cuda.so", "libtonwerk_c.so.1",
+                     "libtonwerk_proc_multistem.so", "libonnxruntime_pelagrin.so"):
+            shutil.copy(decoy, self.folder / name)
+        for places in ("", ":", "/nowhere:", ".", "/nowhere:."):
+            done = subprocess.run(self.arguments("song.wav"), cwd=self.folder, capture_output=True,
+                                  env=dict(os.environ, LD_LIBRARY_PATH=places))
+            self.assertEqual(done.returncode, 0, done.stderr)
+            self.assertFalse((self.folder / "decoy-was-loaded").exists(), places)
 
     def test_a_model_that_cannot_be_used_is_refused_in_one_sentence(self) -> None:
         self.put("song.wav", wav_bytes(noise(5000)))

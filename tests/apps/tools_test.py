@@ -150,6 +150,12 @@ class CheckModel(ToolTest):
                 self.assertEqual(done.all("speed"), [], "it was run")
         self.assertRegex(done.warnings()[0], r'The input "unified_input" has the shape \(1, 4, \?, 2048\)')
 
+    def test_a_network_that_would_read_other_files_is_not_loaded(self) -> None:
+        for part in ("initializer", "sparse", "attribute", "function", "subgraph", "memory"):
+            with self.subTest(part=part):
+                self.assert_breaks(self.check(models / "hostile" / f"external_{part}.onnx"),
+                                   [r"The model has external data: it would read files of this machine\..*"])
+
     def test_order_and_shape_of_flags_count(self) -> None:
         self.assert_breaks(self.check(self.put_network(scale(Network(flags=FLAG_ORDER[::-1]), GAINS))),
                            [r"The inputs are not in their order, which is unified_input, vocals_flag, drum_flag.*\."])

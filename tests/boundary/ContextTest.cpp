@@ -79,6 +79,29 @@ struct Bytes
     std::string key;
 };
 
+TEST(Context, AModelThatWouldReadOtherFilesIsRefusedLikeOneThatCannotBeLoaded)
+{
+    for (const char* part : {"initializer", "attribute", "function", "memory"})
+    {
+        std::string thrown;
+        const std::string printed = printedBy(
+            [&]
+            {
+                try
+                {
+                    loadContext("hostile/external_" + std::string(part) + ".onnx");
+                }
+                catch (const std::runtime_error& refusal)
+                {
+                    thrown = refusal.what();
+                }
+            });
+        EXPECT_TRUE(thrown.starts_with("The model has external data")) << part << ": " << thrown;
+        EXPECT_NE(printed.find("[INFERENCE_onnx] Failed to initialize ONNX session: " + thrown),
+                  printed.npos);
+    }
+}
+
 TEST(Context, BytesThatAreNoModelAreRefusedAcrossTheBoundary)
 {
     const std::vector<char> model = readModel("gains.onnx");

@@ -35,7 +35,7 @@ ALLOWED = {
     "apps/analysis": ["analysis/"],
     "apps/separation": [
         "separation/", "audio/", "system/", "tonwerk/", "common/Stem",
-        "inference/RuntimeLoader.h", "api/ModelScrambling.h",
+        "inference/RuntimeLoader.h", "api/ModelScrambling.h", "common/MessageReader.h",
     ],
     "apps/report": ["report/", "separation/", "system/", "spectral/"],
     "apps/batch": ["batch/", "report/", "separation/", "analysis/", "audio/", "system/", "tonwerk/"],

@@ -5,12 +5,12 @@
 Usage: make_analytic_models.py OUTDIR
 
 Nothing in them is trained, so what the library must return can be worked out by hand: docs/analytic-models.md
-has the table. The same bytes are written on every run. Models that break the interface go to OUTDIR/wrong.
+has the table. The same bytes are written on every run. Models that break the interface go to OUTDIR/wrong, and those that do harm to OUTDIR/hostile.
 """
 
 import os
 import sys
-from collections.abc import Sequence
+from collections.abc import Callable, Sequence
 from pathlib import Path
 from typing import Any
 
@@ -210,7 +210,68 @@ def mono() -> Network:
     return scale(Network(shape=(1, 2, FRAMES, BINS)), GAINS)
 
 
-MODELS = {
+# --- models that keep the interface and harm -----------------------------------------------------------------------
+
+
+def not_a_number() -> Network:
+    """The drums are infinite where there is sound, the bass is no number where there is none."""
+    network = scale(Network(), GAINS, order=[stem for stem in OUTPUT_ORDER if stem not in ("drum", "bass")])
+    nothing = network.constant("nothing", 0)
+    network.add_output("Div", [INPUT, nothing], "drum")
+    network.add_output("Div", [nothing, INPUT], "bass")
+    return network
+
+
+def endless() -> Network:
+    """A loop that ends after 2^62 rounds."""
+    network = Network()
+    body = helper.make_graph(
+        [helper.make_node("Identity", ["going"], ["still_going"]), helper.make_node("Sin", ["now"], ["next"])], "round",
+        [helper.make_tensor_value_info("number", TensorProto.INT64, []),
+         helper.make_tensor_value_info("going", TensorProto.BOOL, []),
+         helper.make_tensor_value_info("now", TensorProto.FLOAT, SHAPE)],
+        [helper.make_tensor_value_info("still_going", TensorProto.BOOL, []),
+         helper.make_tensor_value_info("next", TensorProto.FLOAT, SHAPE)])
+    rounds = network.constant("rounds", 2 ** 62, np.int64)
+    network.add("Loop", [rounds, network.constant("go", True, np.bool_), INPUT], "turned", body=body)
+    return scale(network, GAINS, source="turned")
+
+
+class WithExternalData:
+    """A network with a tensor whose values lie elsewhere: in a file of the machine, or at an address."""
+
+    def __init__(self, place: str, location: str = "/etc/passwd") -> None:
+        self.place = place
+        self.location = location
+
+    def model(self) -> onnx.ModelProto:
+        model = gains().model()
+        outside = TensorProto(dims=[2], data_type=TensorProto.FLOAT, name="outside", data_location=TensorProto.EXTERNAL)
+        for key, value in (("location", self.location), ("offset", "0"), ("length", "8")):
+            outside.external_data.add(key=key, value=value)
+        constant = helper.make_node("Constant", [], ["unused"], value=outside)
+        if self.place == "initializer":
+            model.graph.initializer.append(outside)
+        elif self.place == "sparse":
+            model.graph.sparse_initializer.add(values=outside, dims=[2])
+        elif self.place == "attribute":
+            model.graph.node.append(constant)
+        elif self.place == "function":
+            model.functions.append(helper.make_function("own", "unused", [], ["unused"], [constant],
+                                                        [helper.make_opsetid("", OPSET)]))
+        elif self.place == "subgraph":
+            branch = helper.make_graph([helper.make_node("Identity", ["outside"], ["chosen"])], "branch", [],
+                                       [helper.make_tensor_value_info("chosen", TensorProto.FLOAT, [2])], [outside])
+            model.graph.node.append(helper.make_node("If", ["drum_flag"], ["unused"], then_branch=branch,
+                                                     else_branch=branch))
+        return model
+
+
+def external_data(place: str, location: str = "/etc/passwd") -> Callable[[], WithExternalData]:
+    return lambda: WithExternalData(place, location)
+
+
+MODELS: dict[str, Callable[[], Any]] = {
     "gains.onnx": gains,
     "identity_vocals.onnx": identity_vocals,
     "bin_mask.onnx": bin_mask,
@@ -227,6 +288,14 @@ MODELS = {
     "wrong/extra_input.onnx": extra_input,
     "wrong/wrong_type.onnx": wrong_type,
     "wrong/mono.onnx": mono,
+    "hostile/not_a_number.onnx": not_a_number,
+    "hostile/endless.onnx": endless,
+    "hostile/external_initializer.onnx": external_data("initializer"),
+    "hostile/external_sparse.onnx": external_data("sparse"),
+    "hostile/external_attribute.onnx": external_data("attribute"),
+    "hostile/external_function.onnx": external_data("function"),
+    "hostile/external_subgraph.onnx": external_data("subgraph"),
+    "hostile/external_memory.onnx": external_data("initializer", "*/_ORT_MEM_ADDR_/*"),
 }
 
 
@@ -242,7 +311,8 @@ def main(arguments: list[str]) -> None:
         sys.exit("usage: make_analytic_models.py OUTDIR")
     folder = Path(arguments[0])
     try:
-        (folder / "wrong").mkdir(parents=True, exist_ok=True)
+        for kind_of_harm in ("wrong", "hostile"):
+            (folder / kind_of_harm).mkdir(parents=True, exist_ok=True)
         for name, kind in MODELS.items():
             write_whole(folder / name, kind().model().SerializeToString())
     except OSError as failure:

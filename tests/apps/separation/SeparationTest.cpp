@@ -103,7 +103,8 @@ protected:
 
     static std::shared_ptr<Model> loaded(const char* name)
     {
-        auto model = loadModel(std::filesystem::path(TONWERK_TEST_MODEL_DIR) / name, "", 0);
+        auto model = std::make_shared<Model>(readModel(std::filesystem::path(TONWERK_TEST_MODEL_DIR) / name),
+                                             name, "", 0);
         model->log().take(); // providers that are not there
         return model;
     }
