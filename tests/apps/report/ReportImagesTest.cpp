@@ -153,6 +153,18 @@ TEST(Spectrogram, SoundIsSeenWhenItIsHeardHoweverLongTheTrack)
     }
 }
 
+TEST(Spectrogram, SamplesNearTheLargestFloatHavePowersThatAreNumbers)
+{
+    Spectrogram spectrogram(rate);
+    Samples loud = sine(440.0, rate);
+    for (float& sample : loud)
+        sample *= 3e38F;
+    spectrogram.feed(loud);
+    spectrogram.finish();
+    EXPECT_GT(spectrogram.peakPower(), 1e20);
+    EXPECT_TRUE(std::isfinite(spectrogram.peakPower()));
+}
+
 TEST(Spectrogram, SilenceIsDrawn)
 {
     Spectrogram spectrogram(8000);
