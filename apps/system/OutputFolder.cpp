@@ -82,10 +82,11 @@ void OutputFolder::MadeFolders::removeEmpty() const noexcept
         fs::remove(path, notEmpty);
 }
 
+// As far as it goes: one may make a folder where one may not read.
 void OutputFolder::MadeFolders::sync() const
 {
     for (const auto& path : innermostFirst)
-        requireSynced(path.has_parent_path() ? path.parent_path() : ".");
+        syncToDisk(path.has_parent_path() ? path.parent_path() : ".");
 }
 
 OutputFolder::OutputFolder(fs::path path, std::vector<std::string> names)
