@@ -47,16 +47,31 @@ void requireSynced(const fs::path& path)
                       " to the disk: " + asReason(std::generic_category().message(errno)) + ".");
 }
 
+std::vector<fs::path> entriesOf(const fs::path& path) noexcept
+{
+    std::error_code failure;
+    std::vector<fs::path> found;
+    for (fs::directory_iterator entry(path, failure); !failure && entry != fs::directory_iterator();
+         entry.increment(failure))
+        found.push_back(entry->path());
+    return found;
+}
+
 /// The folder's files and empty folders, not what lies deeper: nothing else is ours.
 void removeContent(const fs::path& path) noexcept
 {
     std::error_code failure;
-    fs::directory_iterator entry(path, failure);
-    std::vector<fs::path> found;
-    for (; !failure && entry != fs::directory_iterator(); entry.increment(failure))
-        found.push_back(entry->path());
-    for (const fs::path& file : found)
+    for (const fs::path& file : entriesOf(path))
         fs::remove(file, failure);
+}
+
+/// As removeContent, and the files in its folders.
+void removeDeepContent(const fs::path& path) noexcept
+{
+    for (const fs::path& entry : entriesOf(path))
+        if (typeOf(entry) == fs::file_type::directory)
+            removeContent(entry);
+    removeContent(path);
 }
 
 } // namespace
@@ -89,12 +104,15 @@ void OutputFolder::MadeFolders::sync() const
         syncToDisk(path.has_parent_path() ? path.parent_path() : ".");
 }
 
-OutputFolder::OutputFolder(fs::path path, std::vector<std::string> names)
-    : folder(std::move(path)), names(std::move(names)), workshop(folder / unfinishedName),
-      aside(workshop / "before"), madeFolders(folder), lock(folder)
+OutputFolder::OutputFolder(fs::path path, std::vector<std::string> files, std::optional<Subfolder> inside)
+    : folder(std::move(path)), names(std::move(files)), subfolder(std::move(inside)),
+      workshop(folder / unfinishedName), aside(workshop / "before"), madeFolders(folder), lock(folder)
 {
     undoKilledRun();
+    checkSubfolder();
     checkPlaces();
+    if (subfolder)
+        names.insert(names.begin(), subfolder->name);
     if (!makePrivateFolder(workshop))
         throw Failure("Cannot make the folder " + quoted(workshop) + ": " +
                       asReason(std::generic_category().message(errno)) + ".");
@@ -112,22 +130,37 @@ void OutputFolder::checkPlaces() const
     }
 }
 
+void OutputFolder::checkSubfolder() const
+{
+    if (!subfolder)
+        return;
+    const fs::path place = folder / toPath(subfolder->name);
+    const auto isOurs = [this](const fs::path& path)
+    { return typeOf(path) == fs::file_type::regular && path.extension() == subfolder->extension; };
+    const std::vector<fs::path> content = entriesOf(place);
+    const bool isFolder = typeOf(place) == fs::file_type::directory;
+    if (isThere(place) && !(isFolder && std::all_of(content.begin(), content.end(), isOurs)))
+        throw Failure("Cannot write " + quoted(place) + ": what is there now is not of this program.");
+}
+
 /// Nobody else writes here now, so what lies here was left by a process that was killed. Where the last file
 /// had not got its place, the older ones get theirs again.
 void OutputFolder::undoKilledRun() const
 {
     if (typeOf(aside) == fs::file_type::directory && !isThere(folder / toPath(names.back())))
     {
-        std::vector<fs::path> older;
-        for (const auto& entry : fs::directory_iterator(aside))
-            older.push_back(entry.path());
-        for (const fs::path& file : older)
-            move(file, folder / file.filename());
+        for (const fs::path& older : entriesOf(aside))
+        {
+            const fs::path place = folder / older.filename();
+            if (typeOf(older) == fs::file_type::directory && typeOf(place) == fs::file_type::directory)
+                removeContent(place); // nothing replaces a folder that has files
+            move(older, place);
+        }
     }
     if (typeOf(workshop) == fs::file_type::directory)
     {
-        removeContent(aside);
-        removeContent(workshop);
+        removeDeepContent(aside);
+        removeDeepContent(workshop);
     }
     std::error_code failure;
     fs::remove(workshop, failure);
@@ -141,8 +174,7 @@ fs::path OutputFolder::unfinished(const std::string& name) const
 void OutputFolder::commit(const std::vector<std::string>& stale, bool lasting)
 {
     if (lasting)
-        for (const std::string& name : names)
-            requireSynced(unfinished(name));
+        sync();
     const Unbroken exchanging;
     std::vector<std::string> done;
     try
@@ -154,7 +186,16 @@ void OutputFolder::commit(const std::vector<std::string>& stale, bool lasting)
         takeBack(done);
         throw;
     }
-    removeContent(aside);
+    removeDeepContent(aside);
+}
+
+void OutputFolder::sync() const
+{
+    if (subfolder)
+        for (const fs::path& file : entriesOf(unfinished(subfolder->name)))
+            requireSynced(file);
+    for (const std::string& name : names)
+        requireSynced(unfinished(name));
 }
 
 /// \param done gets the names of the files that have their places
@@ -187,19 +228,17 @@ void OutputFolder::takeBack(const std::vector<std::string>& done) const noexcept
 {
     std::error_code failure;
     for (const std::string& name : done)
-        fs::remove(folder / toPath(name), failure);
-    std::vector<fs::path> older;
-    for (fs::directory_iterator entry(aside, failure); !failure && entry != fs::directory_iterator();
-         entry.increment(failure))
-        older.push_back(entry->path());
-    for (const fs::path& file : older)
-        fs::rename(file, folder / file.filename(), failure);
+        fs::rename(folder / toPath(name), unfinished(name), failure);
+    for (const fs::path& older : entriesOf(aside))
+        fs::rename(older, folder / older.filename(), failure);
 }
 
 // Files that could not be put back stay set aside, for the next run.
 void OutputFolder::removeUnfinished() const noexcept
 {
     std::error_code failure;
+    if (subfolder)
+        removeContent(unfinished(subfolder->name));
     removeContent(workshop);
     fs::remove(workshop, failure);
     lock.removeFile();

@@ -13,7 +13,14 @@
 namespace tonwerk::app
 {
 
-/// A folder that gets a set of files all at once or not at all.
+/// A folder within an OutputFolder, with files of one extension, as in ".js", and nothing else.
+struct Subfolder
+{
+    std::string name;
+    std::string extension;
+};
+
+/// A folder that gets a set of files, and perhaps a folder of files, all at once or not at all.
 ///
 /// Until then the files lie in a folder of their own inside, which other users cannot enter, and those that
 /// they replace are set aside there while they change places. Nothing is written through links. If the
@@ -23,9 +30,11 @@ class OutputFolder
 public:
     /// Makes the folder, as far as it does not exist, and keeps others from writing to it.
     /// \param names of the files there will be. The last one is there only when all others are
+    /// \param subfolder if there will be one
     /// \throws Failure if the folder cannot be made or written to, another run writes to it, or what is no
     ///         file stands in the place of one
-    OutputFolder(std::filesystem::path path, std::vector<std::string> names);
+    OutputFolder(std::filesystem::path path, std::vector<std::string> names,
+                 std::optional<Subfolder> subfolder = {});
 
     /// Without commit(), removes what this object has made.
     ~OutputFolder() = default;
@@ -33,11 +42,11 @@ public:
     OutputFolder(const OutputFolder&) = delete;
     OutputFolder& operator=(const OutputFolder&) = delete;
 
-    /// Where to make the file that shall have this name.
+    /// Where to make the file, or the subfolder, that shall have this name.
     std::filesystem::path unfinished(const std::string& name) const;
 
     /// Puts all files, which must be closed, in their places.
-    /// \param stale names of files to remove with those that are replaced, if they exist
+    /// \param stale names of files and of a subfolder to remove with those that are replaced, if they exist
     /// \param lasting whether to wait until the files are on the disk, so that none of them can be empty after
     ///        a crash of the machine
     /// \throws Failure if that is not possible; then everything is as before
@@ -64,13 +73,16 @@ private:
     };
 
     void checkPlaces() const;
+    void checkSubfolder() const;
+    void sync() const;
     void undoKilledRun() const;
     void exchange(const std::vector<std::string>& stale, bool lasting, std::vector<std::string>& done);
     void takeBack(const std::vector<std::string>& done) const noexcept;
     void removeUnfinished() const noexcept;
 
     std::filesystem::path folder;
-    std::vector<std::string> names;
+    std::vector<std::string> names; ///< with the subfolder's in front: it has its place before the last file
+    std::optional<Subfolder> subfolder;
     std::filesystem::path workshop; ///< for the unfinished files
     std::filesystem::path aside;    ///< for those that are being replaced
     MadeFolders madeFolders;        // before the lock, whose file lies in it: it goes after that
