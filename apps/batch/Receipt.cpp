@@ -102,20 +102,31 @@ Json readReceipt(const std::filesystem::path& path)
 /// All names that files of songs can have.
 std::vector<std::string> possibleFiles()
 {
-    std::vector<std::string> names{karaokeTrack().name + ".wav", practiceTrack("").name + ".wav", reportName};
+    std::vector<std::string> names{karaokeTrack().name + ".wav", practiceTrack("").name + ".wav", reportName,
+                                   playerName};
     for (const std::string_view stem : stemNames)
         names.push_back(std::string(stem) + ".wav");
     return names;
 }
 
-/// Whether the file is as long as the receipt says.
+/// The size of a file, or of all files in a folder; 0 if it is neither.
+std::uintmax_t sizeOf(const std::filesystem::path& path)
+{
+    std::error_code absent;
+    if (!std::filesystem::is_directory(path, absent))
+        return std::filesystem::is_regular_file(path, absent) ? std::filesystem::file_size(path, absent) : 0;
+    std::uintmax_t size = 0;
+    for (const auto& entry : std::filesystem::directory_iterator(path, absent))
+        size += entry.is_regular_file(absent) ? entry.file_size(absent) : 0;
+    return size;
+}
+
+/// Whether the file or folder is as large as the receipt says.
 bool hasStatedSize(const Json& receipt, const std::filesystem::path& folder, const std::string& name)
 {
     const Json files = receipt.value("files", Json::object());
-    std::error_code absent;
     return files.is_object() && files.contains(name) && files[name].is_number_unsigned() &&
-           std::filesystem::is_regular_file(folder / toPath(name), absent) &&
-           std::filesystem::file_size(folder / toPath(name), absent) == files[name].get<std::uintmax_t>();
+           sizeOf(folder / toPath(name)) == files[name].get<std::uintmax_t>();
 }
 
 /// The number at a JSON pointer, or 0.
@@ -133,7 +144,9 @@ Json sizesOf(const OutputFolder& folder, const OutputSettings& settings)
     Json sizes = Json::object();
     for (const std::string& name : filesOf(settings))
         if (name != receiptName)
-            sizes[name] = std::filesystem::file_size(folder.unfinished(name));
+            sizes[name] = sizeOf(folder.unfinished(name));
+    if (settings.report)
+        sizes[playerName] = sizeOf(folder.unfinished(playerName));
     return sizes;
 }
 
@@ -169,7 +182,8 @@ bool isDone(const std::filesystem::path& folder, const ReceiptKey& key, const Ou
         return hasStatedSize(receipt, folder, name) && isStem(folder / toPath(name), settings.format, shape);
     };
     return std::all_of(settings.tracks.begin(), settings.tracks.end(), isWhole) &&
-           (!settings.report || hasStatedSize(receipt, folder, reportName));
+           (!settings.report ||
+            (hasStatedSize(receipt, folder, reportName) && hasStatedSize(receipt, folder, playerName)));
 }
 
 std::vector<std::string> filesOf(const OutputSettings& settings)
@@ -192,7 +206,8 @@ std::vector<std::string> staleFiles(const std::filesystem::path& folder, const O
     std::vector<std::string> stale;
     for (const std::string& name : possibleFiles())
         if (receipt["files"].contains(name) &&
-            std::find(current.begin(), current.end(), name) == current.end())
+            std::find(current.begin(), current.end(), name) == current.end() &&
+            !(settings.report && name == playerName))
             stale.push_back(name);
     return stale;
 }

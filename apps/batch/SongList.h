@@ -48,6 +48,9 @@ inline constexpr const char* receiptName = "receipt.json";
 /// The page that shows a song's stems.
 inline constexpr const char* reportName = "report.html";
 
+/// The folder with the sound that the page plays.
+inline constexpr const char* playerName = "player";
+
 /// Finds the songs that the inputs name: files, folders with everything below them, standard input. Each song
 /// appears once; the list is sorted by path, so that it is the same everywhere.
 ///

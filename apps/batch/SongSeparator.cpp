@@ -71,14 +71,16 @@ SongSummary SongSeparator::separateToFolder(const SongEntry& entry, SongSource& 
     const OutputSettings& settings = job.output;
     if (!job.overwrite)
         requireOwnFolder(entry);
-    OutputFolder folder(entry.folder, filesOf(settings));
+    OutputFolder folder(entry.folder, filesOf(settings),
+                        settings.report ? std::optional(Subfolder{playerName, ".js"}) : std::nullopt);
     StemFiles files(folder, namesOf(settings.tracks), song.channels(), song.sampleRate(),
                     song.expectedFrames());
     TrackMeters meters(settings.tracks.size(), song.channels(), song.sampleRate());
     std::vector<SeparationObserver*> observers{&meters};
     std::optional<SongReport> page;
     if (settings.report)
-        observers.push_back(&page.emplace(settings.stems, song.sampleRate()));
+        observers.push_back(&page.emplace(folder.unfinished(playerName), settings.tracks, song.channels(),
+                                          song.sampleRate()));
     Separation separation(loaded, song, settings.tracks, files, observers);
     const SeparationResult result = separation.run(progress);
     // One factor for all tracks keeps their balance.
@@ -87,8 +89,8 @@ SongSummary SongSeparator::separateToFolder(const SongEntry& entry, SongSource& 
     files.finish(settings.format, gain);
     if (page)
         page->write(folder.unfinished(reportName),
-                    {toText(entry.path.filename()), model.name, model.passport.text("license"),
-                     song.channels(), result.audioSeconds, result.processingSeconds, result.nullPeak,
+                    {toText(entry.path.filename()), song.sha256(), model.name, model.passport.text("license"),
+                     result.frames, result.audioSeconds, result.processingSeconds, result.nullPeak,
                      result.nonFiniteSamples});
     writeReceipt({entry, song, {song.sha256(), model.sha256}, model, result, meters, folder, gain}, settings);
     folder.commit(staleFiles(entry.folder, settings), job.lasting);

@@ -15,7 +15,10 @@ std::string_view reportFrame();
 /// The page's style sheet.
 std::string_view reportStyle();
 
-/// The page's scripts, one after the other.
+/// The script that mixes the sound, for the page and for its audio thread.
+std::string_view reportEngine();
+
+/// The page's other scripts, one after the other.
 std::string_view reportScript();
 
 } // namespace tonwerk::app

@@ -45,6 +45,7 @@ std::string reportPage(const nlohmann::json& data)
     };
     insertAt("/* report.css */", reportStyle());
     insertAt(R"({"report": "data"})", asScriptText(data));
+    insertAt("/* engine */", reportEngine());
     insertAt("/* scripts */", reportScript());
     return page.append(frame.substr(place));
 }

@@ -9,9 +9,10 @@
 namespace tonwerk::app
 {
 
-/// The report page with this data: one ASCII HTML text that needs no other file. Texts in the data cannot end
+/// The report page with this data: one ASCII HTML text, which plays the
+/// files that PlayerSegments wrote beside it. Texts in the data cannot end
 /// the block that holds them; bytes that are not UTF-8 become U+FFFD.
-/// \param data what report/page/page.js reads
+/// \param data what report/page/facts.js reads
 std::string reportPage(const nlohmann::json& data);
 
 } // namespace tonwerk::app

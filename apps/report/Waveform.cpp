@@ -10,26 +10,15 @@ namespace tonwerk::app
 namespace
 {
 
-/// More than an image has pixels: at least half of the columns are in use after some seconds of a song.
-constexpr std::size_t maxColumns = 4096;
-constexpr std::uint64_t firstFramesPerColumn = 32;
-constexpr std::uint8_t paleAlpha = 115;
+/// So many that a song of 25 minutes can be seen in steps of 25 ms.
+constexpr std::size_t maxColumns = 65536;
 
-/// The row, from the top and with fractions, in which a value lies.
-double rowOf(double value, double fullScale, std::size_t height)
+/// A value of -1 to 1 as a signed byte, away from zero.
+char asByte(double value)
 {
-    const double half = static_cast<double>(height) / 2.0;
-    return half - std::clamp(value / fullScale, -1.0, 1.0) * half;
-}
-
-/// Colours the rows between two values, at least one.
-void paint(Image& image, std::size_t pixel, double top, double bottom, Color color)
-{
-    const auto last = static_cast<double>(image.height() - 1);
-    const auto first = static_cast<std::size_t>(std::clamp(std::floor(top), 0.0, last));
-    const auto end = static_cast<std::size_t>(std::clamp(std::ceil(bottom), 0.0, last + 1.0));
-    for (std::size_t row = first; row < std::max(end, first + 1); ++row)
-        image.at(pixel, row) = color;
+    constexpr double full = 127.0;
+    const double rounded = value < 0.0 ? std::floor(full * value) : std::ceil(full * value);
+    return static_cast<char>(static_cast<std::int8_t>(std::clamp(rounded, -full, full)));
 }
 
 } // namespace
@@ -45,11 +34,6 @@ void Waveform::Column::merge(const Column& other)
 double Waveform::Column::rms() const
 {
     return samples > 0 ? std::sqrt(squares / static_cast<double>(samples)) : 0.0;
-}
-
-Waveform::Waveform() : framesPerColumn(firstFramesPerColumn)
-{
-    columns.reserve(maxColumns);
 }
 
 void Waveform::feed(std::span<const float> stereo)
@@ -102,33 +86,18 @@ double Waveform::rms() const
     return all.rms();
 }
 
-Waveform::Column Waveform::between(std::size_t pixel, std::size_t width) const
+std::string Waveform::columnBytes() const
 {
-    const double columnsPerPixel =
-        static_cast<double>(frames) / static_cast<double>(framesPerColumn) / static_cast<double>(width);
-    const auto first = static_cast<std::size_t>(static_cast<double>(pixel) * columnsPerPixel);
-    const auto last = static_cast<std::size_t>(static_cast<double>(pixel + 1) * columnsPerPixel);
-    Column result;
-    // Adjacent pixels share the column at their border, so that no peak falls between them.
-    for (std::size_t column = first; column <= last && column < columns.size(); ++column)
-        result.merge(columns[column]);
-    return result;
-}
-
-Image Waveform::draw(std::size_t width, std::size_t height, float fullScale, Color color) const
-{
-    Image image(width, height);
-    const double scale = static_cast<double>(fullScale);
-    const Color pale{color.red, color.green, color.blue, paleAlpha};
-    for (std::size_t pixel = 0; pixel < width; ++pixel)
+    const double scale = peak() > 0.0F ? 1.0 / static_cast<double>(peak()) : 0.0;
+    std::string bytes;
+    bytes.reserve(3 * columns.size());
+    for (const Column& column : columns)
     {
-        const Column column = between(pixel, width);
-        const double rms = column.rms();
-        paint(image, pixel, rowOf(static_cast<double>(column.highest), scale, height),
-              rowOf(static_cast<double>(column.lowest), scale, height), pale);
-        paint(image, pixel, rowOf(rms, scale, height), rowOf(-rms, scale, height), color);
+        bytes += asByte(scale * static_cast<double>(column.lowest));
+        bytes += asByte(scale * static_cast<double>(column.highest));
+        bytes += asByte(scale * column.rms());
     }
-    return image;
+    return bytes;
 }
 
 } // namespace tonwerk::app

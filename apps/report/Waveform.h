@@ -5,9 +5,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 #include <vector>
-
-#include "report/Image.h"
 
 namespace tonwerk::app
 {
@@ -17,8 +16,6 @@ namespace tonwerk::app
 class Waveform
 {
 public:
-    Waveform();
-
     /// Takes the next interleaved stereo samples. Those that are not finite count as zero.
     void feed(std::span<const float> stereo);
 
@@ -28,9 +25,13 @@ public:
     /// Root of the mean square of all samples so far.
     double rms() const;
 
-    /// Draws the whole track: the extremes of both channels pale, the RMS value around zero in full colour.
-    /// \param fullScale value that reaches the upper and lower edge, more than 0
-    Image draw(std::size_t width, std::size_t height, float fullScale, Color color) const;
+    /// The track as columns of three bytes each: the lowest and the highest value of both channels and the
+    /// RMS value, as signed numbers of which 127 is the peak. Rounded away from zero, so that nothing is
+    /// lost.
+    std::string columnBytes() const;
+
+    /// Samples per channel in a column; the last one may be shorter.
+    std::uint64_t columnFrames() const { return framesPerColumn; }
 
 private:
     struct Column
@@ -45,10 +46,9 @@ private:
     };
 
     void mergePairs();
-    Column between(std::size_t pixel, std::size_t width) const;
 
     std::vector<Column> columns;
-    std::uint64_t framesPerColumn;
+    std::uint64_t framesPerColumn = 256;
     std::uint64_t frames = 0;
 };
 

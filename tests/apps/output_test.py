@@ -132,6 +132,20 @@ class OutputTest(ProgramTest):
         self.assert_done(self.separate("song.wav", "--stems", "vocals"))
         self.assertEqual(self.files(), file_set("song", ("vocals", "mix")) | {"song/notes.txt"})
 
+    def test_a_page_replaces_its_own_sound_and_no_other_folder(self) -> None:
+        self.put("song.wav", wav_bytes(noise(3000)))
+        player = self.folder / "out/song/player"
+        player.mkdir(parents=True)
+        (player / "notes.txt").write_bytes(b"of the user")
+        done = self.separate("song.wav", "--report")
+        self.assertEqual((done.returncode, self.files()), (1, {"song/player/notes.txt"}), done.stderr)
+        (player / "notes.txt").rename(player / "7.js")
+        self.assert_done(self.separate("song.wav", "--report"))
+        self.assertEqual(self.files(), file_set("song") | {"song/report.html", "song/player/0.js"})
+        (player / "0.js").write_bytes(b"less")
+        self.assertIn("real-time factor", self.separate("song.wav", "--report", "--resume").stdout)
+        self.assertIn("already done", self.separate("song.wav", "--report", "--resume").stdout)
+
     def test_stems_that_are_not_whole_are_made_again(self) -> None:
         self.put("song.wav", wav_bytes(noise(3000)))
         self.assert_done(self.separate("song.wav", "--report"))

@@ -1,90 +1,73 @@
 // SPDX-License-Identifier: MIT
 /*
- * Plays several audio files as one.
+ * Plays all tracks on one clock: a MixEngine in the audio thread mixes them, and the player sees to it that it has the
+ * segments that come next. Its memory does not grow with the song.
  *
- * A page from the local disk may play a file beside it but not read it: fetch() is refused, and an audio element that
- * is led through the Web Audio API falls silent. So every stem has an audio element of its own. They are started
- * together once all of them are ready. Even so some start tens of milliseconds apart, and would stay so. So the stems
- * follow the one in the middle: one that is far off is silent for the moment in which a quite different speed brings it
- * back, and what is less is made up by changes of speed too small to be heard.
- *
- * Events: "change" when the state has changed, "failure" with a `detail` of the file that cannot be played.
+ * Events: "change" when the state has changed, "failure" with a sentence as `detail`.
  */
-class StemPlayer extends EventTarget {
-    static tickMilliseconds = 20;
-    static nearlyEqual = 0.002; // seconds, that are left alone
-    static apart = 0.01; // seconds, that silence a stem while the stems find together
-    static findingTogether = 1500; // milliseconds after a start
-    static echo = 0.025; // seconds, that silence it later on: a busy machine reads positions too early or too late
-    static tooFar = 0.25; // seconds, that a change of speed would take too long for
-    static gentle = { largestChange: 0.01, seconds: 0.2 }; // a sixth of a semitone at most
-    static fast = { largestChange: 0.2, seconds: 0.16 };
-    static longestSilence = 1000; // milliseconds, after which a stem is heard wherever it is
-    static longestWait = 5000; // milliseconds for a file to get ready, after which the others do not wait for it
+class Player extends EventTarget {
+    static cacheBytes = 200e6;
+    static segmentsAhead = 2;
 
-    /**
-     * @param {HTMLAudioElement[]} elements one per stem, with their sources
-     * @param {number} duration length of the song in seconds
-     */
-    constructor(elements, duration) {
+    /** @param {{frames: number, segmentFrames: number, sampleRate: number, tracks: number}} song */
+    constructor(song, loader) {
         super();
-        this.duration = duration;
-        this.elements = elements;
-        this.playing = false;
-        this.loop = { on: false, start: 0, end: duration };
-        this.turn = 0; // counts moves and starts, so that what was overtaken by a later one can tell
-        this.aim = 0; // where a move leads that is still under way
-        this.timer = 0;
-        this.launchedAt = 0;
-        this.silences = new Map(); // how many milliseconds each element has been silent to catch up
-        for (const element of elements) {
-            element.preservesPitch = false; // resampling, not time-stretching, while it catches up
-            element.addEventListener('error', () => this.drop(element));
-        }
+        this.song = song;
+        this.loader = loader;
+        this.settings = { playing: false };
+        this.loop = { on: false, start: 0, end: song.frames };
+        this.position = 0; // in samples, as the others
+        this.report = { waiting: false, peak: 0, match: 1 };
+        this.turn = 0; // of the last move: reports from before it are out of date
+        this.held = []; // segments that the audio thread has, the longest unused ones first
+        this.isLoading = false;
+        this.hasFailed = false; // then nothing more is loaded until the user plays again
+        const wantedAtMost = 2 * (Player.segmentsAhead + 1);
+        this.capacity = Math.max(Math.floor(Player.cacheBytes / (4 * song.segmentFrames * song.tracks)), wantedAtMost);
     }
 
-    /** The position in seconds. */
+    get playing() {
+        return this.settings.playing;
+    }
+
     get time() {
-        if (this.aim !== null || this.elements.length === 0) return this.aim ?? 0;
-        return Math.min(this.elements[0].currentTime, this.duration);
+        return this.position / this.song.sampleRate;
     }
 
-    toggle() {
-        return this.playing ? this.pause() : this.play();
+    /** Tells early if the sound is missing. */
+    async check() {
+        await this.loader.load(0).catch((error) => this.fail(error));
     }
 
-    play() {
-        if (this.elements.length === 0) return Promise.resolve();
-        this.playing = true;
-        const time = this.time;
-        const outside = this.loop.on && (time < this.loop.start || time >= this.loop.end - 0.01);
-        const atEnd = time >= this.duration - 0.02;
-        return this.moveTo(outside ? this.loop.start : atEnd ? 0 : time);
+    /** Browsers let a page make sound once it has been used. */
+    async start() {
+        if (this.starting) return this.starting;
+        this.starting = (async () => {
+            const { sampleRate } = this.song;
+            this.context = new AudioContext({ sampleRate, latencyHint: 'playback' });
+            const code = document.getElementById('engine').textContent;
+            // As a data URL, because neither files nor blobs are allowed on a page from the disk.
+            await this.context.audioWorklet.addModule(`data:text/javascript,${encodeURIComponent(code)}`);
+            this.node = new AudioWorkletNode(this.context, 'stems',
+                { numberOfInputs: 0, outputChannelCount: [2], processorOptions: this.song });
+            this.node.port.onmessage = ({ data }) => this.take(data);
+            this.node.onprocessorerror = () => this.fail(new Error('its audio thread stopped'));
+            this.node.connect(this.context.destination);
+            this.post({ set: { ...this.settings, loop: this.loop }, seek: this.position });
+        })();
+        return this.starting;
     }
 
-    pause() {
-        this.playing = false;
-        return this.moveTo(this.time); // all to the same place, and whatever is under way is overtaken
+    post(message) {
+        this.node?.port.postMessage({ ...message, turn: this.turn });
     }
 
-    /** Goes to a position and plays on from there if it was playing. */
-    async moveTo(seconds) {
-        const time = Math.min(Math.max(seconds, 0), this.duration);
-        const turn = ++this.turn;
-        this.aim = time;
-        this.halt();
-        this.changed();
-        await Promise.all(this.elements.map((element) => this.settle(element, time)));
-        if (turn !== this.turn) return;
-        if (this.playing) await this.launch(turn);
-        else this.aim = null;
-        this.changed();
-    }
-
-    /** @param {{on: boolean, start: number, end: number}} loop replaces the loop region */
-    setLoop(loop) {
-        this.loop = loop;
-        if (loop.on && this.playing && (this.time < loop.start || this.time >= loop.end)) this.moveTo(loop.start);
+    fail(error) {
+        this.settings.playing = false;
+        const detail = /^player\//.test(error.message)
+            ? `The file ${error.message} is missing or damaged. It belongs beside this page.`
+            : `This browser cannot play the stems here: ${error.message}.`;
+        this.dispatchEvent(new CustomEvent('failure', { detail }));
         this.changed();
     }
 
@@ -92,89 +75,104 @@ class StemPlayer extends EventTarget {
         this.dispatchEvent(new Event('change'));
     }
 
-    drop(element) {
-        this.elements = this.elements.filter((other) => other !== element);
-        if (this.elements.length === 0) this.playing = false;
-        this.dispatchEvent(new CustomEvent('failure', { detail: element.getAttribute('src') }));
+    take(report) {
+        if (report.turn !== this.turn) return;
+        const stopped = this.playing && !report.playing;
+        this.report = report;
+        this.position = report.position;
+        this.settings.playing = report.playing;
+        this.fillWindow();
+        if (stopped) this.changed();
+    }
+
+    toggle() {
+        return this.playing ? this.set({ playing: false }) : this.play();
+    }
+
+    async play() {
+        const { on, start, end } = this.loop;
+        const isOutside = on && (this.position < start || this.position >= end);
+        if (isOutside) this.seek(start);
+        else if (this.position >= this.song.frames) this.seek(0);
+        this.hasFailed = false;
+        this.set({ playing: true });
+        try {
+            await this.start();
+            await this.context.resume();
+            await this.fillWindow();
+        } catch (error) {
+            this.fail(error);
+        }
+    }
+
+    /** Changes settings of the engine. */
+    set(changes) {
+        ++this.turn;
+        Object.assign(this.settings, changes);
+        this.post({ set: changes });
         this.changed();
     }
 
-    halt() {
-        clearInterval(this.timer);
-        for (const element of this.elements) {
-            element.pause();
-            element.playbackRate = 1;
-            element.muted = false;
+    setLoop(loop) {
+        const rounded = { on: loop.on, start: Math.round(loop.start), end: Math.round(loop.end) };
+        ++this.turn;
+        this.loop = rounded;
+        this.post({ set: { loop: rounded } });
+        this.fillWindow();
+        this.changed();
+    }
+
+    /** Goes to a sample of the song and plays on from there if it was playing. */
+    seek(frame) {
+        ++this.turn;
+        this.position = Math.min(Math.max(Math.round(frame), 0), this.song.frames);
+        this.post({ seek: this.position });
+        this.fillWindow();
+        this.changed();
+    }
+
+    /** The segments that are heard next, and those that a loop goes back to. */
+    wanted() {
+        const { frames, segmentFrames } = this.song;
+        const { on, start, end } = this.loop;
+        const until = on && this.position < end ? end : frames;
+        const ahead = (from, to) => {
+            const first = Math.floor(Math.min(from, frames - 1) / segmentFrames);
+            const last = Math.floor((Math.max(Math.min(to, frames), 1) - 1) / segmentFrames);
+            const count = Math.min(Math.max(last - first, 0), Player.segmentsAhead) + 1;
+            return Array.from({ length: count }, (_, index) => first + index);
+        };
+        const back = on ? ahead(Math.max(start - TrackSamples.longestJoin, 0), end) : [];
+        return [...new Set([...ahead(this.position, until), ...back])];
+    }
+
+    async fillWindow() {
+        if (this.isLoading || this.hasFailed || !this.node) return;
+        this.isLoading = true;
+        try {
+            for (;;) {
+                const wanted = this.wanted();
+                const index = wanted.find((candidate) => !this.held.includes(candidate));
+                if (index === undefined) break;
+                const parts = await this.loader.load(index);
+                this.hold(index, parts);
+            }
+        } catch (error) {
+            this.hasFailed = true;
+            this.set({ playing: false });
+            this.fail(error);
+        } finally {
+            this.isLoading = false;
         }
     }
 
-    /** Puts an element to a time and waits until it could play from there. */
-    async settle(element, time) {
-        const events = ['loadedmetadata', 'seeked', 'canplay', 'error', 'ended'];
-        const until = (isDone) =>
-            new Promise((resolve) => {
-                const finish = () => {
-                    clearTimeout(timeout);
-                    for (const event of events) element.removeEventListener(event, look);
-                    resolve();
-                };
-                const look = () => {
-                    if (element.error || isDone()) finish();
-                };
-                const timeout = setTimeout(finish, StemPlayer.longestWait);
-                for (const event of events) element.addEventListener(event, look);
-                look();
-            });
-        await until(() => element.readyState >= HTMLMediaElement.HAVE_METADATA);
-        if (Math.abs(element.currentTime - time) > 0.0001) element.currentTime = time;
-        const atEnd = time >= this.duration - 0.05;
-        const enough = atEnd ? HTMLMediaElement.HAVE_CURRENT_DATA : HTMLMediaElement.HAVE_FUTURE_DATA;
-        await until(() => !element.seeking && element.readyState >= enough);
-    }
-
-    async launch(turn) {
-        const starts = await Promise.allSettled(this.elements.map((element) => element.play()));
-        if (turn !== this.turn) return;
-        if (starts.some((start) => start.status === 'rejected' && start.reason.name === 'NotAllowedError')) {
-            this.playing = false;
-            return this.halt();
-        }
-        this.aim = null;
-        this.launchedAt = performance.now();
-        this.silences = new Map();
-        this.timer = setInterval(() => this.tick(), StemPlayer.tickMilliseconds);
-        this.tick();
-    }
-
-    tick() {
-        const [first] = this.elements;
-        if (!first) return this.halt();
-        const end = this.loop.on ? this.loop.end : this.duration;
-        if (first.ended || first.currentTime >= end - 0.005) return void this.reachEnd();
-        const times = this.elements.map((element) => element.currentTime).sort((one, other) => one - other);
-        const middle = times[times.length >> 1];
-        for (const element of this.elements) this.hold(element, middle);
-    }
-
-    reachEnd() {
-        if (!this.loop.on) this.playing = false;
-        this.moveTo(this.loop.on ? this.loop.start : this.duration);
-    }
-
-    /** Leads an element to where it should be now. */
-    hold(element, time) {
-        const late = time - element.currentTime;
-        const difference = Math.abs(late);
-        if (difference > StemPlayer.tooFar && !element.seeking) element.currentTime = time;
-        const silence = this.silences.get(element) ?? 0;
-        const isNew = performance.now() - this.launchedAt < StemPlayer.findingTogether;
-        const bearable = element.muted ? StemPlayer.nearlyEqual : isNew ? StemPlayer.apart : StemPlayer.echo;
-        element.muted = difference > bearable && silence < StemPlayer.longestSilence;
-        const tick = StemPlayer.tickMilliseconds;
-        this.silences.set(element, element.muted ? silence + tick : Math.max(silence - tick / 2, 0));
-        const { largestChange, seconds } = element.muted ? StemPlayer.fast : StemPlayer.gentle;
-        const change = Math.min(Math.max(late / seconds, -largestChange), largestChange);
-        const isNear = difference < (element.playbackRate === 1 ? StemPlayer.nearlyEqual : StemPlayer.nearlyEqual / 4);
-        element.playbackRate = isNear ? 1 : 1 + change;
+    hold(index, parts) {
+        const wanted = this.wanted();
+        const others = this.held.filter((held) => !wanted.includes(held));
+        const kept = this.held.filter((held) => wanted.includes(held));
+        this.held = [...others, ...kept, index].slice(-this.capacity);
+        const buffers = parts.flatMap((part) => part?.channels.map((channel) => channel.buffer) ?? []);
+        this.node.port.postMessage({ keep: this.held });
+        this.node.port.postMessage({ put: { index, parts } }, buffers);
     }
 }

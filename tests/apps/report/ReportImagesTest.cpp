@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <numbers>
 #include <random>
 #include <span>
+#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -24,21 +26,6 @@ using Samples = std::vector<float>;
 
 constexpr unsigned rate = 44100;
 constexpr std::size_t width = 200;
-constexpr std::size_t height = 40;
-constexpr Color red{255, 0, 0, 255};
-
-std::vector<std::uint32_t> pixelsOf(Image image)
-{
-    std::vector<std::uint32_t> pixels;
-    for (std::size_t row = 0; row < image.height(); ++row)
-        for (std::size_t column = 0; column < image.width(); ++column)
-        {
-            const Color color = image.at(column, row);
-            pixels.push_back(color.red * 0x1000000U + color.green * 0x10000U + color.blue * 0x100U +
-                             color.alpha);
-        }
-    return pixels;
-}
 
 /// Feeds stereo samples in blocks of frames.
 template <typename Track>
@@ -73,10 +60,19 @@ std::size_t brightestRow(Image& image, std::size_t column)
     return brightest;
 }
 
+/// The bytes of a column: lowest, highest and RMS value, 127 being the peak.
+std::array<int, 3> columnAt(const Waveform& waveform, std::size_t column)
+{
+    const std::string bytes = waveform.columnBytes();
+    const auto at = [&](std::size_t place)
+    { return static_cast<int>(static_cast<signed char>(bytes.at(place))); };
+    return {at(3 * column), at(3 * column + 1), at(3 * column + 2)};
+}
+
 TEST(Waveform, OneLoudSampleIsSeenInItsPlaceHoweverLongTheTrack)
 {
-    // From less than a sample per pixel to many merged columns.
-    for (const std::size_t frames : {100U, 5000U, 3000000U})
+    // From one column to all of them, twice over.
+    for (const std::size_t frames : {100U, 5000U, 40000000U})
     {
         Samples stereo(2 * frames, 0.0F);
         const std::size_t place = frames / 4 * 3;
@@ -85,13 +81,16 @@ TEST(Waveform, OneLoudSampleIsSeenInItsPlaceHoweverLongTheTrack)
         feedInBlocks(waveform, stereo, 70000);
         EXPECT_EQ(waveform.peak(), 0.75F);
         EXPECT_NEAR(waveform.rms(), 0.75 / std::sqrt(2.0 * static_cast<double>(frames)), 1e-9);
-        Image image = waveform.draw(width, height, 1.0F, red);
-        // Three quarters of the lower half.
-        const std::size_t lowest = height / 2 + height / 2 * 3 / 4 - 1;
-        EXPECT_GT(image.at(width / 4 * 3, lowest).alpha, 0) << frames << " frames";
-        EXPECT_EQ(image.at(width / 4 * 3, lowest + 1).alpha, 0);
-        EXPECT_EQ(image.at(width / 2, lowest).alpha, 0);
-        EXPECT_EQ(image.at(width / 4 * 3, height / 2 - 3).alpha, 0) << "the upper half is empty";
+        const std::size_t column = place / waveform.columnFrames();
+        const std::size_t columns = (frames + waveform.columnFrames() - 1) / waveform.columnFrames();
+        EXPECT_EQ(waveform.columnBytes().size(), 3 * columns);
+        EXPECT_LE(columns, 65536U) << "its memory does not grow";
+        EXPECT_EQ(columnAt(waveform, column).at(0), -127) << frames << " frames";
+        EXPECT_EQ(columnAt(waveform, column).at(1), 0);
+        EXPECT_GE(columnAt(waveform, column).at(2), 1);
+        const std::string bytes = waveform.columnBytes();
+        EXPECT_EQ(std::count(bytes.begin(), bytes.end(), '\0'),
+                  static_cast<std::ptrdiff_t>(bytes.size() - 2));
     }
 }
 
@@ -108,7 +107,9 @@ TEST(Waveform, HowTheBlocksAreCutDoesNotShowAndWhatIsNoNumberCountsAsZero)
     Waveform cut;
     feedInBlocks(cut, stereo, 777);
     EXPECT_LE(whole.peak(), 0.5F);
-    EXPECT_EQ(pixelsOf(whole.draw(width, height, 0.5F, red)), pixelsOf(cut.draw(width, height, 0.5F, red)));
+    EXPECT_EQ(whole.columnBytes(), cut.columnBytes());
+    // Even noise: an RMS value of 1 / sqrt(3) of the peak.
+    EXPECT_NEAR(columnAt(whole, 5).at(2), 127.0 / std::sqrt(3.0), 4.0);
 }
 
 TEST(Spectrogram, ASineLiesInTheRowOfItsFrequencyWithItsPower)
