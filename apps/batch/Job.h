@@ -26,6 +26,8 @@ struct OutputSettings
     SampleFormat format = SampleFormat::Float32;
     /// Whether to write a page that shows and plays the stems.
     bool report = false;
+    /// Whether to write sessions for recording programs, with a track per stem.
+    bool project = false;
 };
 
 /// The songs to separate, and how.

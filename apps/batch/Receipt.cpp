@@ -45,7 +45,8 @@ Json describe(const OutputSettings& settings)
     Json description{{"format", nameOf(settings.format)},
                      {"stems", Json::array()},
                      {"mixtures", Json::object()},
-                     {"report", settings.report}};
+                     {"report", settings.report},
+                     {"project", settings.project}};
     for (const Track& track : settings.tracks)
     {
         if (track.stem)
@@ -102,7 +103,11 @@ Json readReceipt(const std::filesystem::path& path)
 /// All names that files of songs can have.
 std::vector<std::string> possibleFiles()
 {
-    std::vector<std::string> names{karaokeTrack().name + ".wav", practiceTrack("").name + ".wav", reportName,
+    std::vector<std::string> names{karaokeTrack().name + ".wav",
+                                   practiceTrack("").name + ".wav",
+                                   reportName,
+                                   dawProjectName,
+                                   reaperProjectName,
                                    playerName};
     for (const std::string_view stem : stemNames)
         names.push_back(std::string(stem) + ".wav");
@@ -182,6 +187,8 @@ bool isDone(const std::filesystem::path& folder, const ReceiptKey& key, const Ou
         return hasStatedSize(receipt, folder, name) && isStem(folder / toPath(name), settings.format, shape);
     };
     return std::all_of(settings.tracks.begin(), settings.tracks.end(), isWhole) &&
+           (!settings.project || (hasStatedSize(receipt, folder, dawProjectName) &&
+                                  hasStatedSize(receipt, folder, reaperProjectName))) &&
            (!settings.report ||
             (hasStatedSize(receipt, folder, reportName) && hasStatedSize(receipt, folder, playerName)));
 }
@@ -193,6 +200,8 @@ std::vector<std::string> filesOf(const OutputSettings& settings)
         names.push_back(track.name + ".wav");
     if (settings.report)
         names.emplace_back(reportName);
+    if (settings.project)
+        names.insert(names.end(), {dawProjectName, reaperProjectName});
     names.emplace_back(receiptName);
     return names;
 }

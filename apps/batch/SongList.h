@@ -48,6 +48,10 @@ inline constexpr const char* receiptName = "receipt.json";
 /// The page that shows a song's stems.
 inline constexpr const char* reportName = "report.html";
 
+/// The sessions for recording programs.
+inline constexpr const char* dawProjectName = "stems.dawproject";
+inline constexpr const char* reaperProjectName = "stems.rpp";
+
 /// The folder with the sound that the page plays.
 inline constexpr const char* playerName = "player";
 

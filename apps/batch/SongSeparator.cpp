@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "batch/SongSeparator.h"
 
+#include <algorithm>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -10,8 +11,10 @@
 #include "audio/SongReader.h"
 #include "audio/StemFiles.h"
 #include "batch/TrackMeters.h"
+#include "handoff/Session.h"
 #include "report/SongReport.h"
 #include "system/Failure.h"
+#include "system/NewFile.h"
 #include "system/OutputFolder.h"
 #include "system/Text.h"
 
@@ -34,6 +37,29 @@ void requireOwnFolder(const SongEntry& entry)
     if (!other.empty() && other != toText(entry.path.filename()))
         throw Failure("The folder " + quoted(entry.folder) + " holds the stems of " + quoted(toPath(other)) +
                       ", not of " + quoted(entry.path) + "; --overwrite replaces them.");
+}
+
+/// The title of a stem: "Acoustic guitar".
+std::string titleOf(std::string name)
+{
+    std::replace(name.begin(), name.end(), '_', ' ');
+    name.front() = static_cast<char>(name.front() - 'a' + 'A');
+    return name;
+}
+
+/// The stems as a session. The mix would double them, so it is a track only if it is alone.
+void writeSessions(const OutputFolder& folder, const SongEntry& entry, const SongSource& song,
+                   const SeparationResult& result, const OutputSettings& settings)
+{
+    Session session{toText(entry.path.stem()), song.channels(), song.sampleRate(), result.frames, {}};
+    constexpr std::size_t mix = stemNames.size() - 1;
+    for (const Track& track : settings.tracks)
+        if (track.stem && (*track.stem != mix || settings.stems.count() == 1))
+            session.tracks.push_back({titleOf(track.name), track.name + ".wav", stemColors.at(*track.stem)});
+    const std::string dawproject = dawProject(session);
+    writeNewFile(folder.unfinished(dawProjectName), dawproject.data(), dawproject.size());
+    const std::string reaper = reaperProject(session);
+    writeNewFile(folder.unfinished(reaperProjectName), reaper.data(), reaper.size());
 }
 
 } // namespace
@@ -92,6 +118,8 @@ SongSummary SongSeparator::separateToFolder(const SongEntry& entry, SongSource& 
                     {toText(entry.path.filename()), song.sha256(), model.name, model.passport.text("license"),
                      result.frames, result.audioSeconds, result.processingSeconds, result.nullPeak,
                      result.nonFiniteSamples});
+    if (settings.project)
+        writeSessions(folder, entry, song, result, settings);
     writeReceipt({entry, song, {song.sha256(), model.sha256}, model, result, meters, folder, gain}, settings);
     folder.commit(staleFiles(entry.folder, settings), job.lasting);
     return summaryOf(song, result, gain);

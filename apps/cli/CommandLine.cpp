@@ -64,6 +64,7 @@ struct RawOptions
     bool listModels = false;
     bool karaoke = false;
     bool report = false;
+    bool project = false;
     bool raw = false;
     bool resume = false;
     bool fast = false;
@@ -119,7 +120,11 @@ void declareOutput(CLI::App& app, RawOptions& raw)
     app.add_flag("--raw", raw.raw,
                  "Write the stems of one song to standard output instead, as float samples of all\n"
                  "stems and channels frame by frame");
-    app.add_flag("--report", raw.report, "Write a page that shows and plays the stems: DIR/SONG/report.html");
+    app.add_flag("--report", raw.report, "Write a page to mix and play the stems: DIR/SONG/report.html");
+    app.add_flag(
+        "--project", raw.project,
+        "Write sessions for recording programs with a track per stem: DIR/SONG/stems.dawproject, and\n"
+        "stems.rpp for REAPER");
 }
 
 void declareBatch(CLI::App& app, RawOptions& raw)
@@ -195,19 +200,21 @@ void readShard(const std::string& text, Job& job)
 
 void checkTogether(const RawOptions& raw, const StemSet& stems)
 {
-    if (raw.raw && (!raw.outputFolder.empty() || raw.report || raw.resume || raw.jobs > 1 ||
+    if (raw.raw && (!raw.outputFolder.empty() || raw.report || raw.project || raw.resume || raw.jobs > 1 ||
                     !raw.shard.empty() || raw.format != SampleFormat::Float32))
         throw UsageError("--raw writes float samples of one song to standard output: it goes with none of "
-                         "--output, --format, --report, --resume, --jobs and --shard.");
+                         "--output, --format, --report, --project, --resume, --jobs and --shard.");
     if (!raw.raw && raw.outputFolder.empty())
         throw UsageError("--output is required (--help tells more).");
     if (raw.report && stems.none())
         throw UsageError("--report shows stems, but there are none to write.");
+    if (raw.project && stems.none())
+        throw UsageError("--project wants stems, but there are none to write.");
 }
 
 OutputSettings outputSettings(const RawOptions& raw, const StemSet& stems)
 {
-    return {stems, chosenTracks(raw, stems), raw.format, raw.report};
+    return {stems, chosenTracks(raw, stems), raw.format, raw.report, raw.project};
 }
 
 CommandLine modelListing(const RawOptions& raw)

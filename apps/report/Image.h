@@ -3,21 +3,13 @@
 #define TONWERK_APPS_REPORT_IMAGE_H
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <vector>
 
+#include "separation/StemColors.h"
+
 namespace tonwerk::app
 {
-
-/// A colour with opacity, 255 being opaque.
-struct Color
-{
-    std::uint8_t red;
-    std::uint8_t green;
-    std::uint8_t blue;
-    std::uint8_t alpha;
-};
 
 /// An image of pixels in rows from the top, transparent at first.
 class Image

@@ -2,7 +2,6 @@
 #include "report/SongReport.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <iterator>
 #include <utility>
@@ -22,17 +21,6 @@ namespace
 constexpr std::size_t imageWidth = 1280;
 /// Avoids a division by zero for silence.
 constexpr double quietestPower = 1e-12;
-
-/// The song's colour, then the stems' in the order of stemNames; all are readable on white and on black.
-constexpr std::array<Color, stemNames.size() + 1> trackColors{{{125, 133, 151, 255},
-                                                               {226, 74, 122, 255},
-                                                               {230, 118, 36, 255},
-                                                               {124, 108, 240, 255},
-                                                               {24, 158, 106, 255},
-                                                               {208, 58, 58, 255},
-                                                               {28, 140, 214, 255},
-                                                               {139, 128, 118, 255},
-                                                               {20, 150, 160, 255}}};
 
 std::string asCss(Color color)
 {
@@ -133,12 +121,12 @@ void SongReport::write(const std::filesystem::path& path, const SongFacts& facts
                         {"nonFiniteSamples", facts.nonFiniteSamples},
                         {"lowestFrequency", Spectrogram::lowestFrequency},
                         {"highestFrequency", Spectrogram::highestFrequency(rate)},
-                        {"song", describe(song, brightest, trackColors.front())},
+                        {"song", describe(song, brightest, songColor)},
                         {"stems", nlohmann::json::array()},
                         {"mixes", nlohmann::json::array()}};
     for (const auto& [stem, track] : stems)
     {
-        nlohmann::json description = describe(track, brightest, trackColors.at(stem + 1));
+        nlohmann::json description = describe(track, brightest, stemColors.at(stem));
         description["name"] = stemNames.at(stem);
         page["stems"].push_back(std::move(description));
     }

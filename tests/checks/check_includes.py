@@ -38,7 +38,8 @@ ALLOWED = {
         "inference/RuntimeLoader.h", "api/ModelScrambling.h", "common/MessageReader.h",
     ],
     "apps/report": ["report/", "separation/", "audio/FlacFile.h", "system/", "spectral/"],
-    "apps/batch": ["batch/", "report/", "separation/", "analysis/", "audio/", "system/", "tonwerk/"],
+    "apps/handoff": ["handoff/", "separation/"],
+    "apps/batch": ["batch/", "handoff/", "report/", "separation/", "analysis/", "audio/", "system/", "tonwerk/"],
     "apps/cli": ["cli/", "batch/", "separation/", "audio/", "system/"],
     "apps/tools": [
         "tools/", "separation/", "system/", "tonwerk/",
