@@ -47,6 +47,7 @@ TAPS = {
 # A run fails when the magnitude of any real or imaginary part exceeds this. Samples of magnitude 1 reach at most
 # the sum of the window, 1720.3, so a signal below 58 times full scale never does.
 FAILURE_LEVEL = 1e5
+ROUNDS = 10**12  # of a loop, about a microsecond each
 
 # Upper edge of each stem's band in Hz, lowest band first. What lies above the last edge stays for the residual.
 BANDS = (("bass", 120), ("electric_guitar", 400), ("piano", 1000), ("vocals", 3000),
@@ -145,6 +146,27 @@ def fail_on_request() -> Network:
     network.add("Add", ["excess_bins", network.constant("true_shape", SHAPE, np.int64)], "asked_shape")
     network.add("Reshape", [INPUT, "asked_shape"], "checked_input")
     return scale(network, GAINS, source="checked_input")
+
+
+def slow_on_request() -> Network:
+    """Loud input goes around a loop for days; only a run that is told to end comes back."""
+    network = Network()
+    network.add("Abs", [INPUT], "magnitude")
+    network.add("ReduceMax", ["magnitude"], "peak", keepdims=0)
+    network.add("Greater", ["peak", network.constant("patience", FAILURE_LEVEL)], "is_loud")
+    network.add("Cast", ["is_loud"], "once", to=TensorProto.INT64)
+    network.add("Mul", ["once", network.constant("rounds", ROUNDS, np.int64)], "trips")
+    turn = [helper.make_node("Identity", ["go_on"], ["go_on_still"]), helper.make_node("Cos", ["angle"], ["next_angle"])]
+    body = helper.make_graph(turn, "turn", [helper.make_tensor_value_info("trip", TensorProto.INT64, []),
+                                            helper.make_tensor_value_info("go_on", TensorProto.BOOL, []),
+                                            helper.make_tensor_value_info("angle", TensorProto.FLOAT, [])],
+                             [helper.make_tensor_value_info("go_on_still", TensorProto.BOOL, []),
+                              helper.make_tensor_value_info("next_angle", TensorProto.FLOAT, [])])
+    network.add("Loop", ["trips", network.constant("always", True, np.bool_), network.constant("start", 0.0)],
+                "last_angle", body=body)
+    network.add("Mul", ["last_angle", network.constant("nothing", 0.0)], "zero")
+    network.add("Add", [INPUT, "zero"], "late_input")
+    return scale(network, GAINS, source="late_input")
 
 
 def reordered() -> Network:
@@ -278,6 +300,7 @@ MODELS: dict[str, Callable[[], Any]] = {
     "frame_mask.onnx": frame_mask,
     "neighbours.onnx": neighbours,
     "fail_on_request.onnx": fail_on_request,
+    "slow_on_request.onnx": slow_on_request,
     "reordered.onnx": reordered,
     "band_split.onnx": band_split,
     "wrong/missing_output.onnx": missing_output,
