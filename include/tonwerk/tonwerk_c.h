@@ -282,6 +282,10 @@ typedef struct tonwerk_context_info
     uint32_t rows;
     /** Bytes of the serialized model. */
     uint64_t model_size;
+    /** Bytes by which the process has grown while the model was loaded, and while it was run for the first
+     *  time once that is done. What other threads did meanwhile counts, and memory that was free before does
+     *  not. 0 if the system does not tell. */
+    uint64_t memory;
 } tonwerk_context_info;
 
 /** What a stream made by tonwerk_stream_create is asked to do: the head of tonwerk_stream_options. */

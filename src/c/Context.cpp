@@ -62,13 +62,21 @@ Context::Context(const void* model, std::size_t size, const std::string& key, co
 {
     addLogTarget(this->target);
     const LogScope scope(this->target);
+    const std::uint64_t before = residentBytes();
     shared = load(model, size, key, choices);
+    memory = grownSince(before);
 }
 
 Context::~Context()
 {
     const LogScope scope(target);
     shared.reset();
+}
+
+std::uint64_t Context::grownSince(std::uint64_t before)
+{
+    const std::uint64_t now = residentBytes();
+    return now > before ? now - before : 0;
 }
 
 const char* Context::metadata(const char* key) const
@@ -116,6 +124,7 @@ void Context::tell(tonwerk_context_info& info) const
     info.stems = stems();
     info.rows = static_cast<std::uint32_t>(rows());
     info.model_size = modelSize;
+    info.memory = memory;
 }
 
 } // namespace tonwerk::c

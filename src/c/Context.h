@@ -2,14 +2,17 @@
 #ifndef TONWERK_C_CONTEXT_H
 #define TONWERK_C_CONTEXT_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "c/LogRoute.h"
 #include "c/RunTurns.h"
 #include "inference/InferenceBackend.h"
+#include "inference/ProcessMemory.h"
 
 namespace tonwerk::c
 {
@@ -41,18 +44,34 @@ public:
     /// An entry of the model's metadata; null if there is none.
     const char* metadata(const char* key) const;
 
+    /// Calls `run`, in the caller's turn on the model. The first time, what the process grows by counts as
+    /// the model's.
+    template <typename Run>
+    bool measured(Run run)
+    {
+        if (std::exchange(hasRun, true))
+            return run();
+        const std::uint64_t before = residentBytes();
+        const bool done = run();
+        memory += grownSince(before);
+        return done;
+    }
+
     /// Newest frames of a run that the model computes.
     std::size_t rows() const;
 
 private:
     std::uint32_t number(const char* key, std::uint32_t otherwise) const;
     std::uint32_t stems() const;
+    static std::uint64_t grownSince(std::uint64_t before);
 
     std::shared_ptr<const LogTarget> target;
     SessionChoices choices;
     std::uint64_t modelSize;
     std::shared_ptr<ISharedModel> shared;
     RunTurns runTurns;
+    bool hasRun = false;
+    std::atomic<std::uint64_t> memory{0};
 };
 
 } // namespace tonwerk::c

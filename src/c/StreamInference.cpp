@@ -43,7 +43,7 @@ bool StreamInference::run(const float* input, std::vector<float*> outputs,
 {
     const Turn turn(context->turns(), cancelled);
     const auto begin = std::chrono::steady_clock::now();
-    const bool done = evaluate(input, outputs, shape);
+    const bool done = context->measured([&] { return evaluate(input, outputs, shape); });
     if (isCancelled())
         throw RunCancelled();
     const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - begin;

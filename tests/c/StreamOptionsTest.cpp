@@ -123,7 +123,9 @@ TEST(StreamOptions, PresetsAreListedByLatencyAndCanBeStreamed)
         latency = tonwerk_stream_latency(stream.get());
         names.emplace_back(name);
     }
-    EXPECT_EQ(names, (std::vector<std::string>{"live", "best", "smooth", "normal"}));
+    EXPECT_EQ(names, (std::vector<std::string>{"instant", "live", "best", "normal", "smooth"}));
+    EXPECT_LE(tonwerk_stream_latency(opened(context, preset("instant")).get()), 0.22 * 44100);
+    EXPECT_LE(tonwerk_stream_latency(opened(context, preset("live")).get()), 0.32 * 44100);
     tonwerk_stream_options options = TONWERK_STREAM_OPTIONS_INIT;
     EXPECT_EQ(tonwerk_preset("none", &options), TONWERK_INVALID_ARGUMENT);
     EXPECT_STREQ(tonwerk_last_error(), "An argument is invalid. There is no preset of that name.");
@@ -176,12 +178,15 @@ TEST(StreamOptions, ImpossibleOnesAreRefusedWithASentence)
     EXPECT_NE(refusal(UINT32_MAX, UINT32_MAX, 1), head);
 }
 
-/// A record of a protocol buffer, of less than 128 bytes: number of the field, length, content.
+/// A record of a protocol buffer: number of the field, length in groups of seven bits, content.
 std::string record(unsigned field, const std::string& content)
 {
     constexpr unsigned withLength = 2;
-    return std::string{static_cast<char>(field << 3U | withLength), static_cast<char>(content.size())} +
-           content;
+    std::string head{static_cast<char>(field << 3U | withLength)};
+    std::size_t length = content.size();
+    for (; length >= 128; length >>= 7U)
+        head += static_cast<char>((length & 127U) | 128U);
+    return head + static_cast<char>(length) + content;
 }
 
 /// A model with one more entry in its metadata: what is appended to a serialized message is merged into it.
@@ -232,6 +237,20 @@ TEST(ContextOptions, TellWhatIsInUse)
     ASSERT_EQ(tonwerk_context_get_info(context.get(), &older), TONWERK_OK);
     EXPECT_EQ(older.provider, TONWERK_PROVIDER_CPU);
     EXPECT_EQ(older.threads, 99U) << "no byte is written that the caller does not know";
+}
+
+TEST(ContextOptions, MemoryIsWhatTheProcessGrowsBy)
+{
+    constexpr std::size_t much = std::size_t{64} << 20U;
+    const std::vector<char> bytes = withMetadata("gains.onnx", "weight", std::string(much, 'x'));
+    tonwerk_context* made = nullptr;
+    ASSERT_EQ(tonwerk_context_open(bytes.data(), bytes.size(), nullptr, &made), TONWERK_OK);
+    const Context heavy{made, tonwerk_context_destroy};
+    tonwerk_context_info info{};
+    info.size = sizeof info;
+    ASSERT_EQ(tonwerk_context_get_info(heavy.get(), &info), TONWERK_OK);
+    EXPECT_GE(info.memory, much);
+    EXPECT_LT(info.memory, 8 * much) << "in bytes";
 }
 
 TEST(ContextOptions, ImpossibleOnesAreRefusedWithASentence)

@@ -31,10 +31,11 @@ HOLDS(offsetof(tonwerk_context_options, provider) == 12 &&
 HOLDS(offsetof(tonwerk_context_options, log) == 24 && offsetof(tonwerk_context_options, log_user) == 32);
 HOLDS(offsetof(tonwerk_context_options, key) == 40 && offsetof(tonwerk_context_options, key_size) == 48);
 
-HOLDS(sizeof(tonwerk_context_info) == 32);
+HOLDS(sizeof(tonwerk_context_info) == 40);
 HOLDS(offsetof(tonwerk_context_info, provider) == 4 && offsetof(tonwerk_context_info, threads) == 8);
 HOLDS(offsetof(tonwerk_context_info, sample_rate) == 12 && offsetof(tonwerk_context_info, stems) == 16);
 HOLDS(offsetof(tonwerk_context_info, rows) == 20 && offsetof(tonwerk_context_info, model_size) == 24);
+HOLDS(offsetof(tonwerk_context_info, memory) == 32);
 
 HOLDS(sizeof(tonwerk_stream_info) == 80);
 HOLDS(offsetof(tonwerk_stream_info, step) == 8 && offsetof(tonwerk_stream_info, latency) == 24);

@@ -25,6 +25,7 @@ ALLOWED = {
         "c/", "common/", "tonwerk/tonwerk_c.h", "tonwerk/tonwerk_live.h", "tonwerk/StreamGeometry.h",
         "api/ModelScrambling.h", "api/SampleLayout.h", "pipeline/SteppedStream.h", "pipeline/RunGeometry.h",
         "inference/IInference.h", "inference/ISharedModel.h", "inference/InferenceBackend.h",
+        "inference/ProcessMemory.h",
     ],
     "src/api": [
         "common/", "api/", "pipeline/", "tonwerk/",
