@@ -2,9 +2,10 @@
 # SPDX-License-Identifier: MIT
 """Separates a WAV file into one WAV file per stem, through the C interface with ctypes and NumPy.
 
-usage: separate.py LIBRARY MODEL.onnx SONG.wav FOLDER
+usage: separate.py LIBRARY MODEL.onnx SONG.wav FOLDER [PRESET]
 
-LIBRARY is libtonwerk_c.so or tonwerk_c.dll. SONG.wav holds 16-bit stereo; so will the stems in FOLDER.
+LIBRARY is libtonwerk_c.so or tonwerk_c.dll. SONG.wav holds 16-bit stereo; so will the stems in FOLDER. PRESET is smooth
+unless it is given: live, normal and best are others.
 """
 import ctypes
 import sys
@@ -22,13 +23,27 @@ FloatPointer = ctypes.POINTER(ctypes.c_float)
 Handle = ctypes.c_void_p
 
 
-class Config(ctypes.Structure):
-    """tonwerk_config"""
+class ContextOptions(ctypes.Structure):
+    """tonwerk_context_options; zeros are the defaults"""
 
-    _fields_ = [("size", ctypes.c_uint32), ("stems", ctypes.c_uint32)]
+    _fields_ = [("size", ctypes.c_uint32), ("flags", ctypes.c_uint32), ("threads", ctypes.c_uint32),
+                ("provider", ctypes.c_int32), ("log_level", ctypes.c_int32), ("reserved", ctypes.c_uint32),
+                ("log", ctypes.c_void_p), ("log_user", ctypes.c_void_p), ("key", ctypes.c_char_p),
+                ("key_size", ctypes.c_size_t)]
+
+    def __init__(self) -> None:
+        errors_only = 2
+        super().__init__(ctypes.sizeof(ContextOptions), log_level=errors_only)
+
+
+class StreamOptions(ctypes.Structure):
+    """tonwerk_stream_options"""
+
+    _fields_ = [("size", ctypes.c_uint32), ("stems", ctypes.c_uint32), ("step", ctypes.c_uint32),
+                ("lookahead", ctypes.c_uint32), ("blend", ctypes.c_uint32)]
 
     def __init__(self, stems: Sequence[str]) -> None:
-        super().__init__(ctypes.sizeof(Config), sum(1 << STEMS.index(stem) for stem in stems))
+        super().__init__(ctypes.sizeof(StreamOptions), sum(1 << STEMS.index(stem) for stem in stems))
 
 
 class Library:
@@ -37,8 +52,9 @@ class Library:
     def __init__(self, path: Path) -> None:
         self.functions = ctypes.CDLL(str(path))
         size = ctypes.c_size_t
-        self._declare("context_create", ctypes.c_char_p, size, ctypes.c_char_p, size, ctypes.POINTER(Handle))
-        self._declare("stream_create", Handle, ctypes.POINTER(Config), ctypes.POINTER(Handle))
+        self._declare("preset", ctypes.c_char_p, ctypes.POINTER(StreamOptions))
+        self._declare("context_open", ctypes.c_char_p, size, ctypes.POINTER(ContextOptions), ctypes.POINTER(Handle))
+        self._declare("stream_open", Handle, ctypes.POINTER(StreamOptions), ctypes.POINTER(Handle))
         self._declare("stream_push", Handle, FloatPointer, size)
         self._declare("stream_flush", Handle)
         self._declare("stream_read", Handle, ctypes.POINTER(FloatPointer), size, ctypes.POINTER(size))
@@ -54,7 +70,7 @@ class Library:
 
     def call(self, name: str, *arguments: Any) -> int:
         result = getattr(self.functions, "tonwerk_" + name)(*arguments)
-        if name.endswith(("create", "push", "flush", "read")) and result != 0:
+        if name.endswith(("preset", "open", "push", "flush", "read")) and result != 0:
             raise RuntimeError(self.functions.tonwerk_last_error().decode())
         return result
 
@@ -62,13 +78,15 @@ class Library:
 class Stream:
     """Separates one stream of sound, given as float32 arrays of shape (frames, 2)."""
 
-    def __init__(self, library: Library, model: bytes, stems: Sequence[str]) -> None:
+    def __init__(self, library: Library, model: bytes, stems: Sequence[str], preset: str) -> None:
         self.library = library
         self.handle = Handle()
+        options = StreamOptions(stems)
+        library.call("preset", preset.encode(), ctypes.byref(options))
         context = Handle()
-        library.call("context_create", model, len(model), None, 0, ctypes.byref(context))
+        library.call("context_open", model, len(model), ctypes.byref(ContextOptions()), ctypes.byref(context))
         try:
-            library.call("stream_create", context, ctypes.byref(Config(stems)), ctypes.byref(self.handle))
+            library.call("stream_open", context, ctypes.byref(options), ctypes.byref(self.handle))
         finally:
             library.call("context_destroy", context)  # the stream keeps the model
 
@@ -100,11 +118,12 @@ def to_pcm(samples: np.ndarray) -> bytes:
 
 
 def main() -> None:
-    if len(sys.argv) != 5:
+    if len(sys.argv) not in (5, 6):
         sys.exit(__doc__)
-    library, model, song, folder = map(Path, sys.argv[1:])
+    library, model, song, folder = map(Path, sys.argv[1:5])
+    preset = sys.argv[5] if len(sys.argv) == 6 else "smooth"
     folder.mkdir(parents=True, exist_ok=True)
-    with wave.open(str(song)) as source, Stream(Library(library), model.read_bytes(), STEMS[:6]) as stream:
+    with wave.open(str(song)) as source, Stream(Library(library), model.read_bytes(), STEMS[:6], preset) as stream:
         if (source.getnchannels(), source.getsampwidth()) != (2, 2):
             sys.exit(f"{song} is not 16-bit stereo.")
         targets = [wave.open(str(folder / f"{stem}.wav"), "wb") for stem in STEMS]  # noqa: SIM115

@@ -40,6 +40,8 @@ def main() -> None:
             # Rounding to whole numbers, and 1 part in 4,096 that the bends at the ends of the stream cost.
             difference = np.max(np.abs(samples - gain * song))
             assert difference <= 1 + 12000 / 4096, (stem, difference)
+        subprocess.run([*command, "live"], check=True)
+        assert np.max(np.abs(read(folder / "stems/vocals.wav") - GAINS["vocals"] * song)) <= 1 + 12000 / 4096
         refused = subprocess.run([*command[:3], folder / "song.wav", *command[4:]], capture_output=True, text=True)
         assert refused.returncode == 1 and "The model cannot be loaded." in refused.stderr, refused
 
