@@ -21,7 +21,7 @@ while read -r group; do
     "$tools/mypy" --no-error-summary --python-executable "$python" $group
 done <<GROUPS
 converters/tonwerk_converters
-training/tonwerk_training training/train training/export training/evaluate training/make-data training/adapt
+training/tonwerk_training training/train training/export training/evaluate training/make-data training/adapt training/measure-geometries
 tools tests/c tests/checks tests/docs tests/embedding tests/examples tests/lv2 tests/models tests/package tests/python
 tests/apps tests/models
 tests/training
