@@ -98,12 +98,7 @@ bool Batch::isDoneBefore(const SongEntry& song) const
 void Batch::checkModel()
 {
     model.passport = readPassport(modelBytes, job.key);
-    if (model.passport.rows() < ModelPassport::allRows)
-        throw Failure(
-            "The model " + quoted(job.model) + " computes its newest " +
-            std::to_string(model.passport.rows()) +
-            " rows only, for live streams with a small step; songs need a model that computes all " +
-            std::to_string(ModelPassport::allRows) + ".");
+    requireRows();
     if (!job.modelRemark.empty())
         reporter.noted(job.modelRemark);
     std::string missing;
@@ -112,6 +107,18 @@ void Batch::checkModel()
             missing.append(missing.empty() ? "" : ", ").append(stemNames.at(stem));
     if (!missing.empty())
         reporter.noted("The model has no " + missing + ": what plays them stays in the residual.");
+}
+
+/// What a model for live streams does not compute would be silence.
+void Batch::requireRows() const
+{
+    const Quality& quality = job.output.quality;
+    const unsigned needed = std::min(quality.rows(), ModelPassport::allRows);
+    if (model.passport.rows() < needed)
+        throw Failure("The model " + quoted(job.model) + " computes its newest " +
+                      std::to_string(model.passport.rows()) +
+                      " rows only, for live streams with a small step, and --quality " + quality.name +
+                      " needs " + std::to_string(needed) + ".");
 }
 
 void Batch::loadModels(std::size_t songs)

@@ -40,6 +40,7 @@ private:
     std::vector<SongEntry> withoutDone(const std::vector<SongEntry>& songs);
     bool isDoneBefore(const SongEntry& song) const;
     void checkModel();
+    void requireRows() const;
     void loadModels(std::size_t songs);
     std::size_t workerCount(std::size_t songs) const;
     void work(std::shared_ptr<Model> loaded, const std::vector<SongEntry>& songs);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "audio/PcmEncoder.h"
+#include "separation/Quality.h"
 #include "separation/Stems.h"
 #include "separation/Tracks.h"
 
@@ -28,6 +29,7 @@ struct OutputSettings
     bool report = false;
     /// Whether to write sessions for recording programs, with a track per stem.
     bool project = false;
+    Quality quality;
 };
 
 /// The songs to separate, and how.

@@ -42,11 +42,11 @@ Json gainsOf(const Track& track)
 /// The settings that decide about the files' content.
 Json describe(const OutputSettings& settings)
 {
-    Json description{{"format", nameOf(settings.format)},
-                     {"stems", Json::array()},
-                     {"mixtures", Json::object()},
-                     {"report", settings.report},
-                     {"project", settings.project}};
+    Json description{{"format", nameOf(settings.format)}, {"stems", Json::array()},
+                     {"mixtures", Json::object()},        {"report", settings.report},
+                     {"project", settings.project},       {"quality", settings.quality.name},
+                     {"step", settings.quality.step},     {"lookahead", settings.quality.lookahead},
+                     {"blend", settings.quality.blend}};
     for (const Track& track : settings.tracks)
     {
         if (track.stem)

@@ -86,7 +86,7 @@ std::unique_ptr<SongSource> SongSeparator::open(const SongEntry& entry) const
 SongSummary SongSeparator::separateToOutput(SongSource& song, const Separation::Progress& progress)
 {
     RawOutput stems(output, song.channels());
-    Separation separation(loaded, song, job.output.tracks, stems, {});
+    Separation separation(loaded, song, {job.output.tracks, job.output.quality}, stems, {});
     const SeparationResult result = separation.run(progress);
     return summaryOf(song, result, 1.0);
 }
@@ -107,7 +107,7 @@ SongSummary SongSeparator::separateToFolder(const SongEntry& entry, SongSource& 
     if (settings.report)
         observers.push_back(&page.emplace(folder.unfinished(playerName), settings.tracks, song.channels(),
                                           song.sampleRate()));
-    Separation separation(loaded, song, settings.tracks, files, observers);
+    Separation separation(loaded, song, {settings.tracks, settings.quality}, files, observers);
     const SeparationResult result = separation.run(progress);
     // One factor for all tracks keeps their balance.
     const double gain = gainToFit(meters.peak(), settings.format);

@@ -10,6 +10,7 @@
 
 #include "audio/SongReader.h"
 #include "separation/DefaultModel.h"
+#include "separation/Quality.h"
 #include "system/Failure.h"
 #include "system/Text.h"
 
@@ -56,6 +57,7 @@ struct RawOptions
     std::string mix;
     SampleFormat format = SampleFormat::Float32;
     std::string inputFormat;
+    std::string quality = defaultQuality;
     unsigned inputRate = 44100;
     unsigned jobs = 1;
     double memory = 0.0;
@@ -117,6 +119,10 @@ void declareOutput(CLI::App& app, RawOptions& raw)
                    "float32, pcm24 or pcm16. If one file would clip, all of the song are lowered alike")
         ->transform(CLI::CheckedTransformer(formats).description(""))
         ->type_name("FORMAT");
+    app.add_option("--quality", raw.quality,
+                   "smooth (default: no joins are heard), best (takes longest), normal (takes least, with\n"
+                   "joins), or what live streams give: live or instant")
+        ->type_name("NAME");
     app.add_flag("--raw", raw.raw,
                  "Write the stems of one song to standard output instead, as float samples of all\n"
                  "stems and channels frame by frame");
@@ -214,7 +220,7 @@ void checkTogether(const RawOptions& raw, const StemSet& stems)
 
 OutputSettings outputSettings(const RawOptions& raw, const StemSet& stems)
 {
-    return {stems, chosenTracks(raw, stems), raw.format, raw.report, raw.project};
+    return {stems, chosenTracks(raw, stems), raw.format, raw.report, raw.project, qualityNamed(raw.quality)};
 }
 
 CommandLine modelListing(const RawOptions& raw)

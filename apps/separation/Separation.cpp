@@ -14,10 +14,11 @@
 namespace tonwerk::app
 {
 
-Separation::Separation(std::shared_ptr<Model> model, SongSource& song, const std::vector<Track>& tracks,
+Separation::Separation(std::shared_ptr<Model> model, SongSource& song, SeparationSettings settings,
                        StemSink& sink, std::vector<SeparationObserver*> observers)
-    : model(std::move(model)), stream(this->model, stemsToAsk(tracks), song.sampleRate()), source(song),
-      sink(sink), observers(std::move(observers)), mixer(tracks, song.channels())
+    : model(std::move(model)),
+      stream(this->model, stemsToAsk(settings.tracks), settings.quality, song.sampleRate()), source(song),
+      sink(sink), observers(std::move(observers)), mixer(settings.tracks, song.channels())
 {
 }
 

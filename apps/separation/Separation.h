@@ -18,6 +18,13 @@
 namespace tonwerk::app
 {
 
+/// What is made of a song, and how.
+struct SeparationSettings
+{
+    const std::vector<Track>& tracks;
+    const Quality& quality;
+};
+
 /// Facts about a finished separation.
 struct SeparationResult
 {
@@ -42,8 +49,8 @@ public:
     /// All references must outlive this object. The model must be used for one song at a time: its log is.
     /// \param observers see the song, its stems and its tracks; not null
     /// \throws Failure if the library refuses
-    Separation(std::shared_ptr<Model> model, SongSource& song, const std::vector<Track>& tracks,
-               StemSink& sink, std::vector<SeparationObserver*> observers);
+    Separation(std::shared_ptr<Model> model, SongSource& song, SeparationSettings settings, StemSink& sink,
+               std::vector<SeparationObserver*> observers);
 
     /// Called after every block with the fraction done and the seconds of audio processed.
     using Progress = std::function<void(double fraction, double audioSeconds)>;

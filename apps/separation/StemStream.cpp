@@ -20,10 +20,13 @@ void append(StemStream::Stems& stems, const StemStream::Stems& more)
         stems[stem].insert(stems[stem].end(), more[stem].begin(), more[stem].end());
 }
 
-tonwerk_stream* openStream(const Model& model, const StemSet& asked)
+tonwerk_stream* openStream(const Model& model, const StemSet& asked, const Quality& quality)
 {
     tonwerk_stream_options options = TONWERK_STREAM_OPTIONS_INIT;
     options.stems = static_cast<std::uint32_t>(asked.to_ulong()) & TONWERK_ALL_STEMS;
+    options.step = quality.step;
+    options.lookahead = quality.lookahead;
+    options.blend = quality.blend;
     tonwerk_stream* stream = nullptr;
     requireDone(tonwerk_stream_open(model.context(), &options, &stream), sentence);
     return stream;
@@ -31,8 +34,9 @@ tonwerk_stream* openStream(const Model& model, const StemSet& asked)
 
 } // namespace
 
-StemStream::StemStream(std::shared_ptr<Model> model, const StemSet& asked, unsigned sampleRate)
-    : model(std::move(model)), stream(openStream(*this->model, asked)),
+StemStream::StemStream(std::shared_ptr<Model> model, const StemSet& asked, const Quality& quality,
+                       unsigned sampleRate)
+    : model(std::move(model)), stream(openStream(*this->model, asked, quality)),
       cancelling([this] { tonwerk_stream_cancel(stream.get()); }), rate(sampleRate)
 {
     if (rate != this->model->sampleRate())

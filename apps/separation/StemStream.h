@@ -10,6 +10,7 @@
 
 #include "separation/Model.h"
 #include "separation/NullMeter.h"
+#include "separation/Quality.h"
 #include "separation/RateConversion.h"
 #include "separation/Stems.h"
 #include "system/Interrupts.h"
@@ -26,7 +27,8 @@ public:
 
     /// \param asked the stems to ask of the model; the others are silent, and their sound is in the residual
     /// \throws Failure if the library refuses
-    StemStream(std::shared_ptr<Model> model, const StemSet& asked, unsigned sampleRate);
+    StemStream(std::shared_ptr<Model> model, const StemSet& asked, const Quality& quality,
+               unsigned sampleRate);
 
     /// About how many frames of the song to feed until the model runs next.
     std::size_t framesUntilResult() const;

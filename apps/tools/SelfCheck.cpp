@@ -66,7 +66,7 @@ SelfCheckResult runSelfCheck(std::vector<std::string>& log)
 {
     const std::vector<float> input = tones();
     const auto model = std::make_shared<Model>(selfCheckModel(), "The self-test's model", "", 0);
-    StemStream stream(model, StemSet().set(), sampleRate);
+    StemStream stream(model, StemSet().set(), qualityNamed(defaultQuality), sampleRate);
     const auto start = std::chrono::steady_clock::now();
     const StemStream::Stems stems = stream.feed(input);
     const StemStream::Stems rest = stream.finish();

@@ -78,7 +78,8 @@ class BatchTest(ProgramTest):
         self.assertEqual(done.stdout.splitlines()[-1], "1 done, 2 failed, 1 skipped")
         self.assertEqual({path: path.stat().st_mtime_ns for path in before}, before)
         other = str(self.models / "identity_vocals.onnx")
-        for change in (["--format", "pcm24"], ["--model", other], ["--mix", "bass=-3"]):
+        for change in (["--format", "pcm24"], ["--model", other], ["--mix", "bass=-3"],
+                       ["--quality", "normal"]):
             done = self.separate("album/*.wav", "--resume", *change)
             self.assertEqual(done.returncode, 0, done.stderr)
             self.assertIn("real-time factor", done.stdout.splitlines()[-1], change)

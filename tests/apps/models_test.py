@@ -78,8 +78,10 @@ class Passports(ModelsTest):
 
     def test_a_model_of_few_rows_is_refused_before_anything_is_written(self) -> None:
         live = self.put_model("live.onnx", **PASSPORT, rows="64")
-        self.assert_failed(self.separate("song.wav", model=live), "computes its newest 64 rows only")
+        self.assert_failed(self.separate("song.wav", model=live), "computes its newest 64 rows only, ")
         self.assertEqual(self.files(), set())
+        for quality in ("live", "instant"):
+            self.assertEqual(self.separate("song.wav", "--quality", quality, model=live).returncode, 0, quality)
         for rows in ("256", "0", "many", "-3", "99999999999999999999"):
             done = self.separate("song.wav", model=self.put_model("model.onnx", **PASSPORT, rows=rows))
             self.assertEqual(done.returncode, 0, (rows, done.stderr))

@@ -162,6 +162,7 @@ class SeparateTest(ProgramTest):
                                             "seconds": 168001 / 48000, "non_finite_samples": 1, "sha256": hashes[0]})
         self.assertEqual(receipt["model"], {"file": model.name, "sha256": hashes[1], "passport": None})
         self.assertEqual(receipt["options"]["stems"], ["vocals", "bass", "mix"])
+        self.assertEqual(receipt["options"]["quality"], "smooth")
         self.assertIn("CPUExecutionProvider", receipt["runtime_providers"])
         self.assertEqual(receipt["provider"], "CPU")
         self.assertLess(receipt["null_test_dbfs"], -120)
@@ -275,7 +276,7 @@ class SeparateTest(ProgramTest):
         song[400000] = 1e6  # beyond what that model takes; the chunks before it are good
         done = self.separate(self.put("song.wav", wav_bytes(song)), model="fail_on_request.onnx")
         self.assertEqual(done.returncode, 1)
-        self.assertRegex(done.errors[-1], r"^tonwerk-separate: The model failed at 0:06 or soon after: .*[^ ]\.$")
+        self.assertRegex(done.errors[-1], r"^tonwerk-separate: The model failed at 0:04 or soon after: .*[^ ]\.$")
         self.assertFalse((self.folder / "out").exists())
 
     def test_a_model_that_answers_no_numbers_fails_with_the_stems_named(self) -> None:
@@ -322,7 +323,8 @@ class SeparateTest(ProgramTest):
         self.assert_failed(self.run_program([*self.command, "song.wav"]), "required", code=2)
         for options, words in ((["--mix", "vocals=loud"], "\"vocals=loud\""), (["--mix", "mix=-3"], "but not mix"),
                                (["--stems", "none"], "nothing to write"), (["--shard", "3/2"], "\"3/2\""),
-                               (["--raw"], "none of"), (["--format", "pcm8"], "pcm8"), (["--jobs", "0"], "--jobs")):
+                               (["--raw"], "none of"), (["--format", "pcm8"], "pcm8"), (["--jobs", "0"], "--jobs"),
+                               (["--quality", "awful"], "the qualities are instant, live, ")):
             with self.subTest(options=options):
                 self.assert_failed(self.separate("song.wav", *options), words, code=2)
 
@@ -347,7 +349,7 @@ class SeparateTest(ProgramTest):
             while part := os.read(ours, 10000):
                 shown += part
         os.close(ours)
-        self.assertRegex(shown.decode(), r"\r\[#{25} {5}\]  85 %, \d+:\d\d left, [\d.]+ x real time *"
+        self.assertRegex(shown.decode(), r"\r\[#{26} {4}\]  86 %, \d+:\d\d left, [\d.]+ x real time *"
                                 r"\r\[#{30}\] 100 %.*\r?\n$")
 
 

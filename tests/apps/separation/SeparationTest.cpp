@@ -97,8 +97,9 @@ protected:
                               const std::vector<SeparationObserver*>& observers)
     {
         MemorySong song(noise);
+        const Quality quality = qualityNamed("normal");
         const std::vector<Track> tracks{stemTracks(StemSet().set(5)).front(), karaokeTrack()};
-        return Separation(model, song, tracks, sink, observers).run([](double, double) {});
+        return Separation(model, song, {tracks, quality}, sink, observers).run([](double, double) {});
     }
 
     static std::shared_ptr<Model> loaded(const char* name)
