@@ -10,6 +10,7 @@ from collections.abc import Callable
 from html import escape
 from pathlib import Path
 
+import curves
 from stream_contract import FFT_SIZE, FIRST_BLOCK, HOP, NEXT_BLOCK, OVERLAP, SEGMENT_FRAMES
 
 SEGMENT = (SEGMENT_FRAMES - 1) * HOP + FFT_SIZE  # what the spectrogram of one run covers
@@ -208,7 +209,63 @@ def program() -> str:
     return picture.svg()
 
 
-PICTURES = {"streaming.svg": streaming, "architecture.svg": architecture, "program.svg": program}
+def axes(picture: Picture, across: tuple[str, Callable[[float], float], tuple[float, ...]],
+         upward: tuple[str, Callable[[float], float], tuple[float, ...]]) -> None:
+    """Two axes with their names, scales and marks."""
+    name, place, marks = across
+    bottom = upward[1](upward[2][0])
+    for mark in marks:
+        picture.path([(place(mark), bottom), (place(mark), bottom + 5)])
+        picture.text(place(mark), bottom + 20, f"{mark:g}", "small", "middle")
+    picture.text(place(marks[-1]), bottom + 40, name, "strong", "end")
+    left = place(marks[0])
+    for mark in upward[2]:
+        picture.path([(left - 5, upward[1](mark)), (place(marks[-1]), upward[1](mark))], "line dashed")
+        picture.text(left - 10, upward[1](mark) + 4, f"{mark:g}", "small", "end")
+    picture.text(left - 40, upward[1](upward[2][-1]) - 14, upward[0], "strong")
+
+
+def dots(picture: Picture, points: list[tuple[float, float, str]], kind: str) -> None:
+    """A dot for each point, with the name of a preset beside it; other geometries stay nameless."""
+    for x, y, label in points:
+        named = not label.startswith("(")
+        size = 10 if named else 6
+        picture.box(kind, x - size / 2, y - size / 2, size, size, size / 2)
+        if named:
+            above = 24 if label == "best" else 9  # it lies close to another one
+            picture.text(x + 8 if x < 300 else x - 8, y - above, label, "", "start" if x < 300 else "end")
+
+
+def latency() -> str:
+    """SDR over latency, for both pieces of music."""
+    picture = Picture(760, 380, "Quality against latency")
+    across = curves.logarithmic(0.2, 6.5, 70, 730)
+    upward = curves.linear(2.6, 4.0, 300, 50)
+    axes(picture, ("latency, s", across, (0.2, 0.3, 0.5, 1, 2, 3, 6)), ("SDR, dB", upward, (2.6, 3.0, 3.5, 4.0)))
+    points = [point for point in curves.measured() if point.model != "tonwerk-small"]
+    dots(picture, [(across(point.latency), upward(point.stem_file), point.label) for point in points], "result")
+    dots(picture, [(across(point.latency), upward(point.multitrack), "(") for point in points], "chunk")
+    picture.text(70, 366, "green: stem file, blue: multitrack; tonwerk-live up to 0.3 s, beyond that tonwerk-standard", "small")
+    return picture.svg()
+
+
+def smoothness() -> str:
+    """The level's jumps at joins over the work, on the chord, of the whole models."""
+    picture = Picture(760, 380, "Joins against work")
+    across = curves.logarithmic(0.16, 0.8, 70, 730)
+    upward = curves.linear(0.0, 8.0, 300, 50)
+    axes(picture, ("runs a second", across, (0.16, 0.2, 0.3, 0.4, 0.5, 0.8)),
+         ("level jump at joins, dB", upward, (0, 1, 2, 4, 6, 8)))
+    for model, kind in (("tonwerk-standard", "result"), ("tonwerk-small", "chunk")):
+        points = [point for point in curves.measured() if point.model == model]
+        dots(picture, [(across(point.runs), upward(point.jump), point.label if kind == "result" else "(")
+                       for point in points], kind)
+    picture.text(70, 366, "a steady chord; green: tonwerk-standard, blue: tonwerk-small; 0.67 runs a second: no blend", "small")
+    return picture.svg()
+
+
+PICTURES = {"streaming.svg": streaming, "architecture.svg": architecture, "program.svg": program,
+            "latency.svg": latency, "smoothness.svg": smoothness}
 
 
 def main() -> None:

@@ -361,8 +361,8 @@ TONWERK_C_API const char* tonwerk_last_error(void);
 /**
  * Sets step, lookahead and blend of the options to those of a preset, and leaves the rest.
  * [any-thread]
- * \param name "live": lowest latency; "normal": least work; "smooth": no audible joins of runs; "best": most
- *        quality
+ * \param name "instant": lowest latency; "live": low latency for half the work of that; "normal": least work;
+ *        "smooth": no audible joins of runs; "best": most quality. docs/presets.md has figures
  * \param options with their size
  * \return TONWERK_OK, TONWERK_INVALID_ARGUMENT
  */

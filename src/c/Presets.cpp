@@ -12,9 +12,9 @@ namespace
 
 // By rising latency. docs/presets.md has what was measured.
 constexpr Preset normal{"normal", {249, 1, 0}};
-constexpr std::array<Preset, 5> presets{{{"instant", {4, 2, 0}},
-                                         {"live", {8, 2, 0}},
-                                         {"best", {100, 64, 64}},
+constexpr std::array<Preset, 5> presets{{{"instant", {6, 0, 0}},
+                                         {"live", {10, 0, 0}},
+                                         {"best", {128, 64, 61}},
                                          normal,
                                          {"smooth", {156, 25, 72}}}};
 

@@ -147,12 +147,12 @@ TEST(StreamOptions, TellWhenTheModelRunsNext)
     info.size = sizeof info;
     ASSERT_EQ(tonwerk_stream_get_info(stream.get(), &info), TONWERK_OK);
     EXPECT_EQ(info.stems, TONWERK_ALL_STEMS);
-    EXPECT_EQ(info.step, 8U);
-    EXPECT_EQ(info.lookahead, 2U);
+    EXPECT_EQ(info.step, 10U);
+    EXPECT_EQ(info.lookahead, 0U);
     EXPECT_EQ(info.blend, 0U);
     EXPECT_EQ(info.latency, tonwerk_stream_latency(stream.get()));
     EXPECT_EQ(info.available, tonwerk_stream_available(stream.get()));
-    EXPECT_EQ(info.frames_until_result, std::uint64_t{8} * 1024);
+    EXPECT_EQ(info.frames_until_result, std::uint64_t{10} * 1024);
     EXPECT_EQ(info.runs, 1U);
     EXPECT_EQ(info.failed_runs, 0U);
     EXPECT_GT(info.last_run_seconds, 0.0);
