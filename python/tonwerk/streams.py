@@ -117,8 +117,8 @@ class Stream:
                  blend: int = 0) -> None:
         """Opens a stream.
 
-        quality: one of `presets()`: "live" has the lowest latency, "normal" the least work, "smooth" no audible joins
-            of runs, "best" the most quality.
+        quality: one of `presets()`: "instant" has the lowest latency, "live" a low one for less work, "normal" the
+            least work, "smooth" no audible joins of runs, "best" the most quality.
         stems: to read; None: those of the model and the residual. Residual (the input without the six) and mix (their
             sum) make the model give all six.
         step, lookahead, blend: instead of `quality`, in steps of 1,024 frames; see StreamInfo.

@@ -209,7 +209,7 @@ class Models(unittest.TestCase):
         self.assertEqual(done.stdout.split(), ["refused"], done.stderr)
 
     def test_presets_are_those_of_the_library(self) -> None:
-        self.assertEqual(set(tonwerk.presets()), {"live", "normal", "smooth", "best"})
+        self.assertEqual(set(tonwerk.presets()), {"instant", "live", "normal", "smooth", "best"})
 
 
 if __name__ == "__main__":
