@@ -245,7 +245,8 @@ def latency() -> str:
     points = [point for point in curves.measured() if point.model != "tonwerk-small"]
     dots(picture, [(across(point.latency), upward(point.stem_file), point.label) for point in points], "result")
     dots(picture, [(across(point.latency), upward(point.multitrack), "(") for point in points], "chunk")
-    picture.text(70, 366, "green: stem file, blue: multitrack; tonwerk-live up to 0.3 s, beyond that tonwerk-standard", "small")
+    picture.text(70, 366, "green: stem file, blue: multitrack; tonwerk-live up to 0.3 s, beyond that tonwerk-standard",
+                 "small")
     return picture.svg()
 
 
@@ -260,7 +261,8 @@ def smoothness() -> str:
         points = [point for point in curves.measured() if point.model == model]
         dots(picture, [(across(point.runs), upward(point.jump), point.label if kind == "result" else "(")
                        for point in points], kind)
-    picture.text(70, 366, "a steady chord; green: tonwerk-standard, blue: tonwerk-small; 0.67 runs a second: no blend", "small")
+    picture.text(70, 366, "a steady chord; green: tonwerk-standard, blue: tonwerk-small; 0.67 runs a second: no blend",
+                 "small")
     return picture.svg()
 
 

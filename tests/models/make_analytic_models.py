@@ -156,7 +156,8 @@ def slow_on_request() -> Network:
     network.add("Greater", ["peak", network.constant("patience", FAILURE_LEVEL)], "is_loud")
     network.add("Cast", ["is_loud"], "once", to=TensorProto.INT64)
     network.add("Mul", ["once", network.constant("rounds", ROUNDS, np.int64)], "trips")
-    turn = [helper.make_node("Identity", ["go_on"], ["go_on_still"]), helper.make_node("Cos", ["angle"], ["next_angle"])]
+    turn = [helper.make_node("Identity", ["go_on"], ["go_on_still"]),
+            helper.make_node("Cos", ["angle"], ["next_angle"])]
     body = helper.make_graph(turn, "turn", [helper.make_tensor_value_info("trip", TensorProto.INT64, []),
                                             helper.make_tensor_value_info("go_on", TensorProto.BOOL, []),
                                             helper.make_tensor_value_info("angle", TensorProto.FLOAT, [])],

@@ -64,7 +64,7 @@ def excerpt(track: Multitrack, start: float, seconds: float) -> Multitrack:
 
 
 def real_time_factor(library: Path, model: Path, threads: int, geometry: Geometry, seconds: float) -> float:
-    """Time to separate noise of that length over its length, the middle of three runs; nothing else should be going on."""
+    """Time to separate noise of that length over its length, the middle of three runs; nothing else should run."""
     noise = np.random.default_rng(1).uniform(-0.3, 0.3, (2, round(seconds * SAMPLE_RATE))).astype(np.float32)
     loaded = CModel(library, model, threads)
     taken = []
