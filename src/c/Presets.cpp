@@ -14,9 +14,9 @@ namespace
 constexpr Preset normal{"normal", {249, 1, 0}};
 constexpr std::array<Preset, 5> presets{{{"instant", {6, 0, 0}},
                                          {"live", {10, 0, 0}},
-                                         {"best", {128, 64, 61}},
                                          normal,
-                                         {"smooth", {156, 25, 72}}}};
+                                         {"smooth", {156, 25, 72}},
+                                         {"best", {128, 64, 61}}}};
 
 } // namespace
 

@@ -119,11 +119,11 @@ TEST(StreamOptions, PresetsAreListedByLatencyAndCanBeStreamed)
     while (const char* name = tonwerk_preset_name(static_cast<std::uint32_t>(names.size())))
     {
         const CStream stream = opened(context, preset(name));
-        EXPECT_GT(tonwerk_stream_latency(stream.get()), latency) << name;
+        EXPECT_GE(tonwerk_stream_latency(stream.get()), latency) << name;
         latency = tonwerk_stream_latency(stream.get());
         names.emplace_back(name);
     }
-    EXPECT_EQ(names, (std::vector<std::string>{"instant", "live", "best", "normal", "smooth"}));
+    EXPECT_EQ(names, (std::vector<std::string>{"instant", "live", "normal", "smooth", "best"}));
     EXPECT_LE(tonwerk_stream_latency(opened(context, preset("instant")).get()), 0.22 * 44100);
     EXPECT_LE(tonwerk_stream_latency(opened(context, preset("live")).get()), 0.32 * 44100);
     tonwerk_stream_options options = TONWERK_STREAM_OPTIONS_INIT;
