@@ -44,7 +44,7 @@ def complaints(kind: str, values: Any, wanted: dict[str, Any]) -> Iterator[str]:
 
 
 def separated(library: Library, model: bytes, sound: np.ndarray) -> np.ndarray:
-    with Stream(library, model, STEMS[:6]) as stream:
+    with Stream(library, model, STEMS[:6], "normal") as stream:
         stream.push(sound)
         stream.flush()
         return stream.read()

@@ -32,7 +32,8 @@ class OutputTest(ProgramTest):
         program.stdin.flush()
         part = self.folder / "out/stdin" / UNFINISHED / "mix.wav"
         deadline = time.monotonic() + 30
-        while not (part.exists() and part.stat().st_size > 1000) and program.poll() is None and time.monotonic() < deadline:
+        while not (part.exists() and part.stat().st_size > 1000) and program.poll() is None \
+                and time.monotonic() < deadline:
             time.sleep(0.01)
         self.assertTrue(part.exists(), program.poll())
         return program

@@ -131,8 +131,8 @@ class ProgramTest(unittest.TestCase):
         content = (self.folder / "out" / song / f"{name}.wav").read_bytes()
         (tag, channels, *numbers), data = wav_parts(content)
         # Only of a song from standard input is it unknown whether its stems fit into a plain WAV file.
-        self.assertEqual((tag, *numbers), (0xFFFE if song == "stdin" else 3, rate, rate * channels * 4, channels * 4, 32),
-                         name)
+        format_tag = 0xFFFE if song == "stdin" else 3
+        self.assertEqual((tag, *numbers), (format_tag, rate, rate * channels * 4, channels * 4, 32), name)
         self.assertEqual(content[-len(data):], data, "there is nothing behind the samples")
         return np.frombuffer(data, "<f4").reshape(-1, channels)
 

@@ -82,6 +82,7 @@ def rms_in_decibels(recorded: np.ndarray) -> float:
 
 class SoundTest(PageTest):
     stems: dict[str, np.ndarray]
+    tone_page: Path
 
     @classmethod
     def setUpClass(cls) -> None:

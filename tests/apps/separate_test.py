@@ -62,8 +62,8 @@ class SeparateTest(ProgramTest):
 
     def test_other_formats_are_read(self) -> None:
         expected = tone(20000)
-        # What lossy formats may change. Where the MP3 encoder has not noted that it puts 1105 frames in front and fills its
-        # last block, they stay.
+        # What lossy formats may change. Where the MP3 encoder has not noted that it puts 1105 frames in front and fills
+        # its last block, they stay.
         for file, tolerance, delay in (("tone.flac", 1e-4, 0), ("tone.ogg", 0.02, 0), ("gapless.mp3", 0.02, 0),
                                        ("tone.mp3", 0.02, 1105)):
             with self.subTest(file=file):
@@ -230,10 +230,12 @@ class SeparateTest(ProgramTest):
                     ("whole", whole, None),
                     ("tagged", b"ID3\4\0\0\0\0\1\x05" + bytes(133) + whole + b"TAG" + bytes(125), None),
                     ("cut", whole[:-100], "its last frame of MP3 is not whole"),
-                    ("hole", whole[:middle] + whole[middle + 99:], "is damaged: what follows a frame of MP3 is none at 1 place"),
+                    ("hole", whole[:middle] + whole[middle + 99:],
+                     "is damaged: what follows a frame of MP3 is none at 1 place"),
                     ("garbage", whole[:middle] + b"!" * 50 + whole[middle:], "is damaged"),
                     ("shorter", whole[:after], "is damaged or cut off" if file == "gapless.mp3" else None),
-                    ("lacking", whole[:middle] + whole[after:], "is damaged or cut off" if file == "gapless.mp3" else None)):
+                    ("lacking", whole[:middle] + whole[after:],
+                     "is damaged or cut off" if file == "gapless.mp3" else None)):
                 with self.subTest(file=file, name=name):
                     done = self.separate(self.put("song.mp3", content), "--stems", "mix")
                     self.assertEqual((done.returncode, len(done.errors)), (0, 1 if words else 0), done.stderr)

@@ -4,11 +4,11 @@
 
 Usage: attack.py MODELDIR PROGRAM [--minutes M] [--seed S] [--round R]
 
-PROGRAM had better be one with the address sanitizer. Every round draws an attack and its details from the seed and its own
-number, so that --seed S --round R repeats one. What must hold whatever happens: the program ends by itself, with one of its
-own exit codes; a song has all its files or none of this run; nothing unfinished and no lock is left behind, but by a run
-that was killed, and then the next run clears it away. Ends with 1 at the first round in which that was not so, and leaves
-its folder.
+PROGRAM had better be one with the address sanitizer. Every round draws an attack and its details from the seed and
+its own number, so that --seed S --round R repeats one. What must hold whatever happens: the program ends by itself,
+with one of its own exit codes; a song has all its files or none of this run; nothing unfinished and no lock is left
+behind, but by a run that was killed, and then the next run clears it away. Ends with 1 at the first round in which
+that was not so, and leaves its folder.
 """
 
 import argparse
@@ -36,10 +36,11 @@ SANITIZERS = {"ASAN_OPTIONS": "exitcode=99:detect_leaks=0:allocator_may_return_n
 UNFINISHED = "tonwerk-unfinished"
 LOCK = "tonwerk.lock"
 # Numbers that are read as sizes, counts and positions.
-ODD_NUMBERS = [0, 1, 0x7F, 0x80, 0xFF, 0x7FFF, 0x8000, 0xFFFF, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF, 0x20000001, 0x7FFFFFF0]
+ODD_NUMBERS = [0, 1, 0x7F, 0x80, 0xFF, 0x7FFF, 0x8000, 0xFFFF, 0x7FFFFFFF, 0x80000000, 0xFFFFFFFF, 0x20000001,
+               0x7FFFFFF0]
 
 
-class Broken(Exception):
+class BrokenPromiseError(Exception):
     """A promise did not hold."""
 
 
@@ -65,10 +66,10 @@ class Round:
             _, errors = run.communicate(input, timeout=LIMIT)
         except subprocess.TimeoutExpired:
             run.kill()
-            raise Broken(f"it did not end within {LIMIT} s: {run.args}") from None
+            raise BrokenPromiseError(f"it did not end within {LIMIT} s: {run.args}") from None
         text = errors.decode("utf-8", "replace")
         if run.returncode not in codes or "Sanitizer" in text or "runtime error:" in text:
-            raise Broken(f"exit code {run.returncode} of {run.args}:\n{text[-6000:]}")
+            raise BrokenPromiseError(f"exit code {run.returncode} of {run.args}:\n{text[-6000:]}")
         return text
 
     def run(self, *arguments: str, model: str = "gains.onnx", codes: tuple[int, ...] = (0, 1),
@@ -80,15 +81,15 @@ class Round:
         for folder in self.out.iterdir() if self.out.is_dir() else []:
             names = {path.name for path in folder.iterdir()}
             if not may_be_killed and names & {UNFINISHED, LOCK}:
-                raise Broken(f"{folder} has {names}")
+                raise BrokenPromiseError(f"{folder} has {names}")
             receipt = folder / "receipt.json"
             if not receipt.exists():
                 if not may_be_killed:
-                    raise Broken(f"{folder} has no receipt: {names}")
+                    raise BrokenPromiseError(f"{folder} has no receipt: {names}")
                 continue
             for name, size in json.loads(receipt.read_text(encoding="utf-8"))["files"].items():
                 if (folder / name).stat().st_size != size:
-                    raise Broken(f"{folder / name} is not as long as its receipt says")
+                    raise BrokenPromiseError(f"{folder / name} is not as long as its receipt says")
 
     def mutated(self, content: bytes) -> bytes:
         bytes_ = bytearray(content)
@@ -136,15 +137,15 @@ class Round:
                 model.write_bytes(self.mutated(content) if number or "external" not in source.name else content)
                 text = self.run("song.wav", model=str(model))
                 if number == 0 and "external" in source.name and "has external data" not in text:
-                    raise Broken(f"{source.name} is not refused: {text}")
+                    raise BrokenPromiseError(f"{source.name} is not refused: {text}")
                 self.check_folders()
                 check = self.start([str(self.program), "check-model", str(model)])
                 self.end(check)
 
     def names(self) -> None:
         """Names of all kinds, for songs that can be separated and others."""
-        letters = ["a", " ", ".", "-", "'", '"', "[", "]", ",", "\\", "*", "%s", "\n", "\x1b[2J", "\u202e", "\u009b", "ß", "歌",
-                   "\udc9b", "\udcff", "~", "$(x)", "CON", ";"]
+        letters = ["a", " ", ".", "-", "'", '"', "[", "]", ",", "\\", "*", "%s", "\n", "\x1b[2J", "\u202e", "\u009b",
+                   "ß", "歌", "\udc9b", "\udcff", "~", "$(x)", "CON", ";"]
         for number in range(8):
             name = "".join(self.dice.choices(letters, k=self.dice.randrange(1, 30))).strip(".") or "x"
             content = wav_bytes(noise(500)) if number % 2 else b"none"
@@ -152,7 +153,7 @@ class Round:
             (self.folder / "songs" / f"{name}.wav").write_bytes(content)
         text = self.run("songs", "--fast", "--progress", self.dice.choice(("text", "json")))
         if any(character in text for character in "\x1b\u202e\u009b"):
-            raise Broken(f"names steer the terminal: {text!r}")
+            raise BrokenPromiseError(f"names steer the terminal: {text!r}")
         self.check_folders()
 
     def signals(self) -> None:
@@ -169,13 +170,13 @@ class Round:
             # Before it watches for signals the system ends it.
             self.end(run, (0, 1, 130, -number))
             if time.monotonic() - sent > 10:
-                raise Broken(f"{number.name} was heeded after {time.monotonic() - sent:.1f} s")
+                raise BrokenPromiseError(f"{number.name} was heeded after {time.monotonic() - sent:.1f} s")
             self.check_folders(may_be_killed=True)
         self.run(*options, "--resume", codes=(0,))
         self.check_folders()
         for number in range(3):
             if not (self.out / str(number) / "receipt.json").exists():
-                raise Broken(f"song {number} was not done after all")
+                raise BrokenPromiseError(f"song {number} was not done after all")
 
     def writers(self) -> None:
         """Several runs for the same folders: each song is one run's."""
@@ -194,13 +195,14 @@ class Round:
         text = self.run("song.wav", "--report", codes=(1,) if size < 2400000 else (0, 1),
                         limit=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (size, size)))
         if size < 2400000 and "tonwerk-separate: " not in text:
-            raise Broken(f"nothing was said of a disk that holds {size} bytes")
+            raise BrokenPromiseError(f"nothing was said of a disk that holds {size} bytes")
         self.check_folders()
         song = self.out / "song"
         song.mkdir(parents=True, exist_ok=True)
         precious = self.folder / "precious"
         precious.write_bytes(b"mine")
-        for name in self.dice.sample(["vocals.wav", "mix.wav", "receipt.json", "report.html", UNFINISHED, LOCK, "drum.wav"], 3):
+        names = ["vocals.wav", "mix.wav", "receipt.json", "report.html", UNFINISHED, LOCK, "drum.wav"]
+        for name in self.dice.sample(names, 3):
             place = song / name
             if not place.exists():
                 self.dice.choice((place.mkdir, lambda place=place: place.symlink_to(precious),
@@ -209,11 +211,11 @@ class Round:
         run = self.start(self.command("song.wav", "--report"))
         text = self.end(run)
         if precious.read_bytes() != b"mine":
-            raise Broken("a link was followed")
+            raise BrokenPromiseError("a link was followed")
         if run.returncode == 1 and "tonwerk-separate: " not in text:
-            raise Broken("nothing was said of an obstacle")
+            raise BrokenPromiseError("nothing was said of an obstacle")
         if run.returncode == 1 and not (before - {LOCK, UNFINISHED}) <= {path.name for path in song.iterdir()}:
-            raise Broken("what was there is gone")
+            raise BrokenPromiseError("what was there is gone")
 
 
 ATTACKS = [Round.songs, Round.songs, Round.models_of_others, Round.names, Round.signals, Round.writers, Round.disks]
@@ -225,7 +227,7 @@ def attack(program: Path, models: Path, seed: int, number: int) -> str:
     folder = Path(tempfile.mkdtemp(prefix="tonwerk-attack-"))
     try:
         kind(Round(program, models, folder, dice))
-    except Broken as broken:
+    except BrokenPromiseError as broken:
         sys.exit(f"Round {number}, {kind.__name__}, in {folder} (--seed {seed} --round {number}): {broken}")
     subprocess.run(["rm", "-rf", str(folder)], check=True)
     return kind.__name__

@@ -5,7 +5,8 @@
 Usage: make_analytic_models.py OUTDIR
 
 Nothing in them is trained, so what the library must return can be worked out by hand: docs/analytic-models.md
-has the table. The same bytes are written on every run. Models that break the interface go to OUTDIR/wrong, and those that do harm to OUTDIR/hostile.
+has the table. The same bytes are written on every run. Models that break the interface go to OUTDIR/wrong, and those
+that do harm to OUTDIR/hostile.
 """
 
 import os

@@ -169,5 +169,5 @@ def separate(signal: np.ndarray, kind: str, geometry: Geometry = ORDINARY) -> di
     for index, stem in enumerate(STEMS):
         audio = overlap_add(stem_spectra(kind, index, spectra, runs))
         results[stem] = audio[:, lead_in:lead_in + length]
-    mix = sum(results[stem] for stem in STEMS)
+    mix = np.sum([results[stem] for stem in STEMS], axis=0)
     return {**results, "residual": signal - mix, "mix": mix}

@@ -50,8 +50,8 @@ METADATA = {
     "tonwerk.authors": "The tonwerk authors",
     "tonwerk.source": "training/ of the tonwerk project",
     "tonwerk.training_data": "Songs written and rendered by a program, with sounds from Debian's packages and recorded "
-                             "notes of the npm registry, listed with their licences in training/SOURCES.md; attribution "
-                             "in models/README.md.",
+                             "notes of the npm registry, listed with their licences in training/SOURCES.md; "
+                             "attribution in models/README.md.",
     "tonwerk.stems": "; ".join(STEMS),
     "tonwerk.sample_rate": str(SAMPLE_RATE),
 }
