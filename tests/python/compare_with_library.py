@@ -59,8 +59,8 @@ def stream(host: list[str], model: Path, signal: np.ndarray) -> dict[str, np.nda
                          8, 32, b"data", len(samples))
     with tempfile.TemporaryDirectory() as folder:
         (Path(folder) / "song.wav").write_bytes(header + samples)
-        run = subprocess.run([*host, "song.wav", "-o", ".", "--model", model.resolve()], cwd=folder,
-                             capture_output=True, text=True, errors="replace")
+        run = subprocess.run([*host, "song.wav", "-o", ".", "--model", model.resolve(), "--quality", "normal"],
+                             cwd=folder, capture_output=True, text=True, errors="replace")
         if run.returncode != 0:
             sys.exit(f"{host[-1]} ended with {run.returncode} on {model}:\n{run.stdout}{run.stderr}")
         names = (*STEMS, "residual", "mix")
