@@ -2,9 +2,9 @@
 """One row for each attempt at a song, in JSON lines that are written once."""
 
 import json
-import os
 import socket
 import time
+import uuid
 from typing import Any
 
 from tonwerk.catalogue.store import LEDGER, Store
@@ -58,5 +58,5 @@ class Ledger:
 
 
 def new_run() -> str:
-    """A name for a run, which sorts by time."""
-    return time.strftime("%Y%m%d-%H%M%S", time.gmtime()) + f"-{socket.gethostname()}-{os.getpid()}"
+    """A name that no other run has and that sorts by time. Containers share names and process numbers."""
+    return time.strftime("%Y%m%d-%H%M%S", time.gmtime()) + f"-{socket.gethostname()}-{uuid.uuid4().hex[:12]}"
