@@ -65,11 +65,11 @@ TEST_F(SongListTest, FoldersAreSearchedForSongsButNotForStems)
 
 TEST_F(SongListTest, FoldersMirrorTheInput)
 {
-    for (const char* name : {"1/Song.wav", "1/disc 1./song.mp3", "1/disc 2/Song.flac", "1/Песня.wav",
+    for (const char* name : {"1/Song.wav", "1/disc 1/song.mp3", "1/disc 2/Song.flac", "1/Песня.wav",
                              "1/disc 2/dots....wav", "2/....wav", "2/song.aiff"})
         put(name);
     const std::vector<std::string> before = found({"1"});
-    EXPECT_THAT(before, ElementsAre("1/Song.wav > Song", "1/disc 1./song.mp3 > disc 1/song",
+    EXPECT_THAT(before, ElementsAre("1/Song.wav > Song", "1/disc 1/song.mp3 > disc 1/song",
                                     "1/disc 2/Song.flac > disc 2/Song", "1/disc 2/dots....wav > disc 2/dots",
                                     "1/Песня.wav > Песня"));
     put("1/A new song.wav");

@@ -143,8 +143,10 @@ TEST_F(SeparationTest, ARunThatFailsEndsTheSongInItsMiddleWithItsReason)
     }
     catch (const Failure& failure)
     {
+        using testing::EndsWith, testing::HasSubstr, testing::Not;
         EXPECT_THAT(failure.what(),
-                    testing::ContainsRegex("failed at 0:06 or soon after: .*Reshape.*[^. ]\\.$"));
+                    testing::AllOf(HasSubstr("failed at 0:06 or soon after: "), HasSubstr("Reshape"),
+                                   EndsWith("."), Not(EndsWith("..")), Not(EndsWith(" ."))));
     }
     ASSERT_FALSE(sink.written.empty());
     EXPECT_LT(sink.written.front().size(), noise.size() / 2);
