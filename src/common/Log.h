@@ -17,14 +17,20 @@ inline plog::Severity& threadLogLevel()
     return level;
 }
 
+/// Whether a record of this severity is wanted, by this thread and by the logger.
+inline bool isLogged(plog::Severity severity)
+{
+    const auto* const logger = plog::get();
+    return severity <= threadLogLevel() && logger != nullptr && logger->checkSeverity(severity);
+}
+
 /// Does the statement that follows if a record of this severity is wanted.
 #define TONWERK_IF_LOGGED(severity)                                                                          \
-    if (plog::severity > threadLogLevel())                                                                   \
+    if (!isLogged(plog::severity))                                                                           \
     {                                                                                                        \
         ;                                                                                                    \
     }                                                                                                        \
-    else                                                                                                     \
-        IF_PLOG(plog::severity)
+    else
 
 /// Logs under the name of the operation that a helper works for, so that the log tells what the host called
 /// and not how the work is divided.
