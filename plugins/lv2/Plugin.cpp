@@ -91,7 +91,7 @@ void Plugin::run(std::uint32_t frames)
 
 void Plugin::runPiece(std::size_t at, std::size_t frames)
 {
-    std::array<float*, 2 * TONWERK_STEM_COUNT> rows{};
+    std::array<float*, std::size_t{2} * TONWERK_STEM_COUNT> rows{};
     for (std::size_t row = 0; row < rows.size(); ++row)
         rows.at(row) = output(row, at);
     const float* left = connected[ports::input];

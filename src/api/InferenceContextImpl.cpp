@@ -19,6 +19,7 @@ namespace
 std::vector<std::string> outputNames()
 {
     std::vector<std::string> names;
+    names.reserve(modelStems.size());
     for (const ModelStem& stem : modelStems)
         names.emplace_back(stem.output);
     return names;

@@ -33,6 +33,7 @@ static_assert(TONWERK_ALL_STEMS == (1U << modelStemCount) - 1);
 std::vector<std::string> outputNames()
 {
     std::vector<std::string> names;
+    names.reserve(modelStems.size());
     for (const ModelStem& stem : modelStems)
         names.emplace_back(stem.output);
     return names;
