@@ -30,22 +30,13 @@ static_assert(stemNames[TONWERK_VOCALS] == "vocals" && stemNames[TONWERK_DRUM] =
               stemNames.size() == TONWERK_STEM_COUNT);
 static_assert(TONWERK_ALL_STEMS == (1U << modelStemCount) - 1);
 
-std::vector<std::string> outputNames()
-{
-    std::vector<std::string> names;
-    names.reserve(modelStems.size());
-    for (const ModelStem& stem : modelStems)
-        names.emplace_back(stem.output);
-    return names;
-}
-
 std::shared_ptr<ISharedModel> load(const void* model, std::size_t size, const std::string& key,
                                    const SessionChoices& choices)
 {
     if (key.empty())
-        return makeSharedModel(model, size, outputNames(), choices);
+        return makeSharedModel(model, size, modelOutputs(), choices);
     const ScrambledCopy plain(model, size, key);
-    return makeSharedModel(plain.data(), plain.size(), outputNames(), choices);
+    return makeSharedModel(plain.data(), plain.size(), modelOutputs(), choices);
 }
 
 /// An entry of a list such as "vocals; bass".

@@ -6,7 +6,9 @@
 
 #include <array>
 #include <cstddef>
+#include <string>
 #include <string_view>
+#include <vector>
 
 namespace tonwerk
 {
@@ -59,6 +61,16 @@ inline constexpr std::array<std::string_view, modelStemCount + 2> stemNames = []
 
 /// A choice of the network's stems, in output order.
 using StemSelection = std::array<bool, modelStemCount>;
+
+/// The names of the network's outputs in the order of the stems in every result.
+inline std::vector<std::string> modelOutputs()
+{
+    std::vector<std::string> names;
+    names.reserve(modelStems.size());
+    for (const ModelStem& stem : modelStems)
+        names.emplace_back(stem.output);
+    return names;
+}
 
 } // namespace tonwerk
 
